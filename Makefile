@@ -1,0 +1,39 @@
+# The two commands a newcomer needs: `make run` and `make test`. Everything else is for developers.
+BUILD_DIR      ?= build
+TEST_BUILD_DIR ?= build-test
+JOBS           ?= $(shell nproc)
+CMAKE_FLAGS    ?=
+
+.PHONY: all build deps run test test-build format bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+$(BUILD_DIR)/build.ninja:
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTAMLO_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+
+build: $(BUILD_DIR)/build.ninja
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+run: deps build
+	@scripts/run-tamlo.sh $(BUILD_DIR)
+
+$(TEST_BUILD_DIR)/build.ninja:
+	cmake -S . -B $(TEST_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTAMLO_SANITIZE=ON -DTAMLO_BUILD_BENCH=OFF $(CMAKE_FLAGS)
+
+test-build: $(TEST_BUILD_DIR)/build.ninja
+	cmake --build $(TEST_BUILD_DIR) -j $(JOBS)
+
+test: deps test-build
+	cd $(TEST_BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+bench: deps build
+	@scripts/run-benchmarks.sh $(BUILD_DIR)
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR) $(TEST_BUILD_DIR)

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs every Debian package Tamlo needs to build, test and run. Safe to run again:
+# it asks apt only for what is missing.
+set -euo pipefail
+
+packages=(
+    build-essential cmake ninja-build ccache pkg-config clang-format
+    qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-httpserver-dev qt6-websockets-dev
+    qcoro-qt6-dev libplist-dev
+    libqt6sql6-sqlite libqt6sql6-psql libqt6svg6
+    qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
+    qml6-module-qtquick-window qml6-module-qtquick-dialogs qml6-module-qtquick-templates
+    qml6-module-qtquick-shapes qml6-module-qtqml-workerscript qml6-module-qtcore
+    qt6-qpa-plugins qt6-wayland
+    fonts-material-design-icons-iconfont fonts-dejavu-core
+    googletest libgtest-dev libgmock-dev libbenchmark-dev
+    xvfb xauth x11-utils dbus dbus-x11
+    postgresql
+    clang libclang-rt-14-dev
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$p")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    exit 0
+fi
+
+sudo=()
+if [ "$(id -u)" -ne 0 ]; then
+    sudo=(sudo)
+fi
+
+echo "Installing: ${missing[*]}"
+"${sudo[@]}" apt-get update -qq
+DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+#include <QUuid>
+
+#include <optional>
+
+class Settings;
+
+enum class ScreenState {
+    Active,
+    Locked,
+    Sleeping,
+};
+
+// The one record of an observation: what the model saw at a tick, or the screen state instead.
+struct ActivitySnapshot
+{
+    QUuid id;
+    QDateTime timestamp;
+    QString aiCategory;
+    std::optional<QString> imageHash;
+    std::optional<QString> projectName;
+    std::optional<QString> activityDescription;
+    std::optional<QString> userNote;
+
+    // The description that marks a record of a tick taken in each screen state.
+    [[nodiscard]] static QString screenStateMarker(ScreenState state);
+
+    [[nodiscard]] bool isInactiveScreenState() const;
+    // A note that names one of the user's projects outranks what the model said.
+    [[nodiscard]] QString effectiveProjectName(const QStringList &userProjects) const;
+    // Reads the user's projects from the settings on every call, so edits relabel at once.
+    [[nodiscard]] QString effectiveProjectName(const Settings &settings) const;
+
+    // Optional fields are left out when absent, never written as null.
+    [[nodiscard]] QJsonObject toJson() const;
+    // Requires id, timestamp and aiCategory; an optional key of the wrong type fails too.
+    [[nodiscard]] static std::optional<ActivitySnapshot> fromJson(const QJsonObject &object);
+
+    friend bool operator==(const ActivitySnapshot &, const ActivitySnapshot &) = default;
+};
+
+size_t qHash(const ActivitySnapshot &snapshot, size_t seed = 0);

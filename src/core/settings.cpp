@@ -1,0 +1,69 @@
+#include "core/settings.h"
+
+Settings::Settings(const QString &filePath)
+    : m_settings(std::make_unique<QSettings>(filePath, QSettings::IniFormat)) { }
+
+QString Settings::string(const QString &key) const
+{
+    return m_settings->value(key).toString();
+}
+
+std::optional<QString> Settings::optionalString(const QString &key) const
+{
+    if (!m_settings->contains(key)) {
+        return std::nullopt;
+    }
+    return m_settings->value(key).toString();
+}
+
+bool Settings::boolean(const QString &key) const
+{
+    return m_settings->value(key, false).toBool();
+}
+
+std::optional<QDateTime> Settings::date(const QString &key) const
+{
+    const QVariant value = m_settings->value(key);
+    if (!value.isValid()) {
+        return std::nullopt;
+    }
+    const QDateTime date = value.toDateTime();
+    if (!date.isValid()) {
+        return std::nullopt;
+    }
+    return date.toLocalTime();
+}
+
+bool Settings::contains(const QString &key) const
+{
+    return m_settings->contains(key);
+}
+
+void Settings::setString(const QString &key, const QString &value)
+{
+    m_settings->setValue(key, value);
+    m_settings->sync();
+}
+
+void Settings::setBoolean(const QString &key, bool value)
+{
+    m_settings->setValue(key, value);
+    m_settings->sync();
+}
+
+void Settings::setDate(const QString &key, const QDateTime &value)
+{
+    m_settings->setValue(key, value);
+    m_settings->sync();
+}
+
+void Settings::remove(const QString &key)
+{
+    m_settings->remove(key);
+    m_settings->sync();
+}
+
+QString Settings::filePath() const
+{
+    return m_settings->fileName();
+}

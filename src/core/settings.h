@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QDateTime>
+#include <QSettings>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+// The user's defaults: an INI file, read at the point of use. A missing string reads as empty.
+class Settings
+{
+public:
+    explicit Settings(const QString &filePath);
+
+    [[nodiscard]] QString string(const QString &key) const;
+    [[nodiscard]] std::optional<QString> optionalString(const QString &key) const;
+    [[nodiscard]] bool boolean(const QString &key) const;
+    [[nodiscard]] std::optional<QDateTime> date(const QString &key) const;
+    [[nodiscard]] bool contains(const QString &key) const;
+
+    void setString(const QString &key, const QString &value);
+    void setBoolean(const QString &key, bool value);
+    void setDate(const QString &key, const QDateTime &value);
+    void remove(const QString &key);
+
+    [[nodiscard]] QString filePath() const;
+
+private:
+    std::unique_ptr<QSettings> m_settings;
+};
+
+// The keys of the user defaults, spelled as they are stored.
+namespace SettingsKey {
+inline const QString selectedOllamaModel = QStringLiteral("selectedOllamaModel");
+inline const QString userProjects = QStringLiteral("userProjects");
+inline const QString categorizeBy = QStringLiteral("categorizeBy");
+inline const QString didCompleteInitialSetup = QStringLiteral("didCompleteInitialSetup");
+inline const QString lastDailySaveDate = QStringLiteral("lastDailySaveDate");
+inline const QString convexURL = QStringLiteral("convexURL");
+inline const QString activityLastSyncDate = QStringLiteral("activityLastSyncDate");
+inline const QString activityHistoricalBackfillDone = QStringLiteral("activityHistoricalBackfillDone");
+inline const QString tamloDeviceId = QStringLiteral("tamloDeviceId");
+inline const QString userIntentionallyStopped = QStringLiteral("userIntentionallyStopped");
+} // namespace SettingsKey

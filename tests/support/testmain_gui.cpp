@@ -1,0 +1,13 @@
+#include <QGuiApplication>
+#include <QLocale>
+
+#include <gtest/gtest.h>
+
+// Tests that scale images or draw need a GUI application; CTest runs them offscreen.
+int main(int argc, char **argv)
+{
+    QGuiApplication app(argc, argv);
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
