@@ -20,11 +20,11 @@ void putOptional(QJsonObject &object, const QString &key, const std::optional<QS
     }
 }
 
-// Absent and present-as-string are fine; anything else makes the record unreadable.
+// Absent, null and a string are fine; anything else makes the record unreadable.
 bool readOptional(const QJsonObject &object, const QString &key, std::optional<QString> &out)
 {
     const QJsonValue value = object.value(key);
-    if (value.isUndefined()) {
+    if (value.isUndefined() || value.isNull()) {
         return true;
     }
     if (!value.isString()) {

@@ -38,7 +38,7 @@ struct ActivitySnapshot
 
     // Optional fields are left out when absent, never written as null.
     [[nodiscard]] QJsonObject toJson() const;
-    // Requires id, timestamp and aiCategory; an optional key of the wrong type fails too.
+    // Requires id, timestamp and aiCategory; an optional key may be missing or null, but not of another type.
     [[nodiscard]] static std::optional<ActivitySnapshot> fromJson(const QJsonObject &object);
 
     friend bool operator==(const ActivitySnapshot &, const ActivitySnapshot &) = default;

@@ -50,7 +50,11 @@ TEST(ActivitySnapshotJsonTest, RejectsMissingRequiredOrMistypedFields)
     }
     QJsonObject nullNote = good;
     nullNote.insert(u"userNote"_s, QJsonValue::Null);
-    EXPECT_FALSE(ActivitySnapshot::fromJson(nullNote).has_value());
+    ASSERT_TRUE(ActivitySnapshot::fromJson(nullNote).has_value());
+    EXPECT_FALSE(ActivitySnapshot::fromJson(nullNote)->userNote.has_value());
+    QJsonObject numberNote = good;
+    numberNote.insert(u"userNote"_s, 3);
+    EXPECT_FALSE(ActivitySnapshot::fromJson(numberNote).has_value());
     QJsonObject badId = good;
     badId.insert(u"id"_s, u"not-a-uuid"_s);
     EXPECT_FALSE(ActivitySnapshot::fromJson(badId).has_value());
