@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// Whole-file persistence of the JSON stores: nothing is appended, and a reader never sees half a file.
+namespace StoreFile {
+// Writes to a temporary file beside path, then renames it over path. Returns the failure's
+// description, or an empty string.
+[[nodiscard]] QString writeAtomically(const QString &path, const QByteArray &bytes);
+// Moves a file that could not be read out of the way, so no later write replaces it: to
+// path + ".unreadable", or ".unreadable-2", "-3", ... when that is taken. Returns the new path,
+// or an empty string when the file could not be moved.
+[[nodiscard]] QString setAside(const QString &path);
+} // namespace StoreFile

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "reports/dailyreport.h"
+
+#include <QList>
+#include <QString>
+
+#include <optional>
+
+class LogManager;
+
+// Every daily report, one per day, kept in memory and mirrored whole to daily-reports.json.
+// The file is read once, at construction; after that memory is the truth.
+class DailyReportStore
+{
+public:
+    // An unreadable file is set aside beside the original (".unreadable" suffix) before the store
+    // can write over it; the store then starts empty.
+    DailyReportStore(QString filePath, LogManager *logManager);
+    DailyReportStore(const DailyReportStore &) = delete;
+    DailyReportStore &operator=(const DailyReportStore &) = delete;
+
+    // Ascending by date.
+    [[nodiscard]] QList<DailyReport> reports() const { return m_reports; }
+    [[nodiscard]] std::optional<DailyReport> fetch(const QString &date) const;
+    [[nodiscard]] bool hasReport(const QString &date) const;
+    // Replaces the report of the same date or adds it, then rewrites the file. Returns whether the
+    // file was written; on failure the change stays in memory and the next upsert writes it all.
+    bool upsert(const DailyReport &report);
+
+    [[nodiscard]] QString filePath() const { return m_filePath; }
+
+private:
+    void load();
+    bool persist();
+
+    QString m_filePath;
+    LogManager *m_logManager = nullptr;
+    QList<DailyReport> m_reports;
+    // Set when an unreadable file could not be moved out of the way: the store then never writes
+    // over it, so whatever it holds can still be rescued by hand.
+    bool m_writeBlocked = false;
+};
