@@ -1,0 +1,3 @@
+#include "account/accountlogging.h"
+
+Q_LOGGING_CATEGORY(lcAccount, "tamlo.account")
