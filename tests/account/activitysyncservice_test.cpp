@@ -1,0 +1,365 @@
+#include "account/activitysyncservice.h"
+#include "account/authservice.h"
+#include "account/keychainservice.h"
+#include "core/activitysnapshot.h"
+#include "core/activitysnapshotstore.h"
+#include "core/apppaths.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "fakeclock.h"
+#include "standinserver.h"
+
+#include <QCoreApplication>
+#include <QCoroTask>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const QString deviceIdValue = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
+const QByteArray token = "sess-1";
+
+QDateTime berlin(QDate date, QTime time)
+{
+    return QDateTime(date, time, QTimeZone("Europe/Berlin"));
+}
+
+ActivitySnapshot record(const QDateTime &timestamp, const QString &category = u"Coding"_s)
+{
+    return ActivitySnapshot {.id = QUuid::createUuid(),
+        .timestamp = timestamp,
+        .aiCategory = category,
+        .imageHash = u"9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08"_s,
+        .projectName = u"Website"_s,
+        .activityDescription = std::nullopt,
+        .userNote = std::nullopt};
+}
+
+QJsonObject bodyOf(const StandInServer::Request &request)
+{
+    return QJsonDocument::fromJson(request.body).object();
+}
+
+QStringList datesOf(const StandInServer::Request &request)
+{
+    QStringList dates;
+    for (const QJsonValue &day : bodyOf(request).value(u"days"_s).toArray()) {
+        dates.append(day.toObject().value(u"date"_s).toString());
+    }
+    return dates;
+}
+
+class ActivitySyncServiceTest : public ::testing::Test
+{
+protected:
+    ActivitySyncServiceTest()
+    {
+        m_settings.setString(u"tamloDeviceId"_s, deviceIdValue);
+        m_settings.setString(u"userProjects"_s, u"Website, Tamlo"_s);
+        KeychainService credentials(m_paths.credentialsDir, u"mirevon.Tamlo"_s);
+        credentials.setValue(QString::fromUtf8(token), u"sessionToken"_s);
+        credentials.setValue(u"{\"id\":\"u1\",\"email\":\"ada@example.com\"}"_s, u"userData"_s);
+        m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
+        m_server.on("GET", "/auth/me", StandInServer::Reply {.status = 200, .body = "{}"});
+        m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
+        m_auth = std::make_unique<AuthService>(&m_nam, config(), m_paths.credentialsDir);
+        m_sync = makeService();
+    }
+
+    AppConfig config() const { return AppConfig(&m_settings, QString(), m_server.url().toString(), u"https://web"_s); }
+    std::unique_ptr<ActivitySyncService> makeService()
+    {
+        return std::make_unique<ActivitySyncService>(
+            &m_store, m_auth.get(), &m_nam, config(), &m_settings, &m_log, &m_clock);
+    }
+    QList<StandInServer::Request> uploads() const { return m_server.requestsTo("/activity/sync"); }
+    QStringList logMessages()
+    {
+        QCoreApplication::processEvents(); // the event log takes entries on the next turn
+        QStringList messages;
+        for (const LogEntry &entry : m_log.logs()) {
+            messages.append(entry.message);
+        }
+        return messages;
+    }
+
+    QTemporaryDir m_home;
+    AppPaths m_paths = AppPaths::underHome(m_home.path());
+    Settings m_settings {m_paths.settingsFile};
+    FakeClock m_clock {berlin(QDate(2026, 11, 16), QTime(14, 0))};
+    LogManager m_log {&m_clock};
+    ActivitySnapshotStore m_store {m_paths.snapshotsFile(), &m_log, &m_settings, &m_clock};
+    StandInServer m_server;
+    QNetworkAccessManager m_nam;
+    std::unique_ptr<AuthService> m_auth;
+    std::unique_ptr<ActivitySyncService> m_sync;
+};
+
+TEST_F(ActivitySyncServiceTest, UploadBodyMatchesTheDocumentedForm)
+{
+    ActivitySnapshot analysed = record(QDateTime(QDate(2026, 11, 16), QTime(9, 30, 12, 750), QTimeZone::utc()));
+    analysed.id = QUuid(u"6f1c0e2a-8b3d-4e57-9a10-2c4d7b1e3f90"_s);
+    analysed.activityDescription = u"Editing checkout.css in the editor."_s;
+    analysed.userNote = u"fixed the header"_s;
+    ActivitySnapshot locked = record(QDateTime(QDate(2026, 11, 16), QTime(12, 1), QTimeZone::utc()), QString());
+    locked.id = QUuid(u"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118"_s);
+    locked.projectName = std::nullopt;
+    locked.activityDescription = ActivitySnapshot::screenStateMarker(ScreenState::Locked);
+    m_store.add(analysed);
+    m_store.add(locked);
+
+    QCoro::waitFor(m_sync->syncIfNeeded(false));
+
+    ASSERT_EQ(uploads().size(), 1);
+    const StandInServer::Request request = uploads().first();
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.headers.value("authorization"), "Bearer " + token);
+    EXPECT_EQ(request.headers.value("content-type"), "application/json");
+    const QByteArray expected
+        = R"({"timezone":"Europe/Berlin","deviceId":"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11","backfillComplete":false,"days":[{"date":"2026-11-16","snapshots":[{"id":"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90","timestamp":"2026-11-16T09:30:12Z","activityType":"Coding","projectName":"Website","activityDescription":"Editing checkout.css in the editor.","userNote":"fixed the header"},{"id":"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118","timestamp":"2026-11-16T12:01:00Z","activityType":"Other","projectName":"Other","activityDescription":"Screen Locked"}]}]})";
+    EXPECT_EQ(QJsonDocument::fromJson(request.body), QJsonDocument::fromJson(expected)) << request.body.toStdString();
+    EXPECT_EQ(request.body, QJsonDocument::fromJson(request.body).toJson(QJsonDocument::Compact));
+    // Nothing of the screenshot leaves the machine.
+    EXPECT_FALSE(request.body.contains("imageHash"));
+    EXPECT_FALSE(request.body.contains("9f86d081884c7d659a2feaa0c55ad015"));
+
+    EXPECT_EQ(m_sync->lastSyncDate(), m_clock.now());
+    EXPECT_EQ(m_settings.date(u"activityLastSyncDate"_s), m_clock.now());
+    EXPECT_FALSE(m_sync->isSyncing());
+    EXPECT_TRUE(logMessages().contains(u"☁️ Activity synced (1 day(s))"_s));
+}
+
+TEST_F(ActivitySyncServiceTest, NoteNamingAProjectOutranksTheStoredProject)
+{
+    ActivitySnapshot snapshot = record(m_clock.now().addSecs(-3600));
+    snapshot.projectName = u"Website"_s;
+    snapshot.userNote = u"tamlo"_s;
+    m_store.add(snapshot);
+    m_store.add(record(m_clock.now().addDays(-1))); // yesterday
+    m_store.add(record(m_clock.now().addDays(-2))); // left to the backfill
+
+    QCoro::waitFor(m_sync->syncIfNeeded(false));
+
+    ASSERT_EQ(uploads().size(), 1);
+    EXPECT_EQ(datesOf(uploads().first()), (QStringList {u"2026-11-16"_s, u"2026-11-15"_s}));
+    const QJsonObject sent = bodyOf(uploads().first())[u"days"_s][0][u"snapshots"_s][0].toObject();
+    EXPECT_EQ(sent.value(u"projectName"_s), u"Tamlo"_s);
+    EXPECT_FALSE(sent.contains(u"activityDescription"_s));
+}
+
+TEST_F(ActivitySyncServiceTest, UploadsAtMostEverySecondTimerFiring)
+{
+    m_store.add(record(m_clock.now().addSecs(-60)));
+    // An upload takes a few seconds, so the next firing finds an age just under the limit.
+    m_server.on("POST", "/activity/sync", [this](const StandInServer::Request &) {
+        m_clock.advance(3);
+        return StandInServer::Reply {.status = 200};
+    });
+    const QDateTime start = m_clock.now();
+
+    QCoro::waitFor(m_sync->syncIfNeeded(false));
+    EXPECT_EQ(uploads().size(), 1);
+    m_clock.set(start.addSecs(900));
+    QCoro::waitFor(m_sync->syncIfNeeded(false));
+    EXPECT_EQ(uploads().size(), 1);
+    m_clock.set(start.addSecs(1800));
+    QCoro::waitFor(m_sync->syncIfNeeded(false));
+    EXPECT_EQ(uploads().size(), 2);
+
+    // The age survives a restart, and only a forced run ignores it.
+    m_clock.advance(60);
+    auto restarted = makeService();
+    EXPECT_EQ(restarted->lastSyncDate(), start.addSecs(1803));
+    QCoro::waitFor(restarted->syncIfNeeded(false));
+    EXPECT_EQ(uploads().size(), 2);
+    QCoro::waitFor(restarted->syncNow());
+    EXPECT_EQ(uploads().size(), 3);
+}
+
+TEST_F(ActivitySyncServiceTest, NothingToSendIsLoggedAndNotUploaded)
+{
+    m_store.add(record(m_clock.now().addDays(-3)));
+    QCoro::waitFor(m_sync->syncIfNeeded(true));
+    EXPECT_TRUE(uploads().isEmpty());
+    EXPECT_TRUE(logMessages().contains(u"⚠️ Sync skipped: no local snapshots for today or yesterday"_s));
+}
+
+TEST_F(ActivitySyncServiceTest, SignedOutSendsNothing)
+{
+    m_store.add(record(m_clock.now()));
+    m_auth->logout();
+    QCoro::waitFor(m_sync->syncNow());
+    QCoro::waitFor(m_sync->syncIfNeeded(true));
+    QCoro::waitFor(m_sync->checkSyncRequest());
+    EXPECT_TRUE(m_server.requests().isEmpty());
+    EXPECT_EQ(logMessages(), QStringList {u"⚠️ Sync skipped: not signed in to the macOS app"_s});
+}
+
+TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenTheKeyIsThere)
+{
+    m_store.add(record(m_clock.now()));
+    QCoro::waitFor(m_sync->syncIfNeeded(false));
+    ASSERT_EQ(uploads().size(), 1);
+
+    for (const QByteArray &noRequest : {QByteArray("{}"), QByteArray(R"({"syncRequestedAt":null})"),
+             QByteArray(R"({"syncRequestedAt":"soon"})"), QByteArray("[]")}) {
+        m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = noRequest});
+        QCoro::waitFor(m_sync->checkSyncRequest());
+    }
+    EXPECT_EQ(uploads().size(), 1);
+
+    // Zero is a request all the same, and the last upload being recent does not matter.
+    m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":0})"});
+    QCoro::waitFor(m_sync->checkSyncRequest());
+    EXPECT_EQ(uploads().size(), 2);
+    const StandInServer::Request poll = m_server.requestsTo("/activity/status").last();
+    EXPECT_EQ(poll.method, "GET");
+    EXPECT_EQ(poll.headers.value("authorization"), "Bearer " + token);
+    EXPECT_TRUE(poll.body.isEmpty());
+}
+
+TEST_F(ActivitySyncServiceTest, RejectedPollChangesNothing)
+{
+    m_store.add(record(m_clock.now()));
+    m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 401, .body = R"({"syncRequestedAt":1})"});
+    QCoro::waitFor(m_sync->checkSyncRequest());
+    EXPECT_TRUE(uploads().isEmpty());
+    EXPECT_TRUE(m_server.requestsTo("/auth/me").isEmpty());
+    EXPECT_TRUE(m_auth->isAuthenticated());
+}
+
+TEST_F(ActivitySyncServiceTest, BackfillSendsPastDaysInBatchesOldestFirstThenCloses)
+{
+    for (int offset = 1; offset <= 10; ++offset) {
+        m_store.add(record(m_clock.now().addDays(-offset * 3)));
+    }
+    m_store.add(record(m_clock.now().addDays(-100)));
+    m_store.add(record(m_clock.now()));
+    int batch = 0;
+    m_server.on("POST", "/activity/sync", [&batch](const StandInServer::Request &) {
+        return ++batch == 1 ? StandInServer::Reply {.status = 500, .body = R"({"error":"busy"})"}
+                            : StandInServer::Reply {.status = 200};
+    });
+
+    QCoro::waitFor(m_sync->runHistoricalBackfill());
+
+    ASSERT_EQ(uploads().size(), 3);
+    EXPECT_EQ(datesOf(uploads()[0]),
+        (QStringList {u"2026-10-17"_s, u"2026-10-20"_s, u"2026-10-23"_s, u"2026-10-26"_s, u"2026-10-29"_s,
+            u"2026-11-01"_s, u"2026-11-04"_s}));
+    EXPECT_EQ(datesOf(uploads()[1]), (QStringList {u"2026-11-07"_s, u"2026-11-10"_s, u"2026-11-13"_s}));
+    EXPECT_EQ(bodyOf(uploads()[1]).value(u"backfillComplete"_s), false);
+    EXPECT_EQ(bodyOf(uploads()[2]).value(u"backfillComplete"_s), true);
+    EXPECT_EQ(bodyOf(uploads()[2]).value(u"days"_s), QJsonArray());
+    EXPECT_TRUE(m_settings.boolean(u"activityHistoricalBackfillDone"_s));
+    const QStringList log = logMessages();
+    EXPECT_TRUE(log.contains(u"❌ Activity sync failed: busy"_s));
+    EXPECT_TRUE(log.contains(u"☁️ Activity synced (0 day(s))"_s));
+}
+
+TEST_F(ActivitySyncServiceTest, StartUploadsTodayAndRunsThePendingBackfillOnce)
+{
+    m_store.add(record(m_clock.now()));
+    m_store.add(record(m_clock.now().addDays(-100)));
+    m_sync->startPeriodicSync();
+    EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
+    ASSERT_TRUE(QTest::qWaitFor([this] { return uploads().size() == 2; }, 10000));
+    EXPECT_EQ(datesOf(uploads()[0]), QStringList {u"2026-11-16"_s});
+    EXPECT_EQ(bodyOf(uploads()[1]).value(u"backfillComplete"_s), true);
+
+    // Started again later, as after a new sign-in: the backfill is not repeated.
+    m_sync->stopPeriodicSync();
+    EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
+    m_clock.advance(3600);
+    m_sync->startPeriodicSync();
+    ASSERT_TRUE(QTest::qWaitFor([this] { return uploads().size() == 3; }, 10000));
+    QTest::qWait(300);
+    EXPECT_EQ(uploads().size(), 3);
+    EXPECT_EQ(bodyOf(uploads()[2]).value(u"backfillComplete"_s), false);
+    m_sync->stopPeriodicSync();
+}
+
+TEST_F(ActivitySyncServiceTest, DeviceIdIsMadeOnceAndKept)
+{
+    EXPECT_EQ(m_sync->deviceId(), deviceIdValue);
+    m_settings.remove(u"tamloDeviceId"_s);
+    const QString fresh = m_sync->deviceId();
+    EXPECT_FALSE(QUuid(fresh).isNull());
+    EXPECT_EQ(fresh, fresh.toUpper());
+    EXPECT_EQ(m_settings.string(u"tamloDeviceId"_s), fresh);
+    EXPECT_EQ(makeService()->deviceId(), fresh);
+}
+
+TEST_F(ActivitySyncServiceTest, FailureRepliesBecomeTheLastError)
+{
+    m_store.add(record(m_clock.now()));
+    struct Row
+    {
+        int status;
+        QByteArray body;
+        QString expected;
+    };
+    const QList<Row> rows {
+        {500, R"({"error":"quota exceeded"})", u"quota exceeded"_s},
+        {500, R"({"error":5})", u"Sync failed (HTTP 500)"_s},
+        {500, R"({"error":"x","code":5})", u"Sync failed (HTTP 500)"_s},
+        {503, "", u"Sync failed (HTTP 503)"_s},
+        {400, R"({"message":"bad"})", u"Sync failed (HTTP 400)"_s},
+    };
+    for (const Row &row : rows) {
+        m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = row.status, .body = row.body});
+        QCoro::waitFor(m_sync->syncIfNeeded(true));
+        EXPECT_EQ(m_sync->lastError(), row.expected);
+        EXPECT_EQ(logMessages().first(), u"❌ Activity sync failed: "_s + row.expected);
+    }
+    EXPECT_FALSE(m_sync->lastSyncDate().has_value());
+
+    m_server.on("POST", "/activity/sync", StandInServer::Reply {.drop = true});
+    QCoro::waitFor(m_sync->syncIfNeeded(true));
+    ASSERT_TRUE(m_sync->lastError().has_value());
+    EXPECT_EQ(logMessages().first(), u"❌ Activity sync error: "_s + *m_sync->lastError());
+
+    // A success clears the error; an empty 204 is one.
+    m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 204, .contentType = "text/plain"});
+    QCoro::waitFor(m_sync->syncIfNeeded(true));
+    EXPECT_FALSE(m_sync->lastError().has_value());
+    EXPECT_EQ(m_sync->lastSyncDate(), m_clock.now());
+    EXPECT_FALSE(m_sync->isSyncing());
+}
+
+TEST_F(ActivitySyncServiceTest, RejectedUploadSignsOutOnlyWhenTheSessionCheckConfirmsIt)
+{
+    m_store.add(record(m_clock.now()));
+    m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 401, .body = R"({"error":"nope"})"});
+
+    for (const StandInServer::Reply &check : {StandInServer::Reply {.status = 200},
+             StandInServer::Reply {.status = 500}, StandInServer::Reply {.drop = true}}) {
+        m_server.on("GET", "/auth/me", check);
+        QCoro::waitFor(m_sync->syncIfNeeded(true));
+        EXPECT_TRUE(m_auth->isAuthenticated());
+        EXPECT_TRUE(QFile::exists(m_paths.credentialsFile()));
+    }
+    // Qt sends an idempotent request once more when the connection drops unanswered.
+    ASSERT_GE(m_server.requestsTo("/auth/me").size(), 3);
+    const StandInServer::Request check = m_server.requestsTo("/auth/me").first();
+    EXPECT_EQ(check.method, "GET");
+    EXPECT_EQ(check.headers.value("authorization"), "Bearer " + token);
+    EXPECT_FALSE(m_sync->lastError().has_value());
+    EXPECT_TRUE(logMessages().isEmpty());
+
+    m_server.on("GET", "/auth/me", StandInServer::Reply {.status = 401});
+    QCoro::waitFor(m_sync->syncIfNeeded(true));
+    EXPECT_FALSE(m_auth->isAuthenticated());
+    EXPECT_FALSE(QFile::exists(m_paths.credentialsFile()));
+    EXPECT_TRUE(m_settings.contains(u"tamloDeviceId"_s));
+}
+} // namespace
