@@ -19,6 +19,7 @@
 
 class ActivitySnapshotStore;
 class Clock;
+class DailyReportService;
 class DailyReportStore;
 class LLMService;
 class ScreenCaptureService;
@@ -51,6 +52,8 @@ public:
     {
         ActivitySnapshotStore *snapshotStore = nullptr;
         DailyReportStore *reportStore = nullptr;
+        // Closes the days and writes the work logs under its export root.
+        DailyReportService *reportService = nullptr;
         LLMService *llmService = nullptr;
         LogManager *logManager = nullptr;
         Settings *settings = nullptr;
@@ -60,8 +63,6 @@ public:
         ScreenEventSource *screenEvents = nullptr;
         // Displays awake, for the day rollover: followed from configure() on.
         WakeEventSource *wakeEvents = nullptr;
-        // Where the work logs and the reports table go (~/Documents/Tamlo).
-        QString exportRoot;
     };
 
     // Reads no file and starts nothing.
@@ -161,6 +162,7 @@ private:
 
     ActivitySnapshotStore *m_snapshotStore = nullptr;
     DailyReportStore *m_reportStore = nullptr;
+    DailyReportService *m_reportService = nullptr;
     LLMService *m_llmService = nullptr;
     LogManager *m_logManager = nullptr;
     Settings *m_settings = nullptr;
@@ -168,7 +170,6 @@ private:
     ScreenCaptureService *m_screenCapture = nullptr;
     ScreenEventSource *m_screenEvents = nullptr;
     WakeEventSource *m_wakeEvents = nullptr;
-    QString m_exportRoot;
 
     bool m_isMonitoring = false;
     ScreenState m_screenState = ScreenState::Active;

@@ -1,0 +1,641 @@
+#include "monitoring/activitymonitor.h"
+
+#include "ai/llmservice.h"
+#include "core/activitysnapshotstore.h"
+#include "core/clock.h"
+#include "core/maintask.h"
+#include "core/settings.h"
+#include "core/tamlodatapaths.h"
+#include "core/userpreferences.h"
+#include "monitoring/screencaptureservice.h"
+#include "reports/dailyreportservice.h"
+#include "reports/dailyreportstore.h"
+
+#include <QLoggingCategory>
+
+#include <algorithm>
+#include <exception>
+#include <set>
+
+using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcMonitoring, "tamlo.monitoring")
+
+namespace {
+const QString permissionDeniedText = u"Screen Recording permission denied."_s;
+// The encoder gives no text of its own for this.
+const QString imageConversionFailedText = u"The screenshot could not be encoded as PNG."_s;
+
+// Clears a flag when the scope ends, also when a coroutine frame is destroyed early.
+class FlagGuard
+{
+public:
+    explicit FlagGuard(bool &flag) : m_flag(flag) { m_flag = true; }
+    ~FlagGuard() { m_flag = false; }
+    FlagGuard(const FlagGuard &) = delete;
+    FlagGuard &operator=(const FlagGuard &) = delete;
+
+private:
+    bool &m_flag;
+};
+
+QDate localDate(const QDateTime &date)
+{
+    return date.toLocalTime().date();
+}
+} // namespace
+
+ActivityMonitor::ActivityMonitor(const Services &services, QObject *parent)
+    : QObject(parent)
+    , m_snapshotStore(services.snapshotStore)
+    , m_reportStore(services.reportStore)
+    , m_reportService(services.reportService)
+    , m_llmService(services.llmService)
+    , m_logManager(services.logManager)
+    , m_settings(services.settings)
+    , m_clock(services.clock)
+    , m_screenCapture(services.screenCapture)
+    , m_screenEvents(services.screenEvents)
+    , m_wakeEvents(services.wakeEvents)
+    , m_lastSaveDate(services.clock->now())
+{
+    Q_ASSERT(m_snapshotStore && m_reportStore && m_reportService && m_llmService && m_logManager && m_settings);
+}
+
+ActivityMonitor::~ActivityMonitor()
+{
+    // The timers go with their parent; the sources may outlive us.
+    unregisterScreenStateObservers();
+    unregisterDailyLifecycleObservers();
+}
+
+// Capture cycle
+
+void ActivityMonitor::configure()
+{
+    if (m_isConfigured) {
+        return;
+    }
+    m_isConfigured = true;
+    loadLastSaveDate();
+    registerDailyLifecycleObservers();
+    log(u"📦 Storage configured"_s, LogType::Info);
+
+    // The first screenshot of a launch comes after the catch-up, however long it takes.
+    startTask(this, [this]() -> QCoro::Task<> {
+        if (!m_rolloverInProgress) {
+            FlagGuard guard(m_rolloverInProgress);
+            co_await catchUpPendingFinalizations();
+        }
+        co_await cleanupOldRecords();
+        startDailyCheckTimer();
+        startMonitoring();
+    });
+}
+
+void ActivityMonitor::startMonitoring()
+{
+    if (m_isMonitoring) {
+        return;
+    }
+    m_settings->setBoolean(SettingsKey::userIntentionallyStopped, false);
+    setMonitoring(true);
+    setLastError(std::nullopt);
+    log(u"🚀 Monitoring started"_s, LogType::Info);
+    registerScreenStateObservers();
+
+    // The first tick does not wait for the timer; it runs once this call has returned.
+    startTask(this, [this] { return performCapture(); });
+
+    m_timer = new QTimer(this);
+    m_timer->setObjectName(u"captureTimer"_s);
+    m_timer->setInterval(captureInterval);
+    connect(m_timer, &QTimer::timeout, this, [this] { startTask(this, [this] { return performCapture(); }); });
+
+    m_cleanupTimer = new QTimer(this);
+    m_cleanupTimer->setObjectName(u"cleanupTimer"_s);
+    m_cleanupTimer->setInterval(cleanupInterval);
+    connect(
+        m_cleanupTimer, &QTimer::timeout, this, [this] { startTask(this, [this] { return cleanupOldRecords(); }); });
+
+    m_cleanupTimer->start();
+    m_timer->start();
+}
+
+void ActivityMonitor::stopMonitoring()
+{
+    m_settings->setBoolean(SettingsKey::userIntentionallyStopped, true);
+    setMonitoring(false);
+    for (QPointer<QTimer> *timer : {&m_timer, &m_cleanupTimer}) {
+        if (*timer) {
+            (*timer)->stop();
+            (*timer)->deleteLater();
+            *timer = nullptr;
+        }
+    }
+    unregisterScreenStateObservers();
+    startTask(this, [this]() -> QCoro::Task<> {
+        co_await saveDailyData();
+        co_await exportWorkLogForDay(m_clock->now());
+    });
+    log(u"🛑 Monitoring stopped"_s, LogType::Info);
+}
+
+void ActivityMonitor::clearLastError()
+{
+    setLastError(std::nullopt);
+}
+
+QCoro::Task<> ActivityMonitor::performCapture()
+{
+    if (m_screenState != ScreenState::Active) {
+        co_await recordScreenStateSnapshot();
+        co_return;
+    }
+    const std::optional<CapturedScreenshot> screenshot = co_await captureScreenshot();
+    if (!screenshot) {
+        co_return;
+    }
+    setScreenshotCount(m_screenshotCount + 1);
+    setLastScreenshotTime(m_clock->now());
+    co_await analyzeWithAI(screenshot->data, screenshot->hash);
+}
+
+void ActivityMonitor::registerScreenStateObservers()
+{
+    if (!m_screenEvents) {
+        return;
+    }
+    // Never a second set, whatever called this.
+    unregisterScreenStateObservers();
+
+    struct Transition
+    {
+        ScreenEvent event;
+        ScreenState state;
+        QString message;
+    };
+    const Transition transitions[] = {
+        {ScreenEvent::Locked, ScreenState::Locked, u"🔒 Screen locked - pausing capture"_s},
+        {ScreenEvent::Unlocked, ScreenState::Active, u"🔓 Screen unlocked - resuming capture"_s},
+        {ScreenEvent::DisplaysSleep, ScreenState::Sleeping, u"😴 Display sleeping - pausing capture"_s},
+        {ScreenEvent::DisplaysWake, ScreenState::Active, u"☀️ Display woke - resuming capture"_s},
+    };
+    for (const Transition &transition : transitions) {
+        const QPointer<ActivityMonitor> self(this);
+        const ScreenState state = transition.state;
+        const QString message = transition.message;
+        m_screenStateObservers.append(m_screenEvents->addObserver(transition.event, [self, state, message] {
+            if (self) {
+                QMetaObject::invokeMethod(
+                    self, [self, state, message] { self->applyScreenEvent(state, message); }, Qt::QueuedConnection);
+            }
+        }));
+    }
+}
+
+void ActivityMonitor::unregisterScreenStateObservers()
+{
+    if (m_screenEvents) {
+        for (const ScreenEventSource::Token token : std::as_const(m_screenStateObservers)) {
+            m_screenEvents->removeObserver(token);
+        }
+    }
+    m_screenStateObservers.clear();
+}
+
+void ActivityMonitor::applyScreenEvent(ScreenState state, const QString &message)
+{
+    setScreenState(state);
+    log(message, LogType::Info);
+}
+
+// Screen capture
+
+QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor::captureScreenshot()
+{
+    ScreenGrab grab = ScreenGrab::failure(ScreenCaptureError::Kind::NoDisplayAvailable);
+    std::optional<QString> thrown;
+    if (m_screenCapture) {
+        try {
+            grab = co_await m_screenCapture->captureScreen();
+        } catch (const std::exception &error) {
+            thrown = QString::fromUtf8(error.what());
+        }
+    }
+
+    if (thrown) {
+        setLastError(u"Screenshot failed: "_s + *thrown);
+    } else if (!grab.ok()) {
+        if (grab.error->kind == ScreenCaptureError::Kind::PermissionDenied) {
+            setLastError(permissionDeniedText);
+            stopMonitoring();
+        } else {
+            setLastError(u"Screenshot failed: "_s + grab.error->description());
+        }
+    } else if (const std::optional<QByteArray> data
+        = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth)) {
+        co_return CapturedScreenshot {*data, ScreenCaptureService::sha256Hex(*data)};
+    } else {
+        setLastError(u"Screenshot failed: "_s + imageConversionFailedText);
+    }
+
+    const QString text = lastError().isEmpty() ? u"Unknown error"_s : lastError();
+    log(u"❌ "_s + text, LogType::Error);
+    co_return std::nullopt;
+}
+
+// Snapshot recording
+
+QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString imageHash)
+{
+    AIAnalysisResult result;
+    std::optional<QString> failure;
+    try {
+        result = co_await m_llmService->analyzeScreenshot(std::move(imageData));
+    } catch (const std::exception &error) {
+        failure = QString::fromUtf8(error.what());
+    } catch (...) {
+        failure = u"Unknown error"_s;
+    }
+
+    if (failure) {
+        setLastError(u"AI analysis failed: "_s + *failure);
+        log(u"⚠️ "_s + lastError(), LogType::Warning);
+        co_return;
+    }
+
+    const QDateTime now = m_clock->now();
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = now;
+    snapshot.aiCategory = result.category;
+    snapshot.imageHash = imageHash;
+    snapshot.projectName = result.projectName;
+    snapshot.activityDescription = result.activityDescription;
+    storeSnapshot(snapshot);
+
+    log(u"["_s + result.category + u"] "_s + result.activityDescription, LogType::Ai, result.category);
+    setLastCaptureTime(now);
+    setCaptureCount(m_captureCount + 1);
+    setAiAnalysisCount(m_aiAnalysisCount + 1);
+    setLastError(std::nullopt);
+}
+
+QCoro::Task<> ActivityMonitor::recordScreenStateSnapshot()
+{
+    const ScreenState state = m_screenState;
+    const QDateTime now = m_clock->now();
+    const QString marker = ActivitySnapshot::screenStateMarker(state);
+
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = now;
+    snapshot.activityDescription = marker;
+    storeSnapshot(snapshot);
+
+    setLastCaptureTime(now);
+    setCaptureCount(m_captureCount + 1);
+
+    QString word = u"active"_s;
+    if (state == ScreenState::Locked) {
+        word = u"locked"_s;
+    } else if (state == ScreenState::Sleeping) {
+        word = u"sleeping"_s;
+    }
+    log(u"["_s + word + u"] "_s + marker, LogType::Info);
+    co_return;
+}
+
+void ActivityMonitor::storeSnapshot(const ActivitySnapshot &snapshot)
+{
+    m_snapshotStore->add(snapshot);
+    ++m_currentDayRecordCount;
+    m_latestSnapshots.prepend(snapshot);
+    if (m_latestSnapshots.size() > maxInMemorySnapshots) {
+        m_latestSnapshots.removeLast();
+    }
+    Q_EMIT latestSnapshotsChanged();
+}
+
+void ActivityMonitor::addNoteToCurrentLog(const QString &note)
+{
+    const QString trimmed = note.trimmed();
+    if (trimmed.isEmpty() || m_latestSnapshots.isEmpty()) {
+        return;
+    }
+    const QUuid id = m_latestSnapshots.first().id;
+    m_snapshotStore->updateNote(id, trimmed);
+
+    const auto entry = std::find_if(m_latestSnapshots.begin(), m_latestSnapshots.end(),
+        [&id](const ActivitySnapshot &snapshot) { return snapshot.id == id; });
+    if (entry != m_latestSnapshots.end()) {
+        entry->userNote = trimmed;
+        const QStringList projects = UserPreferences::parsedList(m_settings->string(SettingsKey::userProjects));
+        const QString project = UserPreferences::normalizedLabel(trimmed, projects);
+        if (project != UserPreferences::otherLabel) {
+            entry->projectName = project;
+        }
+        Q_EMIT latestSnapshotsChanged();
+    }
+    log(u"📝 Note added to current log"_s, LogType::Info);
+}
+
+QCoro::Task<> ActivityMonitor::cleanupOldRecords()
+{
+    const qsizetype before = m_snapshotStore->count();
+    m_snapshotStore->trim(maxDatabaseRecords, *m_reportStore);
+    const qsizetype removed = before - m_snapshotStore->count();
+    if (removed >= 1) {
+        log(u"🧹 Cleaned up "_s + QString::number(removed) + u" old records"_s, LogType::Info);
+    }
+    co_return;
+}
+
+// Day rollover
+
+void ActivityMonitor::loadLastSaveDate()
+{
+    if (const std::optional<QDateTime> stored = m_settings->date(SettingsKey::lastDailySaveDate)) {
+        m_lastSaveDate = *stored;
+        return;
+    }
+    const QDateTime today = startOfDay(m_clock->now());
+    QDateTime earliest = today;
+    const QList<ActivitySnapshot> records = m_snapshotStore->fetchAll();
+    for (const ActivitySnapshot &record : records) {
+        const QDateTime day = startOfDay(record.timestamp);
+        if (day < earliest) {
+            earliest = day;
+        }
+    }
+    m_lastSaveDate = earliest;
+}
+
+void ActivityMonitor::registerDailyLifecycleObservers()
+{
+    if (!m_wakeEvents) {
+        return;
+    }
+    const QPointer<ActivityMonitor> self(this);
+    m_lifecycleObservers.append(m_wakeEvents->addWakeObserver([self] {
+        if (self) {
+            startTask(self, [self] { return self->checkDailyReset(); });
+        }
+    }));
+}
+
+void ActivityMonitor::unregisterDailyLifecycleObservers()
+{
+    if (m_wakeEvents) {
+        for (const WakeEventSource::Token token : std::as_const(m_lifecycleObservers)) {
+            m_wakeEvents->removeWakeObserver(token);
+        }
+    }
+    m_lifecycleObservers.clear();
+}
+
+void ActivityMonitor::startDailyCheckTimer()
+{
+    if (m_dailyCheckTimer) {
+        m_dailyCheckTimer->stop();
+        m_dailyCheckTimer->deleteLater();
+    }
+    m_dailyCheckTimer = new QTimer(this);
+    m_dailyCheckTimer->setObjectName(u"dailyCheckTimer"_s);
+    m_dailyCheckTimer->setInterval(dailyCheckInterval);
+    connect(
+        m_dailyCheckTimer, &QTimer::timeout, this, [this] { startTask(this, [this] { return checkDailyReset(); }); });
+    m_dailyCheckTimer->start();
+}
+
+QCoro::Task<> ActivityMonitor::checkDailyReset()
+{
+    // One check at a time: a second one would finalise the same day again while the first waits
+    // for the model. The running check ends with its own catch-up, so nothing is missed.
+    if (m_rolloverInProgress) {
+        qCDebug(lcMonitoring) << "Day check skipped: another one is running";
+        co_return;
+    }
+    FlagGuard guard(m_rolloverInProgress);
+
+    const QDateTime now = m_clock->now();
+    if (localDate(now) != localDate(m_lastSaveDate)) {
+        log(u"📅 New day detected — finalizing previous day"_s, LogType::Info);
+        co_await finalizeDay(m_lastSaveDate, true);
+        co_await deleteDayRecords(startOfDay(now));
+        resetDay(now);
+        log(u"🔄 Daily reset completed"_s, LogType::Success);
+    }
+    co_await catchUpPendingFinalizations();
+}
+
+QCoro::Task<> ActivityMonitor::catchUpPendingFinalizations()
+{
+    const QDateTime today = startOfDay(m_clock->now());
+    std::set<QDate> pending;
+    const QList<ActivitySnapshot> records = m_snapshotStore->fetchAll();
+    for (const ActivitySnapshot &record : records) {
+        const QDateTime day = startOfDay(record.timestamp);
+        if (day < today && !hasReportFor(day)) {
+            pending.insert(day.date());
+        }
+    }
+
+    for (const QDate &date : pending) {
+        const QDateTime day = date.startOfDay();
+        log(u"📅 Catching up — finalizing "_s + TamloDataPaths::dateLabel(day), LogType::Info);
+        co_await finalizeDay(day, true);
+    }
+
+    if (startOfDay(m_lastSaveDate) < today) {
+        resetDay(m_clock->now());
+    }
+}
+
+QCoro::Task<bool> ActivityMonitor::finalizeDay(QDateTime date, bool removeFromStore)
+{
+    co_await saveDailyData();
+    const QDateTime start = startOfDay(date);
+    const std::optional<QDateTime> end = endOfDay(date);
+    if (!end) {
+        co_return false;
+    }
+    const QList<ActivitySnapshot> records = m_snapshotStore->fetch(start, *end, true);
+    const DayFinalization outcome = co_await m_reportService->generateAndPersist(date, records, m_reportStore);
+
+    // A day whose report is not safely on disk keeps its records, so it can be finalised again.
+    const bool stored = outcome == DayFinalization::Stored;
+    if (!stored && !records.isEmpty()) {
+        qCWarning(lcMonitoring) << "Keeping the records of" << TamloDataPaths::dateLabel(start)
+                                << "since its report was not stored";
+    }
+    if (removeFromStore && stored) {
+        m_snapshotStore->deleteRange(start, *end);
+    }
+    co_return stored;
+}
+
+QCoro::Task<> ActivityMonitor::deleteDayRecords(QDateTime before)
+{
+    const qsizetype count = m_snapshotStore->count();
+    // Only days that have their report: a past day without one still goes through the catch-up.
+    std::set<QDate> reported;
+    const QList<ActivitySnapshot> records = m_snapshotStore->fetchAll();
+    for (const ActivitySnapshot &record : records) {
+        if (record.timestamp < before && hasReportFor(record.timestamp)) {
+            reported.insert(localDate(record.timestamp));
+        }
+    }
+    for (const QDate &date : reported) {
+        const QDateTime start = date.startOfDay();
+        if (const std::optional<QDateTime> end = endOfDay(start)) {
+            m_snapshotStore->deleteRange(start, std::min(*end, before));
+        }
+    }
+    const qsizetype removed = count - m_snapshotStore->count();
+    if (removed >= 1) {
+        log(u"🗑️ Removed "_s + QString::number(removed) + u" records from previous day"_s, LogType::Info);
+    }
+    co_return;
+}
+
+QCoro::Task<> ActivityMonitor::saveDailyData()
+{
+    m_snapshotStore->save();
+    log(u"💾 Daily data saved: "_s + QString::number(m_currentDayRecordCount) + u" records"_s, LogType::Success);
+    co_return;
+}
+
+QCoro::Task<> ActivityMonitor::exportWorkLogForDay(QDateTime date)
+{
+    const QDateTime start = startOfDay(date);
+    const std::optional<QDateTime> end = endOfDay(date);
+    if (!end) {
+        co_return;
+    }
+    const QString label = TamloDataPaths::dateLabel(start);
+    const QList<ActivitySnapshot> records = m_snapshotStore->fetch(start, *end, true);
+    if (records.isEmpty()) {
+        log(u"⚠️ No records to export for "_s + label, LogType::Warning);
+        co_return;
+    }
+    if (const std::optional<ReportFileError> error = m_reportService->exportWorkLog(records, date)) {
+        log(u"❌ Work log export failed: "_s + error->description, LogType::Error);
+        co_return;
+    }
+    log(u"📄 Work log saved: WorkLogs/"_s + label + u".csv ("_s + QString::number(records.size()) + u" records)"_s,
+        LogType::Success);
+}
+
+void ActivityMonitor::resetDay(const QDateTime &now)
+{
+    m_lastSaveDate = now;
+    m_settings->setDate(SettingsKey::lastDailySaveDate, now);
+    m_currentDayRecordCount = 0;
+    setCaptureCount(0);
+    setScreenshotCount(0);
+    setAiAnalysisCount(0);
+    if (!m_latestSnapshots.isEmpty()) {
+        m_latestSnapshots.clear();
+        Q_EMIT latestSnapshotsChanged();
+    }
+}
+
+QDateTime ActivityMonitor::startOfDay(const QDateTime &date) const
+{
+    return localDate(date).startOfDay();
+}
+
+std::optional<QDateTime> ActivityMonitor::endOfDay(const QDateTime &date) const
+{
+    const QDateTime end = localDate(date).addDays(1).startOfDay();
+    if (!end.isValid()) {
+        return std::nullopt;
+    }
+    return end;
+}
+
+bool ActivityMonitor::hasReportFor(const QDateTime &day) const
+{
+    return m_reportStore->hasReport(TamloDataPaths::dateLabel(day));
+}
+
+// Published fields
+
+void ActivityMonitor::setMonitoring(bool value)
+{
+    if (m_isMonitoring == value) {
+        return;
+    }
+    m_isMonitoring = value;
+    Q_EMIT isMonitoringChanged();
+}
+
+void ActivityMonitor::setScreenState(ScreenState value)
+{
+    if (m_screenState == value) {
+        return;
+    }
+    m_screenState = value;
+    Q_EMIT screenStateChanged();
+}
+
+void ActivityMonitor::setLastCaptureTime(const QDateTime &value)
+{
+    if (m_lastCaptureTime == value) {
+        return;
+    }
+    m_lastCaptureTime = value;
+    Q_EMIT lastCaptureTimeChanged();
+}
+
+void ActivityMonitor::setCaptureCount(int value)
+{
+    if (m_captureCount == value) {
+        return;
+    }
+    m_captureCount = value;
+    Q_EMIT captureCountChanged();
+}
+
+void ActivityMonitor::setLastError(const std::optional<QString> &value)
+{
+    if (m_lastError == value) {
+        return;
+    }
+    m_lastError = value;
+    Q_EMIT lastErrorChanged();
+}
+
+void ActivityMonitor::setScreenshotCount(int value)
+{
+    if (m_screenshotCount == value) {
+        return;
+    }
+    m_screenshotCount = value;
+    Q_EMIT screenshotCountChanged();
+}
+
+void ActivityMonitor::setLastScreenshotTime(const QDateTime &value)
+{
+    if (m_lastScreenshotTime == value) {
+        return;
+    }
+    m_lastScreenshotTime = value;
+    Q_EMIT lastScreenshotTimeChanged();
+}
+
+void ActivityMonitor::setAiAnalysisCount(int value)
+{
+    if (m_aiAnalysisCount == value) {
+        return;
+    }
+    m_aiAnalysisCount = value;
+    Q_EMIT aiAnalysisCountChanged();
+}
+
+void ActivityMonitor::log(const QString &message, LogType type, const std::optional<QString> &category) const
+{
+    m_logManager->log(message, type, category);
+}

@@ -1,0 +1,74 @@
+#include "monitoring/screencaptureservice.h"
+
+#include <QBuffer>
+#include <QCryptographicHash>
+#include <QImageWriter>
+
+using namespace Qt::StringLiterals;
+
+ScreenCaptureService::ScreenCaptureService(ScreenGrabber *portalGrabber, ScreenGrabber *x11Grabber, SessionType session)
+    : m_portalGrabber(portalGrabber), m_x11Grabber(x11Grabber), m_session(session)
+{
+}
+
+ScreenCaptureService::SessionType ScreenCaptureService::sessionType(const QProcessEnvironment &environment)
+{
+    if (!environment.value(u"WAYLAND_DISPLAY"_s).isEmpty()
+        || environment.value(u"XDG_SESSION_TYPE"_s).compare(u"wayland"_s, Qt::CaseInsensitive) == 0) {
+        return SessionType::Wayland;
+    }
+    return SessionType::X11;
+}
+
+QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreen()
+{
+    if (m_session == SessionType::Wayland) {
+        co_return co_await captureScreenModern();
+    }
+    co_return co_await captureScreenLegacy();
+}
+
+QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreenModern()
+{
+    if (!m_portalGrabber) {
+        co_return ScreenGrab::failure(ScreenCaptureError::Kind::NoDisplayAvailable);
+    }
+    co_return co_await m_portalGrabber->grab();
+}
+
+QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreenLegacy()
+{
+    if (!m_x11Grabber) {
+        co_return ScreenGrab::failure(ScreenCaptureError::Kind::NoDisplayAvailable);
+    }
+    co_return co_await m_x11Grabber->grab();
+}
+
+std::optional<QByteArray> ScreenCaptureService::imageToData(const QImage &image, std::optional<double> maxWidth)
+{
+    if (image.isNull()) {
+        return std::nullopt;
+    }
+    QImage source = image;
+    if (maxWidth && source.width() > *maxWidth) {
+        const int width = static_cast<int>(*maxWidth);
+        const int height = qRound(source.height() * (*maxWidth / source.width()));
+        source = source.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    }
+
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!buffer.open(QIODevice::WriteOnly)) {
+        return std::nullopt;
+    }
+    QImageWriter writer(&buffer, "png");
+    if (!writer.write(source)) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+QString ScreenCaptureService::sha256Hex(const QByteArray &data)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
+}

@@ -1,0 +1,215 @@
+#pragma once
+
+#include "ai/llmservice.h"
+#include "core/activitysnapshotstore.h"
+#include "core/apppaths.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "monitoring/activitymonitor.h"
+#include "monitoring/screencaptureservice.h"
+#include "platform/dbusscreenevents.h"
+#include "reports/dailyreportservice.h"
+#include "reports/dailyreportstore.h"
+
+#include "fakeclock.h"
+#include "privatedbus.h"
+#include "standinserver.h"
+
+#include <QCoroTask>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QPainter>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace MonitorTest {
+using namespace Qt::StringLiterals;
+
+// A screen that always shows the same picture, or fails the way it is told to.
+class StillImageGrabber final : public ScreenGrabber
+{
+public:
+    QImage image;
+    std::optional<ScreenCaptureError::Kind> failWith;
+    int grabs = 0;
+
+    StillImageGrabber() : image(1600, 900, QImage::Format_RGB32)
+    {
+        image.fill(Qt::white);
+        QPainter painter(&image);
+        painter.fillRect(100, 100, 600, 300, Qt::darkBlue);
+        painter.fillRect(900, 400, 500, 400, Qt::darkGreen);
+    }
+
+    QCoro::Task<ScreenGrab> grab() override
+    {
+        ++grabs;
+        if (failWith) {
+            co_return ScreenGrab::failure(*failWith);
+        }
+        co_return ScreenGrab::success(image);
+    }
+};
+
+inline QByteArray chatReply(const QJsonObject &content)
+{
+    const QJsonObject message {{u"role"_s, u"assistant"_s},
+        {u"content"_s, QString::fromUtf8(QJsonDocument(content).toJson(QJsonDocument::Compact))}};
+    return QJsonDocument(QJsonObject {{u"model"_s, u"qwen3-vl:2b"_s}, {u"message"_s, message}, {u"done"_s, true}})
+        .toJson(QJsonDocument::Compact);
+}
+
+inline QDateTime at(int year, int month, int day, int hour, int minute = 0, int second = 0)
+{
+    return QDateTime(QDate(year, month, day), QTime(hour, minute, second));
+}
+
+// The whole monitor on real parts: stores in a temporary home, the model client against a
+// stand-in Ollama, screen events from a private D-Bus daemon, and a fake clock.
+class MonitorFixture : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(home.isValid());
+        ASSERT_TRUE(bus.isRunning()) << bus.errorText().toStdString();
+        paths = AppPaths::underHome(home.path());
+        settings = std::make_unique<Settings>(paths.settingsFile);
+        settings->setString(SettingsKey::userProjects, u"Tamlo, Garden"_s);
+        settings->setString(SettingsKey::categorizeBy, u"Coding, Writing"_s);
+
+        ollama.on("GET", "/api/tags",
+            StandInServer::Reply {200, R"({"models":[{"name":"qwen3-vl:2b","model":"qwen3-vl:2b"}]})"});
+        ollama.on("POST", "/api/chat", [this](const StandInServer::Request &request) { return chat(request); });
+
+        logManager = std::make_unique<LogManager>(&clock);
+        snapshotStore
+            = std::make_unique<ActivitySnapshotStore>(paths.snapshotsFile(), logManager.get(), settings.get(), &clock);
+        reportStore = std::make_unique<DailyReportStore>(paths.dailyReportsFile(), logManager.get());
+        llm = std::make_unique<LLMService>(&nam, settings.get(), logManager.get(), ollama.url(), &clock);
+        llm->configure();
+        reportService = std::make_unique<DailyReportService>(
+            llm.get(), logManager.get(), settings.get(), &clock, paths.exportRoot);
+        capture = std::make_unique<ScreenCaptureService>(nullptr, &grabber, ScreenCaptureService::SessionType::X11);
+        sessionBus = std::make_unique<QDBusConnection>(bus.connect(u"monitor-session"_s));
+        systemBus = std::make_unique<QDBusConnection>(bus.connect(u"monitor-system"_s));
+        events = std::make_unique<DBusScreenEvents>(*sessionBus, *systemBus);
+
+        monitor = std::make_unique<ActivityMonitor>(ActivityMonitor::Services {
+            .snapshotStore = snapshotStore.get(),
+            .reportStore = reportStore.get(),
+            .reportService = reportService.get(),
+            .llmService = llm.get(),
+            .logManager = logManager.get(),
+            .settings = settings.get(),
+            .clock = &clock,
+            .screenCapture = capture.get(),
+            .screenEvents = events.get(),
+            .wakeEvents = events.get(),
+        });
+    }
+
+    void TearDown() override
+    {
+        monitor.reset();
+        events.reset();
+        QTest::qWait(0);
+    }
+
+    // Analysis requests carry an image; the day summary does not.
+    StandInServer::Reply chat(const StandInServer::Request &request)
+    {
+        if (request.body.contains("\"images\"")) {
+            if (analysisReply) {
+                return *analysisReply;
+            }
+            return StandInServer::Reply {200,
+                chatReply({{u"category"_s, u"Coding"_s}, {u"projectName"_s, u"Tamlo"_s},
+                    {u"activityDescription"_s, u"Editing activitymonitor.cpp"_s}}),
+                "application/json", analysisDelayMs};
+        }
+        if (summaryReply) {
+            return *summaryReply;
+        }
+        return StandInServer::Reply {200, chatReply({{u"summary"_s, u"A calm and focused day of work."_s}})};
+    }
+
+    [[nodiscard]] qsizetype analysisRequests() const
+    {
+        qsizetype count = 0;
+        for (const auto &request : ollama.requestsTo("/api/chat")) {
+            count += request.body.contains("\"images\"") ? 1 : 0;
+        }
+        return count;
+    }
+
+    // Event log messages, oldest first, once the log has caught up.
+    [[nodiscard]] QStringList messages()
+    {
+        QTest::qWait(0);
+        QStringList result;
+        for (const LogEntry &entry : logManager->logs()) {
+            result.prepend(entry.message);
+        }
+        return result;
+    }
+
+    [[nodiscard]] qsizetype countOf(const QString &message) { return messages().count(message); }
+
+    [[nodiscard]] QTimer *timer(const QString &name) const
+    {
+        QTimer *found = monitor->findChild<QTimer *>(name);
+        return found && found->isActive() ? found : nullptr;
+    }
+
+    template<typename Predicate>
+    static bool waitFor(Predicate predicate, int timeoutMs = 10000)
+    {
+        return QTest::qWaitFor(predicate, timeoutMs);
+    }
+
+    void sendScreenSaver(const QString &interface, bool active)
+    {
+        PrivateDBus::roundTrip(*sessionBus);
+        ASSERT_TRUE(bus.sendSignal(false, u"/org/freedesktop/ScreenSaver"_s, interface + u".ActiveChanged"_s,
+            {active ? u"boolean:true"_s : u"boolean:false"_s}));
+    }
+
+    void sendPrepareForSleep(bool sleeping)
+    {
+        PrivateDBus::roundTrip(*systemBus);
+        ASSERT_TRUE(bus.sendSignal(true, u"/org/freedesktop/login1"_s,
+            u"org.freedesktop.login1.Manager.PrepareForSleep"_s, {sleeping ? u"boolean:true"_s : u"boolean:false"_s}));
+    }
+
+    QTemporaryDir home;
+    AppPaths paths;
+    FakeClock clock {QDateTime(QDate(2026, 3, 9), QTime(10, 0))};
+    PrivateDBus bus;
+    StandInServer ollama;
+    QNetworkAccessManager nam;
+    StillImageGrabber grabber;
+    std::optional<StandInServer::Reply> analysisReply;
+    std::optional<StandInServer::Reply> summaryReply;
+    int analysisDelayMs = 0;
+
+    std::unique_ptr<Settings> settings;
+    std::unique_ptr<LogManager> logManager;
+    std::unique_ptr<ActivitySnapshotStore> snapshotStore;
+    std::unique_ptr<DailyReportStore> reportStore;
+    std::unique_ptr<LLMService> llm;
+    std::unique_ptr<DailyReportService> reportService;
+    std::unique_ptr<ScreenCaptureService> capture;
+    std::unique_ptr<QDBusConnection> sessionBus;
+    std::unique_ptr<QDBusConnection> systemBus;
+    std::unique_ptr<DBusScreenEvents> events;
+    std::unique_ptr<ActivityMonitor> monitor;
+};
+} // namespace MonitorTest

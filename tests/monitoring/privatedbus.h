@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+// A dbus-daemon of the test's own, standing in for both the session bus and the system bus.
+// dbus-send run through sendSignal() reaches it either way, through the bus addresses in the
+// environment of the process.
+class PrivateDBus
+{
+public:
+    PrivateDBus();
+    ~PrivateDBus();
+    PrivateDBus(const PrivateDBus &) = delete;
+    PrivateDBus &operator=(const PrivateDBus &) = delete;
+
+    [[nodiscard]] bool isRunning() const { return !m_address.isEmpty(); }
+    [[nodiscard]] QString errorText() const { return m_error; }
+    [[nodiscard]] QString address() const { return m_address; }
+
+    // A new private connection; closed when the daemon object goes.
+    [[nodiscard]] QDBusConnection connect(const QString &name);
+
+    // dbus-send --session|--system --type=signal PATH INTERFACE.MEMBER ARGS...; true when it succeeded.
+    bool sendSignal(bool systemBus, const QString &path, const QString &member, const QStringList &arguments);
+
+    // Returns once the daemon has handled everything the connection sent before, match rules included.
+    static void roundTrip(const QDBusConnection &connection);
+
+private:
+    QProcess m_daemon;
+    QString m_address;
+    QString m_error;
+    QStringList m_connectionNames;
+};
