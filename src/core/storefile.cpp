@@ -1,0 +1,70 @@
+#include "core/storefile.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QSaveFile>
+
+using namespace Qt::StringLiterals;
+
+QString StoreFile::writeAtomically(const QString &path, const QByteArray &bytes)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        return file.errorString();
+    }
+    if (file.write(bytes) != bytes.size()) {
+        const QString error = file.errorString();
+        file.cancelWriting();
+        return error;
+    }
+    if (!file.commit()) {
+        return file.errorString();
+    }
+    return {};
+}
+
+QString StoreFile::setAside(const QString &path)
+{
+    QString target = path + u".unreadable"_s;
+    for (int n = 2; QFile::exists(target); ++n) {
+        target = path + u".unreadable-%1"_s.arg(n);
+    }
+    return QFile::rename(path, target) ? target : QString();
+}
+
+QString StoreFile::readAll(const QString &path, QByteArray &bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return u"The file couldn’t be opened: %1."_s.arg(file.errorString());
+    }
+    bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        return u"The file couldn’t be read: %1."_s.arg(file.errorString());
+    }
+    return {};
+}
+
+QString StoreFile::parseArray(const QByteArray &bytes, QJsonArray &array)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError) {
+        return u"The file isn’t valid JSON (%1 at offset %2)."_s.arg(error.errorString()).arg(error.offset);
+    }
+    if (!document.isArray()) {
+        return u"The file doesn’t hold a list."_s;
+    }
+    array = document.array();
+    return {};
+}
+
+QString StoreFile::setAsideNotice(const QString &newPath)
+{
+    if (newPath.isEmpty()) {
+        return u"The file couldn’t be set aside, so it will be left as it is and not written over."_s;
+    }
+    return u"The file was kept as “%1”."_s.arg(QFileInfo(newPath).fileName());
+}
