@@ -21,7 +21,7 @@ public:
     // A page of the web site with the callback attached as its only query item.
     [[nodiscard]] QUrl webAuthURL(const QString &path) const;
 
-    // convexURL() followed by path, or nothing when that text is no valid URL.
+    // base followed by path by plain concatenation, or nothing when that text is no valid URL.
     [[nodiscard]] static std::optional<QUrl> endpoint(const QString &base, const QString &path);
 
     static constexpr auto authCallback = "tamlo://auth";

@@ -1,9 +1,9 @@
 #include "account/authservice.h"
 
+#include "account/accountlogging.h"
 #include "account/autherror.h"
 #include "account/backendrequest.h"
 
-#include "account/accountlogging.h"
 #include <QJsonDocument>
 #include <QJsonObject>
 

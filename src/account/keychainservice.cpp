@@ -6,6 +6,8 @@
 
 #include <plist/plist.h>
 
+#include <cstdlib>
+#include <limits>
 #include <memory>
 
 using namespace Qt::StringLiterals;

@@ -188,9 +188,11 @@ TEST_F(ActivitySyncServiceTest, UploadsAtMostEverySecondTimerFiring)
 TEST_F(ActivitySyncServiceTest, NothingToSendIsLoggedAndNotUploaded)
 {
     m_store.add(record(m_clock.now().addDays(-3)));
-    QCoro::waitFor(m_sync->syncIfNeeded(true));
+    m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":5})"});
+    QCoro::waitFor(m_sync->checkSyncRequest());
+    QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_TRUE(uploads().isEmpty());
-    EXPECT_TRUE(logMessages().contains(u"⚠️ Sync skipped: no local snapshots for today or yesterday"_s));
+    EXPECT_EQ(logMessages(), QStringList(2, u"⚠️ Sync skipped: no local snapshots for today or yesterday"_s));
 }
 
 TEST_F(ActivitySyncServiceTest, SignedOutSendsNothing)
