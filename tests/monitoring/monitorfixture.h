@@ -102,6 +102,13 @@ protected:
         systemBus = std::make_unique<QDBusConnection>(bus.connect(u"monitor-system"_s));
         events = std::make_unique<DBusScreenEvents>(*sessionBus, *systemBus);
 
+        buildMonitor();
+    }
+
+    // A new monitor on the same parts, taking its screenshots through the given service.
+    void buildMonitor(ScreenCaptureService *screenCapture = nullptr)
+    {
+        monitor.reset();
         monitor = std::make_unique<ActivityMonitor>(ActivityMonitor::Services {
             .snapshotStore = snapshotStore.get(),
             .reportStore = reportStore.get(),
@@ -110,7 +117,7 @@ protected:
             .logManager = logManager.get(),
             .settings = settings.get(),
             .clock = &clock,
-            .screenCapture = capture.get(),
+            .screenCapture = screenCapture ? screenCapture : capture.get(),
             .screenEvents = events.get(),
             .wakeEvents = events.get(),
         });

@@ -1,0 +1,164 @@
+#include "monitoring/screencaptureservice.h"
+#include "platform/x11screengrabber.h"
+
+#include <QCoroTask>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QLocale>
+#include <QPainter>
+#include <QProcess>
+#include <QRasterWindow>
+#include <QStandardPaths>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int screenWidth = 2560;
+constexpr int screenHeight = 1600;
+constexpr int columns = 4;
+constexpr int rows = 4;
+
+QColor blockColor(int column, int row)
+{
+    return QColor::fromHsv((column * rows + row) * 360 / (columns * rows), 200, 220);
+}
+
+// An X server of the test's own, and the application connected to it.
+class XvfbEnvironment : public ::testing::Environment
+{
+public:
+    XvfbEnvironment(int argc, char **argv) : m_argc(argc), m_argv(argv) { }
+
+    void SetUp() override
+    {
+        const QString program = QStandardPaths::findExecutable(u"Xvfb"_s);
+        if (program.isEmpty()) {
+            s_skipReason = "Xvfb is not installed (Debian package xvfb)";
+            return;
+        }
+        for (int display = 90 + QCoreApplication::applicationPid() % 50; display < 200; ++display) {
+            const QString socket = u"/tmp/.X11-unix/X%1"_s.arg(display);
+            if (QFile::exists(socket) || QFile::exists(u"/tmp/.X%1-lock"_s.arg(display))) {
+                continue;
+            }
+            m_server.start(program,
+                {u":%1"_s.arg(display), u"-screen"_s, u"0"_s, u"%1x%2x24"_s.arg(screenWidth).arg(screenHeight),
+                    u"-nolisten"_s, u"tcp"_s});
+            if (!m_server.waitForStarted(5000)) {
+                break;
+            }
+            if (QTest::qWaitFor(
+                    [&] { return QFile::exists(socket) || m_server.state() == QProcess::NotRunning; }, 10000)
+                && m_server.state() == QProcess::Running) {
+                qputenv("DISPLAY", u":%1"_s.arg(display).toLatin1());
+                qputenv("QT_QPA_PLATFORM", "xcb");
+                s_app = new QGuiApplication(m_argc, m_argv);
+                QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+                return;
+            }
+            m_server.kill();
+            m_server.waitForFinished();
+        }
+        s_startError = "Xvfb could not be started on a free display";
+    }
+
+    void TearDown() override
+    {
+        delete s_app;
+        s_app = nullptr;
+        if (m_server.state() != QProcess::NotRunning) {
+            m_server.terminate();
+            m_server.waitForFinished(5000);
+        }
+    }
+
+    static inline QGuiApplication *s_app = nullptr;
+    static inline std::string s_skipReason;
+    static inline std::string s_startError;
+
+private:
+    int m_argc;
+    char **m_argv;
+    QProcess m_server;
+};
+
+// Covers the whole screen with a grid of known colours.
+class PatternWindow : public QRasterWindow
+{
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        const int blockWidth = width() / columns;
+        const int blockHeight = height() / rows;
+        for (int column = 0; column < columns; ++column) {
+            for (int row = 0; row < rows; ++row) {
+                painter.fillRect(
+                    column * blockWidth, row * blockHeight, blockWidth, blockHeight, blockColor(column, row));
+            }
+        }
+    }
+};
+
+class X11CaptureTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!XvfbEnvironment::s_skipReason.empty()) {
+            GTEST_SKIP() << XvfbEnvironment::s_skipReason;
+        }
+        ASSERT_NE(XvfbEnvironment::s_app, nullptr) << XvfbEnvironment::s_startError;
+    }
+};
+
+TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesItToTwelveHundredWide)
+{
+    PatternWindow window;
+    window.setFlags(Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
+    window.setGeometry(0, 0, screenWidth, screenHeight);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    QTest::qWait(300);
+
+    X11ScreenGrabber x11;
+    ScreenCaptureService service(nullptr, &x11, ScreenCaptureService::SessionType::X11);
+    const ScreenGrab grab = QCoro::waitFor(service.captureScreen());
+    ASSERT_TRUE(grab.ok()) << grab.error->description().toStdString();
+    ASSERT_EQ(grab.image.size(), QSize(screenWidth, screenHeight));
+
+    const std::optional<QByteArray> data
+        = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth);
+    ASSERT_TRUE(data.has_value());
+    const QImage png = QImage::fromData(*data, "PNG");
+    ASSERT_EQ(png.size(), QSize(1200, 750));
+    EXPECT_EQ(ScreenCaptureService::sha256Hex(*data),
+        QString::fromLatin1(QCryptographicHash::hash(*data, QCryptographicHash::Sha256).toHex()));
+
+    // The middle of every block shows its colour, on the screen and in the scaled picture.
+    for (int column = 0; column < columns; ++column) {
+        for (int row = 0; row < rows; ++row) {
+            const QColor expected = blockColor(column, row);
+            const QPoint onScreen(
+                (column * 2 + 1) * screenWidth / (columns * 2), (row * 2 + 1) * screenHeight / (rows * 2));
+            const QPoint scaled((column * 2 + 1) * 1200 / (columns * 2), (row * 2 + 1) * 750 / (rows * 2));
+            EXPECT_EQ(grab.image.pixelColor(onScreen).rgb(), expected.rgb()) << column << "," << row;
+            EXPECT_EQ(png.pixelColor(scaled).rgb(), expected.rgb()) << column << "," << row;
+        }
+    }
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    ::testing::InitGoogleTest(&argc, argv);
+    ::testing::AddGlobalTestEnvironment(new XvfbEnvironment(argc, argv));
+    return RUN_ALL_TESTS();
+}
