@@ -1,0 +1,37 @@
+#pragma once
+
+#include "server/httpreply.h"
+
+#include <QByteArray>
+
+#include <optional>
+
+class QHttpServerRequest;
+class Clock;
+class SignInService;
+class Storage;
+struct ServerUser;
+
+// The JSON endpoints the app calls: the token exchange, the upload, the status poll, the session check.
+class ApiEndpoints
+{
+public:
+    static constexpr qint64 maxSyncBodyBytes = 32LL * 1024 * 1024;
+
+    ApiEndpoints(Storage *storage, SignInService *signIn, const Clock *clock);
+
+    [[nodiscard]] HttpReply verifyToken(const QHttpServerRequest &request);
+    [[nodiscard]] HttpReply sync(const QHttpServerRequest &request);
+    [[nodiscard]] HttpReply status(const QHttpServerRequest &request);
+    [[nodiscard]] HttpReply me(const QHttpServerRequest &request);
+
+    // Header names compare without regard to case.
+    [[nodiscard]] static std::optional<QByteArray> header(const QHttpServerRequest &request, const QByteArray &name);
+
+private:
+    [[nodiscard]] std::optional<ServerUser> authenticate(const QHttpServerRequest &request);
+
+    Storage *m_storage = nullptr;
+    SignInService *m_signIn = nullptr;
+    const Clock *m_clock = nullptr;
+};

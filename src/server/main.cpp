@@ -1,0 +1,96 @@
+// The composition root of tamlo-server: read the command line, open the storage, then either
+// run one administration command or serve until stopped.
+#include "core/buildinfo.h"
+#include "core/clock.h"
+#include "server/admincommands.h"
+#include "server/apiendpoints.h"
+#include "server/requestlog.h"
+#include "server/serveroptions.h"
+#include "server/signinservice.h"
+#include "server/sqlstorage.h"
+#include "server/tamlohttpserver.h"
+#include "server/webpages.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTextStream>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+std::unique_ptr<SqlStorage> openStorage(const ServerOptions &options)
+{
+    if (!options.databaseUrl.isEmpty()) {
+        return SqlStorage::openPostgres(QUrl(options.databaseUrl));
+    }
+    if (!QFileInfo::exists(options.dataDir)) {
+        if (!QDir().mkpath(options.dataDir)) {
+            throw StorageError(u"Cannot create the data folder %1."_s.arg(options.dataDir));
+        }
+        QFile::setPermissions(
+            options.dataDir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    }
+    return SqlStorage::openSqlite(QDir(options.dataDir).filePath(u"tamlo-server.sqlite3"_s));
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(u"tamlo-server"_s);
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(BuildInfo::shortVersion));
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+
+    const ParsedServerOptions parsed = ServerOptions::parse(QCoreApplication::arguments());
+    if (!parsed.options) {
+        (parsed.exitCode == 0 ? out : err) << parsed.message << Qt::endl;
+        return parsed.exitCode;
+    }
+    const ServerOptions &options = *parsed.options;
+
+    SystemClock clock;
+    std::unique_ptr<SqlStorage> storage;
+    try {
+        storage = openStorage(options);
+    } catch (const StorageError &error) {
+        err << error.message() << Qt::endl;
+        return 1;
+    }
+    SignInService signIn(storage.get(), &clock);
+
+    if (!options.command.isEmpty()) {
+        try {
+            AdminCommands commands(storage.get(), &signIn, &clock, &out, &err);
+            return commands.run(options.command, options.name);
+        } catch (const StorageError &error) {
+            err << error.message() << Qt::endl;
+            return 1;
+        }
+    }
+
+    QFile logDevice;
+    if (!logDevice.open(stderr, QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        return 1;
+    }
+    RequestLog log(&logDevice);
+    ApiEndpoints api(storage.get(), &signIn, &clock);
+    WebPages pages(&signIn, options.effectivePublicUrl(options.port), options.localSignIn());
+    TamloHttpServer server(&api, &pages, &log);
+    if (!server.listen(options.listenAddress, options.port)) {
+        err << u"Cannot listen on %1:%2: %3"_s.arg(options.listenHost).arg(options.port).arg(server.errorString())
+            << Qt::endl;
+        return 1;
+    }
+    if (options.port == 0) {
+        pages.setPublicUrl(options.effectivePublicUrl(server.port()));
+    }
+    err << u"tamlo-server %1 listening on %2:%3, public URL %4, local sign-in %5"_s.arg(
+        QCoreApplication::applicationVersion(), options.listenHost, QString::number(server.port()),
+        options.effectivePublicUrl(server.port()).toString(), options.localSignIn() ? u"on"_s : u"off"_s)
+        << Qt::endl;
+    return QCoreApplication::exec();
+}

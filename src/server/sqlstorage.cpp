@@ -1,0 +1,461 @@
+#include "server/sqlstorage.h"
+
+#include <QAtomicInt>
+#include <QFileInfo>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStringList>
+#include <QUrlQuery>
+#include <QUuid>
+#include <QVariant>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// Each migration takes the schema one version up. Only types and statements that SQLite and
+// PostgreSQL read alike: TEXT, BIGINT, INTEGER flags, ON CONFLICT upserts.
+const QList<QStringList> &migrations()
+{
+    static const QList<QStringList> steps {
+        {
+            u"CREATE TABLE users (id TEXT PRIMARY KEY, email TEXT NOT NULL UNIQUE, name TEXT,"
+            " created_at BIGINT NOT NULL)"_s,
+            u"CREATE TABLE sign_in_links (token_digest TEXT PRIMARY KEY, email TEXT NOT NULL,"
+            " created_at BIGINT NOT NULL, used_at BIGINT)"_s,
+            u"CREATE TABLE sessions (token_digest TEXT PRIMARY KEY,"
+            " user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE, created_at BIGINT NOT NULL)"_s,
+            u"CREATE INDEX sessions_user ON sessions (user_id)"_s,
+            u"CREATE TABLE devices (user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+            " device_id TEXT NOT NULL, timezone TEXT NOT NULL, last_upload_at BIGINT NOT NULL,"
+            " backfill_complete INTEGER NOT NULL DEFAULT 0, PRIMARY KEY (user_id, device_id))"_s,
+            u"CREATE TABLE snapshots (user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+            " id TEXT NOT NULL, device_id TEXT NOT NULL, day TEXT NOT NULL, taken_at TEXT NOT NULL,"
+            " activity_type TEXT NOT NULL, project_name TEXT NOT NULL, activity_description TEXT,"
+            " user_note TEXT, received_at BIGINT NOT NULL, PRIMARY KEY (user_id, id))"_s,
+            u"CREATE INDEX snapshots_user_day ON snapshots (user_id, day, taken_at)"_s,
+            u"CREATE TABLE sync_requests (user_id TEXT PRIMARY KEY REFERENCES users(id) ON DELETE CASCADE,"
+            " requested_at BIGINT NOT NULL)"_s,
+        },
+    };
+    static_assert(SqlStorage::schemaVersion == 1, "add the statements of the new version above");
+    return steps;
+}
+
+QVariant nullableText(const std::optional<QString> &value)
+{
+    return value ? QVariant(*value) : QVariant(QMetaType::fromType<QString>());
+}
+
+std::optional<QString> optionalText(const QVariant &value)
+{
+    return value.isNull() ? std::nullopt : std::optional<QString>(value.toString());
+}
+
+QString newConnectionName()
+{
+    static QAtomicInt counter;
+    return u"tamlo-server-%1"_s.arg(counter.fetchAndAddRelaxed(1));
+}
+} // namespace
+
+std::unique_ptr<SqlStorage> SqlStorage::openSqlite(const QString &file)
+{
+    if (!QSqlDatabase::isDriverAvailable(u"QSQLITE"_s)) {
+        throw StorageError(u"The Qt SQLite driver is not installed (Debian package libqt6sql6-sqlite)."_s);
+    }
+    const QString name = newConnectionName();
+    QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
+    db.setDatabaseName(file);
+    // Another process (an administration command beside the running server) may hold the lock briefly.
+    db.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=5000"_s);
+    std::unique_ptr<SqlStorage> storage(new SqlStorage(Engine::Sqlite, db, QFileInfo(file).absoluteFilePath()));
+    storage->open();
+    return storage;
+}
+
+std::unique_ptr<SqlStorage> SqlStorage::openPostgres(const QUrl &url)
+{
+    if (!QSqlDatabase::isDriverAvailable(u"QPSQL"_s)) {
+        throw StorageError(u"The Qt PostgreSQL driver is not installed (Debian package libqt6sql6-psql)."_s);
+    }
+    const QString name = newConnectionName();
+    QSqlDatabase db = QSqlDatabase::addDatabase(u"QPSQL"_s, name);
+    QUrlQuery query(url);
+    QString host = url.host();
+    QStringList options;
+    for (const auto &[key, value] : query.queryItems(QUrl::FullyDecoded)) {
+        if (key == u"host"_s) {
+            host = value; // a socket directory, as libpq allows
+        } else {
+            options.append(key + u'=' + value);
+        }
+    }
+    db.setHostName(host);
+    if (url.port() > 0) {
+        db.setPort(url.port());
+    }
+    db.setUserName(url.userName(QUrl::FullyDecoded));
+    db.setPassword(url.password(QUrl::FullyDecoded));
+    const QString database = url.path(QUrl::FullyDecoded).mid(1);
+    db.setDatabaseName(database);
+    db.setConnectOptions(options.join(u';'));
+    const QString description = u"postgresql://%1%2/%3"_s.arg(
+        host.isEmpty() ? u"localhost"_s : host, url.port() > 0 ? u":%1"_s.arg(url.port()) : QString(), database);
+    std::unique_ptr<SqlStorage> storage(new SqlStorage(Engine::Postgres, db, description));
+    storage->open();
+    return storage;
+}
+
+SqlStorage::SqlStorage(Engine engine, QSqlDatabase db, QString description)
+    : m_engine(engine)
+    , m_db(std::move(db))
+    , m_connectionName(m_db.connectionName())
+    , m_description(std::move(description))
+{
+}
+
+SqlStorage::~SqlStorage()
+{
+    m_db.close();
+    m_db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(m_connectionName);
+}
+
+void SqlStorage::open()
+{
+    if (!m_db.open()) {
+        throw StorageError(u"Cannot open the database %1: %2"_s.arg(m_description, m_db.lastError().text()));
+    }
+    if (m_engine == Engine::Sqlite) {
+        execSql(u"PRAGMA journal_mode = WAL"_s);
+        // In WAL mode a committed transaction survives a crash of the process with NORMAL.
+        execSql(u"PRAGMA synchronous = NORMAL"_s);
+        execSql(u"PRAGMA foreign_keys = ON"_s);
+    } else {
+        execSql(u"SET client_min_messages TO WARNING"_s);
+    }
+    migrate();
+}
+
+void SqlStorage::migrate()
+{
+    const bool hasVersionTable = m_db.tables().contains(u"schema_version"_s);
+    int current = 0;
+    if (hasVersionTable) {
+        QSqlQuery query = prepare(u"SELECT MAX(version) FROM schema_version"_s);
+        exec(query);
+        if (query.next()) {
+            current = query.value(0).toInt();
+        }
+    } else if (!m_db.tables().isEmpty() && m_engine == Engine::Sqlite) {
+        throw StorageError(u"The file %1 is not a tamlo-server database; it was left untouched."_s.arg(m_description));
+    }
+    if (current > schemaVersion) {
+        throw StorageError(u"The database %1 has schema version %2, newer than this tamlo-server knows (%3). "
+                           "It was left untouched; run a newer tamlo-server."_s.arg(m_description)
+                               .arg(current)
+                               .arg(schemaVersion));
+    }
+    if (current == schemaVersion) {
+        return;
+    }
+    beginTransaction();
+    try {
+        if (!hasVersionTable) {
+            execSql(u"CREATE TABLE schema_version (version INTEGER NOT NULL)"_s);
+        }
+        for (int version = current + 1; version <= schemaVersion; ++version) {
+            for (const QString &statement : migrations().at(version - 1)) {
+                execSql(statement);
+            }
+            QSqlQuery record = prepare(u"INSERT INTO schema_version (version) VALUES (?)"_s);
+            record.addBindValue(version);
+            exec(record);
+        }
+        commitTransaction();
+    } catch (...) {
+        rollbackTransaction();
+        throw;
+    }
+}
+
+QSqlQuery SqlStorage::prepare(const QString &sql)
+{
+    QSqlQuery query(m_db);
+    query.setForwardOnly(true);
+    if (!query.prepare(sql)) {
+        throw StorageError(u"Database error: %1"_s.arg(query.lastError().text()));
+    }
+    return query;
+}
+
+void SqlStorage::exec(QSqlQuery &query)
+{
+    if (!query.exec()) {
+        throw StorageError(u"Database error: %1"_s.arg(query.lastError().text()));
+    }
+}
+
+void SqlStorage::execSql(const QString &sql)
+{
+    QSqlQuery query(m_db);
+    if (!query.exec(sql)) {
+        throw StorageError(u"Database error: %1"_s.arg(query.lastError().text()));
+    }
+}
+
+void SqlStorage::beginTransaction()
+{
+    if (!m_db.transaction()) {
+        throw StorageError(u"Database error: %1"_s.arg(m_db.lastError().text()));
+    }
+}
+
+void SqlStorage::commitTransaction()
+{
+    if (!m_db.commit()) {
+        throw StorageError(u"Database error: %1"_s.arg(m_db.lastError().text()));
+    }
+}
+
+void SqlStorage::rollbackTransaction()
+{
+    m_db.rollback();
+}
+
+std::optional<ServerUser> SqlStorage::oneUser(QSqlQuery &query)
+{
+    exec(query);
+    if (!query.next()) {
+        return std::nullopt;
+    }
+    return ServerUser {query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
+        query.value(3).toLongLong()};
+}
+
+std::optional<ServerUser> SqlStorage::userByEmail(const QString &email)
+{
+    QSqlQuery query = prepare(u"SELECT id, email, name, created_at FROM users WHERE email = ?"_s);
+    query.addBindValue(email);
+    return oneUser(query);
+}
+
+std::optional<ServerUser> SqlStorage::userById(const QString &id)
+{
+    QSqlQuery query = prepare(u"SELECT id, email, name, created_at FROM users WHERE id = ?"_s);
+    query.addBindValue(id);
+    return oneUser(query);
+}
+
+ServerUser SqlStorage::createUser(const QString &email, const std::optional<QString> &name, qint64 now)
+{
+    ServerUser user {QUuid::createUuid().toString(QUuid::WithoutBraces), email, name, now};
+    QSqlQuery query = prepare(u"INSERT INTO users (id, email, name, created_at) VALUES (?, ?, ?, ?)"_s);
+    query.addBindValue(user.id);
+    query.addBindValue(user.email);
+    query.addBindValue(nullableText(user.name));
+    query.addBindValue(user.createdAt);
+    exec(query);
+    return user;
+}
+
+QList<ServerUser> SqlStorage::users()
+{
+    QSqlQuery query = prepare(u"SELECT id, email, name, created_at FROM users ORDER BY email"_s);
+    exec(query);
+    QList<ServerUser> result;
+    while (query.next()) {
+        result.append({query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
+            query.value(3).toLongLong()});
+    }
+    return result;
+}
+
+bool SqlStorage::deleteUser(const QString &email)
+{
+    const std::optional<ServerUser> user = userByEmail(email);
+    if (!user) {
+        return false;
+    }
+    // The foreign keys cascade as well; naming every table keeps the promise visible and does
+    // not depend on a connection having them switched on.
+    beginTransaction();
+    try {
+        for (const QString &table : {u"sessions"_s, u"devices"_s, u"snapshots"_s, u"sync_requests"_s}) {
+            QSqlQuery query = prepare(u"DELETE FROM %1 WHERE user_id = ?"_s.arg(table));
+            query.addBindValue(user->id);
+            exec(query);
+        }
+        QSqlQuery query = prepare(u"DELETE FROM users WHERE id = ?"_s);
+        query.addBindValue(user->id);
+        exec(query);
+        commitTransaction();
+    } catch (...) {
+        rollbackTransaction();
+        throw;
+    }
+    return true;
+}
+
+void SqlStorage::createSignInLink(const QString &tokenDigest, const QString &email, qint64 now)
+{
+    QSqlQuery query = prepare(u"INSERT INTO sign_in_links (token_digest, email, created_at) VALUES (?, ?, ?)"_s);
+    query.addBindValue(tokenDigest);
+    query.addBindValue(email);
+    query.addBindValue(now);
+    exec(query);
+}
+
+std::optional<SignInLink> SqlStorage::signInLink(const QString &tokenDigest)
+{
+    QSqlQuery query = prepare(u"SELECT email, created_at, used_at FROM sign_in_links WHERE token_digest = ?"_s);
+    query.addBindValue(tokenDigest);
+    exec(query);
+    if (!query.next()) {
+        return std::nullopt;
+    }
+    SignInLink link {query.value(0).toString(), query.value(1).toLongLong(), std::nullopt};
+    if (!query.value(2).isNull()) {
+        link.usedAt = query.value(2).toLongLong();
+    }
+    return link;
+}
+
+bool SqlStorage::useSignInLink(const QString &tokenDigest, qint64 now)
+{
+    QSqlQuery query = prepare(u"UPDATE sign_in_links SET used_at = ? WHERE token_digest = ? AND used_at IS NULL"_s);
+    query.addBindValue(now);
+    query.addBindValue(tokenDigest);
+    exec(query);
+    return query.numRowsAffected() == 1;
+}
+
+void SqlStorage::createSession(const QString &tokenDigest, const QString &userId, qint64 now)
+{
+    QSqlQuery query = prepare(u"INSERT INTO sessions (token_digest, user_id, created_at) VALUES (?, ?, ?)"_s);
+    query.addBindValue(tokenDigest);
+    query.addBindValue(userId);
+    query.addBindValue(now);
+    exec(query);
+}
+
+std::optional<ServerUser> SqlStorage::userForSession(const QString &tokenDigest)
+{
+    QSqlQuery query = prepare(u"SELECT u.id, u.email, u.name, u.created_at FROM sessions s"
+                              " JOIN users u ON u.id = s.user_id WHERE s.token_digest = ?"_s);
+    query.addBindValue(tokenDigest);
+    return oneUser(query);
+}
+
+void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qint64 now)
+{
+    beginTransaction();
+    try {
+        QSqlQuery snapshot
+            = prepare(u"INSERT INTO snapshots (user_id, id, device_id, day, taken_at, activity_type, project_name,"
+                      " activity_description, user_note, received_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"
+                      " ON CONFLICT (user_id, id) DO UPDATE SET device_id = excluded.device_id, day = excluded.day,"
+                      " taken_at = excluded.taken_at, activity_type = excluded.activity_type,"
+                      " project_name = excluded.project_name, activity_description = excluded.activity_description,"
+                      " user_note = excluded.user_note, received_at = excluded.received_at"_s);
+        for (const UploadedDay &day : upload.days) {
+            for (const UploadedSnapshot &s : day.snapshots) {
+                snapshot.bindValue(0, userId);
+                snapshot.bindValue(1, s.id);
+                snapshot.bindValue(2, upload.deviceId);
+                snapshot.bindValue(3, day.date);
+                snapshot.bindValue(4, s.timestamp);
+                snapshot.bindValue(5, s.activityType);
+                snapshot.bindValue(6, s.projectName);
+                snapshot.bindValue(7, nullableText(s.activityDescription));
+                snapshot.bindValue(8, nullableText(s.userNote));
+                snapshot.bindValue(9, now);
+                exec(snapshot);
+            }
+        }
+        QSqlQuery device = prepare(
+            u"INSERT INTO devices (user_id, device_id, timezone, last_upload_at, backfill_complete)"
+            " VALUES (?, ?, ?, ?, ?) ON CONFLICT (user_id, device_id) DO UPDATE SET timezone = excluded.timezone,"
+            " last_upload_at = excluded.last_upload_at,"
+            " backfill_complete = CASE WHEN devices.backfill_complete = 1 THEN 1 ELSE excluded.backfill_complete END"_s);
+        device.addBindValue(userId);
+        device.addBindValue(upload.deviceId);
+        device.addBindValue(upload.timezone);
+        device.addBindValue(now);
+        device.addBindValue(upload.backfillComplete ? 1 : 0);
+        exec(device);
+        QSqlQuery clear = prepare(u"DELETE FROM sync_requests WHERE user_id = ?"_s);
+        clear.addBindValue(userId);
+        exec(clear);
+        commitTransaction();
+    } catch (...) {
+        rollbackTransaction();
+        throw;
+    }
+}
+
+std::optional<qint64> SqlStorage::syncRequestedAt(const QString &userId)
+{
+    QSqlQuery query = prepare(u"SELECT requested_at FROM sync_requests WHERE user_id = ?"_s);
+    query.addBindValue(userId);
+    exec(query);
+    if (!query.next()) {
+        return std::nullopt;
+    }
+    return query.value(0).toLongLong();
+}
+
+void SqlStorage::requestSync(const QString &userId, qint64 now)
+{
+    QSqlQuery query = prepare(u"INSERT INTO sync_requests (user_id, requested_at) VALUES (?, ?)"
+                              " ON CONFLICT (user_id) DO UPDATE SET requested_at = excluded.requested_at"_s);
+    query.addBindValue(userId);
+    query.addBindValue(now);
+    exec(query);
+}
+
+QList<DeviceRecord> SqlStorage::devices(const QString &userId)
+{
+    QSqlQuery query = prepare(u"SELECT device_id, timezone, last_upload_at, backfill_complete FROM devices"
+                              " WHERE user_id = ? ORDER BY device_id"_s);
+    query.addBindValue(userId);
+    exec(query);
+    QList<DeviceRecord> result;
+    while (query.next()) {
+        result.append({query.value(0).toString(), query.value(1).toString(), query.value(2).toLongLong(),
+            query.value(3).toInt() != 0});
+    }
+    return result;
+}
+
+QList<UploadedDay> SqlStorage::days(const QString &userId)
+{
+    QSqlQuery query = prepare(u"SELECT day, id, taken_at, activity_type, project_name, activity_description,"
+                              " user_note FROM snapshots WHERE user_id = ? ORDER BY day, taken_at, id"_s);
+    query.addBindValue(userId);
+    exec(query);
+    QList<UploadedDay> result;
+    while (query.next()) {
+        const QString date = query.value(0).toString();
+        if (result.isEmpty() || result.last().date != date) {
+            result.append(UploadedDay {date, {}});
+        }
+        result.last().snapshots.append({query.value(1).toString(), query.value(2).toString(), query.value(3).toString(),
+            query.value(4).toString(), optionalText(query.value(5)), optionalText(query.value(6))});
+    }
+    return result;
+}
+
+void SqlStorage::backup(const QString &file)
+{
+    if (m_engine != Engine::Sqlite) {
+        throw StorageError(u"backup copies the embedded SQLite database; back up PostgreSQL with pg_dump."_s);
+    }
+    if (QFileInfo::exists(file)) {
+        throw StorageError(u"The backup file %1 already exists; choose a new name."_s.arg(file));
+    }
+    // VACUUM INTO reads one snapshot of the database, so the copy is consistent while the server writes.
+    QSqlQuery query = prepare(u"VACUUM INTO ?"_s);
+    query.addBindValue(QFileInfo(file).absoluteFilePath());
+    exec(query);
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "server/storage.h"
+
+#include <QSqlDatabase>
+#include <QUrl>
+
+#include <memory>
+
+class QSqlQuery;
+
+// The storage on Qt SQL. Both engines run the same schema and statements; they differ only in
+// how a connection is set up and in what a backup is.
+class SqlStorage final : public Storage
+{
+public:
+    enum class Engine {
+        Sqlite,
+        Postgres,
+    };
+
+    // The schema version this build writes; a database that says more is refused untouched.
+    static constexpr int schemaVersion = 1;
+
+    // Opens (creating when needed) and migrates. Throws StorageError with a text for the operator.
+    [[nodiscard]] static std::unique_ptr<SqlStorage> openSqlite(const QString &file);
+    [[nodiscard]] static std::unique_ptr<SqlStorage> openPostgres(const QUrl &url);
+
+    ~SqlStorage() override;
+    SqlStorage(const SqlStorage &) = delete;
+    SqlStorage &operator=(const SqlStorage &) = delete;
+
+    [[nodiscard]] Engine engine() const { return m_engine; }
+    // Tests reach past the interface to prove what is and is not stored.
+    [[nodiscard]] QSqlDatabase database() const { return m_db; }
+
+    [[nodiscard]] std::optional<ServerUser> userByEmail(const QString &email) override;
+    [[nodiscard]] std::optional<ServerUser> userById(const QString &id) override;
+    ServerUser createUser(const QString &email, const std::optional<QString> &name, qint64 now) override;
+    [[nodiscard]] QList<ServerUser> users() override;
+    bool deleteUser(const QString &email) override;
+
+    void createSignInLink(const QString &tokenDigest, const QString &email, qint64 now) override;
+    [[nodiscard]] std::optional<SignInLink> signInLink(const QString &tokenDigest) override;
+    bool useSignInLink(const QString &tokenDigest, qint64 now) override;
+
+    void createSession(const QString &tokenDigest, const QString &userId, qint64 now) override;
+    [[nodiscard]] std::optional<ServerUser> userForSession(const QString &tokenDigest) override;
+
+    void storeUpload(const QString &userId, const SyncUpload &upload, qint64 now) override;
+    [[nodiscard]] std::optional<qint64> syncRequestedAt(const QString &userId) override;
+    void requestSync(const QString &userId, qint64 now) override;
+
+    [[nodiscard]] QList<DeviceRecord> devices(const QString &userId) override;
+    [[nodiscard]] QList<UploadedDay> days(const QString &userId) override;
+
+    void backup(const QString &file) override;
+
+private:
+    SqlStorage(Engine engine, QSqlDatabase db, QString description);
+
+    void open();
+    void migrate();
+    [[nodiscard]] QSqlQuery prepare(const QString &sql);
+    void exec(QSqlQuery &query);
+    void execSql(const QString &sql);
+    [[nodiscard]] std::optional<ServerUser> oneUser(QSqlQuery &query);
+    void beginTransaction();
+    void commitTransaction();
+    void rollbackTransaction();
+
+    Engine m_engine;
+    QSqlDatabase m_db;
+    QString m_connectionName;
+    QString m_description; // where the database is, for messages; never holds a password
+};

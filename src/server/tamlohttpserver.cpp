@@ -1,0 +1,130 @@
+#include "server/tamlohttpserver.h"
+
+#include "server/cappedtcpserver.h"
+#include "server/requestlog.h"
+#include "server/storage.h"
+
+#include <QElapsedTimer>
+#include <QHttpServerRequest>
+#include <QHttpServerResponder>
+#include <QMetaEnum>
+
+Q_LOGGING_CATEGORY(lcServer, "tamlo.server")
+
+using namespace Qt::StringLiterals;
+
+namespace {
+using Method = QHttpServerRequest::Method;
+
+QByteArray methodName(Method method)
+{
+    const char *key = QMetaEnum::fromType<Method>().valueToKey(static_cast<int>(method));
+    return key ? QByteArray(key).toUpper() : QByteArray("UNKNOWN");
+}
+
+HttpReply methodNotAllowed(const QByteArray &allowed)
+{
+    HttpReply reply = HttpReply::error(405, u"Method not allowed"_s);
+    reply.headers.emplaceBack(QByteArray("Allow"), QByteArray(allowed));
+    return reply;
+}
+} // namespace
+
+TamloHttpServer::TamloHttpServer(ApiEndpoints *api, WebPages *pages, RequestLog *log, QObject *parent)
+    : QAbstractHttpServer(parent), m_api(api), m_pages(pages), m_log(log)
+{
+}
+
+bool TamloHttpServer::listen(const QHostAddress &address, quint16 port)
+{
+    RequestLog *log = m_log;
+    auto *server = new CappedTcpServer(
+        {ApiEndpoints::maxSyncBodyBytes, maxHeadBytes},
+        [log](const QByteArray &method, const QByteArray &path, int status, qint64 ms) {
+            log->record(method, path, status, ms);
+        },
+        this);
+    if (!server->listen(address, port)) {
+        m_errorString = server->errorString();
+        delete server;
+        return false;
+    }
+    m_port = server->serverPort();
+    bind(server);
+    return true;
+}
+
+bool TamloHttpServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
+{
+    QElapsedTimer timer;
+    timer.start();
+    HttpReply reply;
+    try {
+        reply = route(request);
+    } catch (const StorageError &error) {
+        qCWarning(lcServer) << "storage failure:" << error.message();
+        reply = HttpReply::error(500, u"Internal server error"_s);
+    } catch (const std::exception &error) {
+        qCWarning(lcServer) << "unexpected failure:" << error.what();
+        reply = HttpReply::error(500, u"Internal server error"_s);
+    }
+    send(request, socket, reply);
+    m_log->record(methodName(request.method()), request.url().path().toUtf8(), reply.status, timer.elapsed());
+    return true;
+}
+
+void TamloHttpServer::missingHandler(const QHttpServerRequest &request, QTcpSocket *socket)
+{
+    const HttpReply reply = HttpReply::error(404, u"Not found"_s);
+    send(request, socket, reply);
+    m_log->record(methodName(request.method()), request.url().path().toUtf8(), reply.status, 0);
+}
+
+HttpReply TamloHttpServer::route(const QHttpServerRequest &request)
+{
+    const QString path = request.url().path();
+    const Method method = request.method();
+    const bool get = method == Method::Get;
+    const bool post = method == Method::Post;
+    if (path == u"/auth/verify-token"_s) {
+        return post ? m_api->verifyToken(request) : methodNotAllowed("POST");
+    }
+    if (path == u"/activity/sync"_s) {
+        return post ? m_api->sync(request) : methodNotAllowed("POST");
+    }
+    if (path == u"/activity/status"_s) {
+        return get ? m_api->status(request) : methodNotAllowed("GET");
+    }
+    if (path == u"/auth/me"_s) {
+        return get ? m_api->me(request) : methodNotAllowed("GET");
+    }
+    if (path == u"/login"_s) {
+        return get || post ? m_pages->login(request) : methodNotAllowed("GET, POST");
+    }
+    if (path == u"/register"_s) {
+        return get || post ? m_pages->registration(request) : methodNotAllowed("GET, POST");
+    }
+    if (path == u"/docs/installation"_s) {
+        return get ? m_pages->installationGuide() : methodNotAllowed("GET");
+    }
+    if (path == u"/style.css"_s) {
+        return get ? WebPages::stylesheet() : methodNotAllowed("GET");
+    }
+    if (path == u"/"_s) {
+        return get ? m_pages->home() : methodNotAllowed("GET");
+    }
+    return HttpReply::error(404, u"Not found"_s);
+}
+
+void TamloHttpServer::send(const QHttpServerRequest &request, QTcpSocket *socket, const HttpReply &reply)
+{
+    QHttpServerResponder responder = makeResponder(request, socket);
+    responder.writeStatusLine(static_cast<QHttpServerResponder::StatusCode>(reply.status));
+    responder.writeHeader("Content-Type", reply.contentType);
+    responder.writeHeader("Content-Length", QByteArray::number(reply.body.size()));
+    responder.writeHeader("X-Content-Type-Options", "nosniff");
+    for (const auto &[name, value] : reply.headers) {
+        responder.writeHeader(name, value);
+    }
+    responder.writeBody(reply.body);
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "server/apiendpoints.h"
+#include "server/webpages.h"
+
+#include <QAbstractHttpServer>
+#include <QHostAddress>
+#include <QLoggingCategory>
+
+Q_DECLARE_LOGGING_CATEGORY(lcServer)
+
+class CappedTcpServer;
+class RequestLog;
+
+// Routes every request to its endpoint or page, answers it and logs one line for it.
+class TamloHttpServer : public QAbstractHttpServer
+{
+    Q_OBJECT
+public:
+    static constexpr qint64 maxHeadBytes = 64 * 1024;
+
+    TamloHttpServer(ApiEndpoints *api, WebPages *pages, RequestLog *log, QObject *parent = nullptr);
+
+    // Port 0 picks a free one. Returns false with errorString() set.
+    [[nodiscard]] bool listen(const QHostAddress &address, quint16 port);
+    [[nodiscard]] quint16 port() const { return m_port; }
+    [[nodiscard]] QString errorString() const { return m_errorString; }
+
+protected:
+    bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
+    void missingHandler(const QHttpServerRequest &request, QTcpSocket *socket) override;
+
+private:
+    [[nodiscard]] HttpReply route(const QHttpServerRequest &request);
+    void send(const QHttpServerRequest &request, QTcpSocket *socket, const HttpReply &reply);
+
+    ApiEndpoints *m_api = nullptr;
+    WebPages *m_pages = nullptr;
+    RequestLog *m_log = nullptr;
+    quint16 m_port = 0;
+    QString m_errorString;
+};

@@ -1,0 +1,162 @@
+#pragma once
+
+#include "fakeclock.h"
+#include "server/apiendpoints.h"
+#include "server/requestlog.h"
+#include "server/signinservice.h"
+#include "server/tamlohttpserver.h"
+#include "server/webpages.h"
+#include "storagesuites.h"
+
+#include <QBuffer>
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QRegularExpression>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QUrlQuery>
+
+#include <optional>
+
+struct HttpResult
+{
+    int status = 0;
+    QByteArray body;
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+
+    [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
+    [[nodiscard]] QString text() const { return QString::fromUtf8(body); }
+};
+
+// A real server on 127.0.0.1, on the engine of the test's parameter, with a clock the test moves.
+class ServerTest : public BackendTest
+{
+protected:
+    void SetUp() override
+    {
+        BackendTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        logBuffer.open(QIODevice::ReadWrite);
+        signIn = std::make_unique<SignInService>(storage.get(), &clock);
+        api = std::make_unique<ApiEndpoints>(storage.get(), signIn.get(), &clock);
+        pages = std::make_unique<WebPages>(signIn.get(), QUrl(), localSignIn);
+        log = std::make_unique<RequestLog>(&logBuffer);
+        server = std::make_unique<TamloHttpServer>(api.get(), pages.get(), log.get());
+        ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
+        baseUrl = QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server->port()));
+        pages->setPublicUrl(baseUrl);
+    }
+
+    HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
+        const std::optional<QString> &bearer = std::nullopt,
+        const QByteArray &contentType = QByteArrayLiteral("application/json"))
+    {
+        QNetworkRequest request(baseUrl.resolved(QUrl(path)));
+        if (!body.isEmpty() || method == "POST") {
+            request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
+        }
+        if (bearer) {
+            request.setRawHeader("Authorization", "Bearer " + bearer->toUtf8());
+        }
+        QNetworkReply *reply = nam.sendCustomRequest(request, method, body);
+        QEventLoop loop;
+        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        loop.exec();
+        HttpResult result {
+            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), reply->error()};
+        reply->deleteLater();
+        return result;
+    }
+
+    // Bytes exactly as given, for requests a well-behaved client never sends.
+    QByteArray sendRaw(const QByteArray &bytes)
+    {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, server->port());
+        EXPECT_TRUE(socket.waitForConnected(5000));
+        socket.write(bytes);
+        QByteArray answer;
+        QEventLoop loop;
+        QObject::connect(&socket, &QTcpSocket::readyRead, &loop, [&] {
+            answer += socket.readAll();
+            if (answer.contains("\r\n\r\n")) {
+                loop.quit();
+            }
+        });
+        QObject::connect(&socket, &QTcpSocket::disconnected, &loop, &QEventLoop::quit);
+        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+        loop.exec();
+        return answer;
+    }
+
+    static QByteArray form(const QList<std::pair<QString, QString>> &fields)
+    {
+        QByteArray body;
+        for (const auto &[key, value] : fields) {
+            if (!body.isEmpty()) {
+                body += '&';
+            }
+            body += QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value);
+        }
+        return body;
+    }
+
+    static std::optional<QString> callbackToken(const HttpResult &page)
+    {
+        static const QRegularExpression pattern(QStringLiteral("tamlo://auth\\?token=([A-Za-z0-9_-]+)"));
+        const QRegularExpressionMatch match = pattern.match(page.text());
+        return match.hasMatch() ? std::optional<QString>(match.captured(1)) : std::nullopt;
+    }
+
+    // The browser's part of signing in: the form posted, the link taken from the page.
+    QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
+    {
+        const HttpResult page = send("POST", path,
+            form({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("email"), email}}),
+            std::nullopt, "application/x-www-form-urlencoded");
+        EXPECT_EQ(page.status, 200) << page.text().toStdString();
+        return callbackToken(page).value_or(QString());
+    }
+
+    QString sessionFor(const QString &email)
+    {
+        const HttpResult verified = send("POST", QStringLiteral("/auth/verify-token"), tokenBody(linkToken(email)));
+        EXPECT_EQ(verified.status, 200);
+        return verified.json().value(QStringLiteral("sessionToken")).toString();
+    }
+
+    static QByteArray tokenBody(const QString &token)
+    {
+        return QJsonDocument(QJsonObject {{QStringLiteral("token"), token}}).toJson(QJsonDocument::Compact);
+    }
+
+    bool localSignIn = true;
+    FakeClock clock {QDateTime(QDate(2026, 11, 16), QTime(10, 0), Qt::UTC)};
+    QBuffer logBuffer;
+    std::unique_ptr<SignInService> signIn;
+    std::unique_ptr<ApiEndpoints> api;
+    std::unique_ptr<WebPages> pages;
+    std::unique_ptr<RequestLog> log;
+    std::unique_ptr<TamloHttpServer> server;
+    QUrl baseUrl;
+    QNetworkAccessManager nam;
+};
+
+class ServerApiTest : public ServerTest
+{
+};
+
+class LocalModeOffTest : public ServerTest
+{
+protected:
+    void SetUp() override
+    {
+        localSignIn = false;
+        ServerTest::SetUp();
+    }
+};
