@@ -20,14 +20,19 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int screenWidth = 2560;
-constexpr int screenHeight = 1600;
 constexpr int columns = 4;
 constexpr int rows = 4;
 
 QColor blockColor(int column, int row)
 {
     return QColor::fromHsv((column * rows + row) * 360 / (columns * rows), 200, 220);
+}
+
+// The X screen's size: 2560x1600 unless TAMLO_TEST_SCREEN names another, as WIDTHxHEIGHT.
+QSize screenSize()
+{
+    const QStringList parts = qEnvironmentVariable("TAMLO_TEST_SCREEN", u"2560x1600"_s).split(u'x');
+    return parts.size() == 2 ? QSize(parts.at(0).toInt(), parts.at(1).toInt()) : QSize();
 }
 
 // An X server of the test's own, and the application connected to it.
@@ -49,8 +54,8 @@ public:
                 continue;
             }
             m_server.start(program,
-                {u":%1"_s.arg(display), u"-screen"_s, u"0"_s, u"%1x%2x24"_s.arg(screenWidth).arg(screenHeight),
-                    u"-nolisten"_s, u"tcp"_s});
+                {u":%1"_s.arg(display), u"-screen"_s, u"0"_s,
+                    u"%1x%2x24"_s.arg(screenSize().width()).arg(screenSize().height()), u"-nolisten"_s, u"tcp"_s});
             if (!m_server.waitForStarted(5000)) {
                 break;
             }
@@ -119,8 +124,14 @@ protected:
     }
 };
 
-TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesItToTwelveHundredWide)
+// A screen wider than 1200 comes out 1200 wide with its height in proportion; one of 1200 or
+// less comes out as it is.
+TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHundred)
 {
+    const int screenWidth = screenSize().width();
+    const int screenHeight = screenSize().height();
+    const QSize expectedSize
+        = screenWidth > 1200 ? QSize(1200, qRound(screenHeight * 1200.0 / screenWidth)) : screenSize();
     PatternWindow window;
     window.setFlags(Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
     window.setGeometry(0, 0, screenWidth, screenHeight);
@@ -138,7 +149,7 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesItToTwelveHundredWide)
         = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth);
     ASSERT_TRUE(data.has_value());
     const QImage png = QImage::fromData(*data, "PNG");
-    ASSERT_EQ(png.size(), QSize(1200, 750));
+    ASSERT_EQ(png.size(), expectedSize);
     EXPECT_EQ(ScreenCaptureService::sha256Hex(*data),
         QString::fromLatin1(QCryptographicHash::hash(*data, QCryptographicHash::Sha256).toHex()));
 
@@ -148,7 +159,8 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesItToTwelveHundredWide)
             const QColor expected = blockColor(column, row);
             const QPoint onScreen(
                 (column * 2 + 1) * screenWidth / (columns * 2), (row * 2 + 1) * screenHeight / (rows * 2));
-            const QPoint scaled((column * 2 + 1) * 1200 / (columns * 2), (row * 2 + 1) * 750 / (rows * 2));
+            const QPoint scaled((column * 2 + 1) * expectedSize.width() / (columns * 2),
+                (row * 2 + 1) * expectedSize.height() / (rows * 2));
             EXPECT_EQ(grab.image.pixelColor(onScreen).rgb(), expected.rgb()) << column << "," << row;
             EXPECT_EQ(png.pixelColor(scaled).rgb(), expected.rgb()) << column << "," << row;
         }
