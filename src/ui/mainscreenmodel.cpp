@@ -1,0 +1,337 @@
+#include "ui/mainscreenmodel.h"
+
+#include "ai/llmservice.h"
+#include "core/activitysnapshotstore.h"
+#include "core/clock.h"
+#include "core/logmanager.h"
+#include "core/maintask.h"
+#include "core/settings.h"
+#include "core/tamlodatapaths.h"
+#include "core/userpreferences.h"
+#include "monitoring/activitymonitor.h"
+#include "reports/activityreportcalculator.h"
+#include "reports/dailyreportservice.h"
+#include "ui/aboutmodel.h"
+#include "ui/activitycardlistmodel.h"
+#include "ui/desktopactions.h"
+#include "ui/reportviewmodel.h"
+#include "ui/settingsviewmodel.h"
+#include "ui/setupmodel.h"
+#include "ui/tamlotheme.h"
+
+#include <QPointer>
+#include <QSaveFile>
+#include <QTextStream>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int activityTab = 1;
+constexpr int reportTab = 0;
+} // namespace
+
+MainScreenModel::MainScreenModel(const Services &services, QObject *parent)
+    : QObject(parent)
+    , m_services(services)
+    , m_report(new ReportViewModel(this))
+    , m_activities(new ActivityCardListModel(services.settings, this))
+    , m_settingsView(
+          new SettingsViewModel(services.llmService, services.settings, services.loginItem, services.desktop, this))
+    , m_setup(new SetupModel(services.llmService, services.settings, services.loginItem, services.desktop, this))
+    , m_about(new AboutModel(this))
+{
+    ActivityMonitor *monitor = m_services.monitor;
+    connect(monitor, &ActivityMonitor::isMonitoringChanged, this, [this] {
+        Q_EMIT isMonitoringChanged();
+        Q_EMIT controlChanged();
+    });
+    connect(monitor, &ActivityMonitor::lastErrorChanged, this, &MainScreenModel::bannerChanged);
+    // Each capture rebuilds the Report tab.
+    connect(monitor, &ActivityMonitor::captureCountChanged, this, &MainScreenModel::refresh);
+    connect(monitor, &ActivityMonitor::latestSnapshotsChanged, this, [this] {
+        m_activities->setSnapshots(m_services.monitor->latestSnapshots());
+        Q_EMIT noteChanged();
+        refresh();
+    });
+    // A new model makes the last error stale.
+    connect(m_services.llmService, &LLMService::localModelNameChanged, monitor, &ActivityMonitor::clearLastError);
+    m_activities->setSnapshots(monitor->latestSnapshots());
+    refresh();
+}
+
+MainScreenModel::BannerAction MainScreenModel::bannerAction(const QString &lastError)
+{
+    if (lastError.contains(u"permission"_s) || lastError.contains(u"denied"_s)) {
+        return BannerAction::OpenSettings;
+    }
+    if (lastError.contains(u"ollama pull"_s) || lastError.contains(u"not installed"_s)
+        || lastError.contains(u"not running"_s)) {
+        return BannerAction::Hint;
+    }
+    return BannerAction::None;
+}
+
+bool MainScreenModel::didCompleteInitialSetup() const
+{
+    return m_services.settings->boolean(SettingsKey::didCompleteInitialSetup);
+}
+
+bool MainScreenModel::isMonitoring() const
+{
+    return m_services.monitor->isMonitoring();
+}
+
+QString MainScreenModel::statusText() const
+{
+    return isMonitoring() ? u"Active"_s : u"Inactive"_s;
+}
+
+QColor MainScreenModel::statusColor() const
+{
+    return isMonitoring() ? TamloTheme::green() : TamloTheme::gray();
+}
+
+QString MainScreenModel::controlLabel() const
+{
+    if (!didCompleteInitialSetup()) {
+        return u"Finish Setup"_s;
+    }
+    return isMonitoring() ? u"Pause"_s : u"Resume"_s;
+}
+
+QString MainScreenModel::controlIcon() const
+{
+    if (!didCompleteInitialSetup()) {
+        return u"checkmark.circle.fill"_s;
+    }
+    return isMonitoring() ? u"pause.fill"_s : u"play.fill"_s;
+}
+
+void MainScreenModel::setSelectedTab(int tab)
+{
+    if (m_selectedTab == tab) {
+        return;
+    }
+    m_selectedTab = tab;
+    Q_EMIT selectedTabChanged();
+    Q_EMIT bannerChanged();
+    refresh();
+}
+
+void MainScreenModel::setShowingAbout(bool value)
+{
+    if (m_showingAbout == value) {
+        return;
+    }
+    m_showingAbout = value;
+    Q_EMIT showingAboutChanged();
+}
+
+bool MainScreenModel::showBanner() const
+{
+    return didCompleteInitialSetup() && m_selectedTab == activityTab && m_services.monitor->hasError();
+}
+
+QString MainScreenModel::bannerText() const
+{
+    return m_services.monitor->lastError();
+}
+
+bool MainScreenModel::showSettingsButton() const
+{
+    return bannerAction(bannerText()) == BannerAction::OpenSettings && m_services.desktop->canOpenPrivacySettings();
+}
+
+bool MainScreenModel::showBannerHint() const
+{
+    return bannerAction(bannerText()) == BannerAction::Hint;
+}
+
+void MainScreenModel::setPendingNote(const QString &note)
+{
+    if (m_pendingNote == note) {
+        return;
+    }
+    m_pendingNote = note;
+    Q_EMIT noteChanged();
+}
+
+bool MainScreenModel::noteFieldEnabled() const
+{
+    // Notes go to the newest record of this launch, so the in-memory list decides, not the store.
+    return !m_services.monitor->latestSnapshots().isEmpty();
+}
+
+bool MainScreenModel::addNoteEnabled() const
+{
+    return noteFieldEnabled() && !m_pendingNote.trimmed().isEmpty();
+}
+
+QString MainScreenModel::exportReportLabel() const
+{
+    return m_isExportingDailyReport ? u"Exporting…"_s : u"Export daily report"_s;
+}
+
+std::optional<MainScreenModel::ExportKind> MainScreenModel::pendingExportKind() const
+{
+    if (!m_pendingExport) {
+        return std::nullopt;
+    }
+    return m_pendingExport->kind;
+}
+
+void MainScreenModel::panelShown()
+{
+    m_services.llmService->configure();
+    m_activities->setSnapshots(m_services.monitor->latestSnapshots());
+    Q_EMIT didCompleteInitialSetupChanged();
+    Q_EMIT controlChanged();
+    Q_EMIT bannerChanged();
+    Q_EMIT noteChanged();
+    refresh();
+}
+
+void MainScreenModel::refresh()
+{
+    setTodaySnapshotCount(m_services.monitor->snapshotStore()->fetchToday().size());
+    if (m_selectedTab == reportTab) {
+        refreshReport();
+    }
+}
+
+void MainScreenModel::refreshReport()
+{
+    const QList<ActivitySnapshot> active
+        = ActivityReportCalculator::activeSnapshots(m_services.monitor->snapshotStore()->fetchToday());
+    m_report->setReport(int(active.size() * ActivityReportCalculator::secondsPerSnapshot),
+        ActivityReportCalculator::projectShares(active, *m_services.settings),
+        ActivityReportCalculator::categoryShares(active));
+}
+
+void MainScreenModel::triggerControl()
+{
+    if (!didCompleteInitialSetup()) {
+        finishSetup();
+    } else if (isMonitoring()) {
+        m_services.monitor->stopMonitoring();
+    } else {
+        m_services.monitor->startMonitoring();
+    }
+}
+
+void MainScreenModel::finishSetup()
+{
+    m_services.llmService->configure();
+    m_services.settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    Q_EMIT didCompleteInitialSetupChanged();
+    Q_EMIT controlChanged();
+    Q_EMIT bannerChanged();
+    refresh();
+}
+
+void MainScreenModel::addNote()
+{
+    if (!addNoteEnabled()) {
+        return;
+    }
+    m_services.monitor->addNoteToCurrentLog(m_pendingNote);
+    setPendingNote(QString());
+}
+
+void MainScreenModel::exportTodayLogs()
+{
+    const QList<ActivitySnapshot> snapshots = m_services.monitor->snapshotStore()->fetchToday();
+    if (snapshots.isEmpty()) {
+        return;
+    }
+    const QStringList projects = UserPreferences::parsedList(m_services.settings->string(SettingsKey::userProjects));
+    m_pendingExport = PendingExport {ExportKind::WorkLog, DailyReportService::workLogCSVContent(snapshots, projects)};
+    Q_EMIT saveFileRequested(u"Tamlo_WorkLog_"_s + TamloDataPaths::dateLabel(m_services.clock->now()) + u".csv"_s);
+}
+
+void MainScreenModel::exportTodayDailyReport()
+{
+    const QList<ActivitySnapshot> snapshots = m_services.monitor->snapshotStore()->fetchToday();
+    if (snapshots.isEmpty() || m_isExportingDailyReport) {
+        return;
+    }
+    setExportingDailyReport(true);
+    m_services.logManager->log(u"📊 Exporting today's daily report…"_s, LogType::Info);
+    QPointer<MainScreenModel> self(this);
+    DailyReportService *service = m_services.reportService;
+    startTask(this, [self, service, snapshots]() -> QCoro::Task<> {
+        const std::optional<DailyReport> report = co_await service->buildTodayReport(snapshots);
+        if (!self) {
+            co_return;
+        }
+        self->setExportingDailyReport(false);
+        if (!report) {
+            self->m_services.logManager->log(u"⚠️ No activity to export as daily report"_s, LogType::Warning);
+            co_return;
+        }
+        self->m_pendingExport
+            = PendingExport {ExportKind::DailyReport, DailyReportService::dailyReportCSVContent({*report}, true)};
+        Q_EMIT self->saveFileRequested(u"Tamlo_Daily_Report_"_s + report->date + u".csv"_s);
+    });
+}
+
+void MainScreenModel::completeExport(const QUrl &fileUrl)
+{
+    if (!m_pendingExport) {
+        return;
+    }
+    const PendingExport pending = *std::exchange(m_pendingExport, std::nullopt);
+    QSaveFile file(fileUrl.toLocalFile());
+    QString error;
+    if (!fileUrl.isLocalFile()) {
+        error = u"Not a local file: "_s + fileUrl.toString();
+    } else if (!file.open(QIODevice::WriteOnly)) {
+        error = file.errorString();
+    } else if (file.write(pending.csv.toUtf8()) < 0 || !file.commit()) {
+        error = file.errorString();
+    }
+    if (pending.kind == ExportKind::WorkLog) {
+        if (!error.isEmpty()) {
+            QTextStream(stdout) << u"Error saving CSV: "_s << error << Qt::endl;
+        }
+        return;
+    }
+    if (error.isEmpty()) {
+        m_services.logManager->log(u"✅ Daily report exported"_s, LogType::Success);
+    } else {
+        m_services.logManager->log(u"❌ Daily report export failed: "_s + error, LogType::Error);
+    }
+}
+
+void MainScreenModel::cancelExport()
+{
+    m_pendingExport.reset();
+}
+
+void MainScreenModel::openSystemSettings()
+{
+    m_services.desktop->openPrivacySettings();
+}
+
+void MainScreenModel::quit()
+{
+    Q_EMIT quitRequested();
+}
+
+void MainScreenModel::setExportingDailyReport(bool value)
+{
+    if (m_isExportingDailyReport == value) {
+        return;
+    }
+    m_isExportingDailyReport = value;
+    Q_EMIT exportChanged();
+}
+
+void MainScreenModel::setTodaySnapshotCount(qsizetype count)
+{
+    if (m_todaySnapshotCount == count) {
+        return;
+    }
+    m_todaySnapshotCount = count;
+    Q_EMIT exportChanged();
+}

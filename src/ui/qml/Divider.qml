@@ -1,0 +1,7 @@
+import QtQuick
+
+Rectangle {
+    implicitHeight: 1
+    implicitWidth: 1
+    color: TamloTheme.divider
+}

@@ -1,0 +1,241 @@
+#include "uitestenvironment.h"
+
+#include "ui/activitycardlistmodel.h"
+#include "ui/tamlotheme.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+using Action = MainScreenModel::BannerAction;
+
+bool logContains(const LogManager &logManager, const QString &text)
+{
+    QCoreApplication::processEvents();
+    for (const LogEntry &entry : logManager.logs()) {
+        if (entry.message == text) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int logCount(const LogManager &logManager, const QString &text)
+{
+    QCoreApplication::processEvents();
+    int count = 0;
+    for (const LogEntry &entry : logManager.logs()) {
+        count += entry.message == text ? 1 : 0;
+    }
+    return count;
+}
+
+class MainScreenModelTest : public ::testing::Test
+{
+protected:
+    UiTestEnvironment env;
+};
+} // namespace
+
+TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
+{
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Screen Recording permission denied."_s), Action::OpenSettings);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Access denied by the portal"_s), Action::OpenSettings);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Permission needed"_s), Action::None);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"denied, and Ollama is not running"_s), Action::OpenSettings);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"AI analysis failed: Ollama is not running."_s), Action::Hint);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Model \"x\" is not installed."_s), Action::Hint);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Run ollama pull x"_s), Action::Hint);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Ollama NOT RUNNING"_s), Action::None);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Screenshot failed: no image"_s), Action::None);
+}
+
+TEST_F(MainScreenModelTest, BannerOnlyOnActivityTabOnceSetupIsDone)
+{
+    auto main = env.makeMainScreen();
+    env.grabber.failure = ScreenCaptureError::Kind::CaptureFailed;
+    QCoro::waitFor(env.monitor.performCapture());
+    ASSERT_TRUE(env.monitor.hasError());
+
+    main->setSelectedTab(1);
+    EXPECT_FALSE(main->showBanner()) << "no banner during setup";
+    EXPECT_EQ(main->controlLabel(), u"Finish Setup"_s);
+
+    main->triggerControl();
+    EXPECT_TRUE(main->didCompleteInitialSetup());
+    EXPECT_TRUE(env.settings.boolean(SettingsKey::didCompleteInitialSetup));
+    EXPECT_TRUE(main->showBanner());
+    EXPECT_TRUE(main->bannerText().startsWith(u"Screenshot failed: "_s));
+    EXPECT_FALSE(main->showSettingsButton());
+    EXPECT_FALSE(main->showBannerHint());
+
+    QSignalSpy bannerChanged(main.get(), &MainScreenModel::bannerChanged);
+    main->setSelectedTab(0);
+    EXPECT_FALSE(main->showBanner());
+    EXPECT_GE(bannerChanged.count(), 1);
+}
+
+TEST_F(MainScreenModelTest, PermissionBannerOffersSettingsOnlyWhereTheDesktopHasThem)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    auto main = env.makeMainScreen();
+    main->setSelectedTab(1);
+    env.grabber.failure = ScreenCaptureError::Kind::PermissionDenied;
+    QCoro::waitFor(env.monitor.performCapture());
+    EXPECT_EQ(main->bannerText(), u"Screen Recording permission denied."_s);
+    EXPECT_TRUE(main->showSettingsButton());
+    EXPECT_FALSE(main->showBannerHint());
+    main->openSystemSettings();
+    EXPECT_EQ(env.desktop.privacySettingsOpened, 1);
+
+    env.desktop.hasPrivacySettings = false;
+    EXPECT_FALSE(main->showSettingsButton());
+    EXPECT_FALSE(main->showBannerHint()) << "the hint is for model errors only";
+}
+
+TEST_F(MainScreenModelTest, ModelErrorShowsHintAndChangingTheModelClearsIt)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    auto main = env.makeMainScreen();
+    main->setSelectedTab(1);
+    env.installedModels.clear();
+    env.capture(u"Coding"_s, u"Tamlo"_s, u"Editing"_s);
+    ASSERT_TRUE(env.monitor.hasError());
+    EXPECT_TRUE(main->showBannerHint()) << main->bannerText().toStdString();
+    EXPECT_FALSE(main->showSettingsButton());
+
+    env.llm.selectModel(u"qwen3-vl:4b"_s);
+    EXPECT_FALSE(env.monitor.hasError());
+    EXPECT_FALSE(main->showBanner());
+}
+
+TEST_F(MainScreenModelTest, HeaderAndControlFollowTheMonitor)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    auto main = env.makeMainScreen();
+    EXPECT_EQ(main->statusText(), u"Inactive"_s);
+    EXPECT_EQ(main->statusColor(), TamloTheme::gray());
+    EXPECT_EQ(main->controlLabel(), u"Resume"_s);
+    EXPECT_EQ(main->controlIcon(), u"play.fill"_s);
+
+    QSignalSpy control(main.get(), &MainScreenModel::controlChanged);
+    main->triggerControl();
+    EXPECT_TRUE(env.monitor.isMonitoring());
+    EXPECT_EQ(main->statusText(), u"Active"_s);
+    EXPECT_EQ(main->statusColor(), TamloTheme::green());
+    EXPECT_EQ(main->controlLabel(), u"Pause"_s);
+    EXPECT_EQ(main->controlIcon(), u"pause.fill"_s);
+    EXPECT_EQ(control.count(), 1);
+
+    main->triggerControl();
+    EXPECT_FALSE(env.monitor.isMonitoring());
+    EXPECT_EQ(main->controlLabel(), u"Resume"_s);
+}
+
+TEST_F(MainScreenModelTest, NoteNeedsThisLaunchsSnapshotsAndText)
+{
+    env.snapshotStore.add(ActivitySnapshot {
+        QUuid::createUuid(), env.clock.now(), u"Coding"_s, std::nullopt, u"Tamlo"_s, u"Earlier today"_s, std::nullopt});
+    auto main = env.makeMainScreen();
+    EXPECT_TRUE(main->exportLogsEnabled()) << "the store has today's records";
+    EXPECT_FALSE(main->noteFieldEnabled()) << "but this launch has none";
+    EXPECT_TRUE(main->showNoteHint());
+    main->setPendingNote(u"hello"_s);
+    EXPECT_FALSE(main->addNoteEnabled());
+
+    env.capture(u"Coding"_s, u"Tamlo"_s, u"Editing the panel"_s);
+    EXPECT_TRUE(main->noteFieldEnabled());
+    EXPECT_FALSE(main->showNoteHint());
+    main->setPendingNote(u"  \n "_s);
+    EXPECT_FALSE(main->addNoteEnabled());
+
+    main->setPendingNote(u"  Pairing with Sam  "_s);
+    EXPECT_TRUE(main->addNoteEnabled());
+    main->addNote();
+    EXPECT_EQ(main->pendingNote(), QString());
+    EXPECT_EQ(env.monitor.latestSnapshots().first().userNote, u"Pairing with Sam"_s);
+    EXPECT_EQ(main->activities()->data(main->activities()->index(0), ActivityCardListModel::NoteRole).toString(),
+        u"Pairing with Sam"_s);
+}
+
+TEST_F(MainScreenModelTest, ReportTabCountsThirtySecondsPerActiveSnapshotOfToday)
+{
+    env.settings.setString(SettingsKey::userProjects, u"Tamlo"_s);
+    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing"_s);
+    auto main = env.makeMainScreen();
+    env.capture(u"Coding"_s, u"Tamlo"_s, u"Editing"_s);
+    env.capture(u"Browsing"_s, u"Tamlo"_s, u"Reading docs"_s);
+    env.events.fire(ScreenEvent::Locked); // not monitoring: no observer, the screen stays active
+    EXPECT_EQ(main->report()->activeSeconds(), 60);
+    EXPECT_EQ(main->report()->categories().size(), 2);
+
+    // A record that reaches the store without a capture shows once the tab is rebuilt.
+    env.snapshotStore.add(ActivitySnapshot {
+        QUuid::createUuid(), env.clock.now(), u"Coding"_s, std::nullopt, u"Tamlo"_s, u"Typed in"_s, std::nullopt});
+    EXPECT_EQ(main->report()->activeSeconds(), 60);
+    main->setSelectedTab(1);
+    main->setSelectedTab(0);
+    EXPECT_EQ(main->report()->activeSeconds(), 90);
+}
+
+TEST_F(MainScreenModelTest, WorkLogExportNamesTheDayAndWritesOnlyWhereTheUserPicked)
+{
+    auto main = env.makeMainScreen();
+    EXPECT_FALSE(main->exportLogsEnabled());
+    main->exportTodayLogs();
+    EXPECT_FALSE(main->pendingExportKind().has_value()) << "nothing to export";
+
+    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
+    EXPECT_TRUE(main->exportLogsEnabled());
+    QSignalSpy requested(main.get(), &MainScreenModel::saveFileRequested);
+    main->exportTodayLogs();
+    ASSERT_EQ(requested.count(), 1);
+    EXPECT_EQ(requested.first().first().toString(), u"Tamlo_WorkLog_2026-03-09.csv"_s);
+
+    const QString target = env.home.filePath(u"picked.csv"_s);
+    main->completeExport(QUrl::fromLocalFile(target));
+    QFile file(target);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(file.readAll().contains("Editing"));
+
+    main->exportTodayLogs();
+    main->cancelExport();
+    main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"late.csv"_s)));
+    EXPECT_FALSE(QFile::exists(env.home.filePath(u"late.csv"_s))) << "a cancelled export writes nothing";
+}
+
+TEST_F(MainScreenModelTest, DailyReportExportRunsOnceAtATimeAndLogsTheOutcome)
+{
+    auto main = env.makeMainScreen();
+    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
+    QSignalSpy requested(main.get(), &MainScreenModel::saveFileRequested);
+
+    main->exportTodayDailyReport();
+    EXPECT_TRUE(main->isExportingDailyReport());
+    EXPECT_EQ(main->exportReportLabel(), u"Exporting…"_s);
+    EXPECT_FALSE(main->exportReportEnabled());
+    main->exportTodayDailyReport();
+    ASSERT_TRUE(requested.wait(10000));
+    EXPECT_FALSE(main->isExportingDailyReport());
+    EXPECT_EQ(main->exportReportLabel(), u"Export daily report"_s);
+    EXPECT_EQ(logCount(env.logManager, u"📊 Exporting today's daily report…"_s), 1);
+    EXPECT_EQ(requested.count(), 1);
+    EXPECT_EQ(requested.first().first().toString(), u"Tamlo_Daily_Report_2026-03-09.csv"_s);
+
+    main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"report.csv"_s)));
+    EXPECT_TRUE(logContains(env.logManager, u"✅ Daily report exported"_s));
+    QFile file(env.home.filePath(u"report.csv"_s));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(file.readAll().startsWith("Date,"));
+
+    main->exportTodayDailyReport();
+    ASSERT_TRUE(requested.wait(10000));
+    main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"missing-folder/report.csv"_s)));
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(env.logManager.logs().first().message.startsWith(u"❌ Daily report export failed: "_s));
+}

@@ -1,0 +1,120 @@
+#include "ui/activitylabelstyle.h"
+#include "ui/reportviewmodel.h"
+#include "ui/tamlotheme.h"
+
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+LabelShare share(const QString &name, double percentage)
+{
+    return LabelShare {QUuid::createUuid(), name, 1, percentage};
+}
+} // namespace
+
+TEST(ReportViewModelTest, DurationDropsSecondsAndSwitchesToHoursAtSixtyMinutes)
+{
+    EXPECT_EQ(ReportViewModel::formattedDuration(0), u"0m"_s);
+    EXPECT_EQ(ReportViewModel::formattedDuration(59), u"0m"_s);
+    EXPECT_EQ(ReportViewModel::formattedDuration(42 * 60 + 59), u"42m"_s);
+    EXPECT_EQ(ReportViewModel::formattedDuration(3599), u"59m"_s);
+    EXPECT_EQ(ReportViewModel::formattedDuration(3600), u"1h 0m"_s);
+    EXPECT_EQ(ReportViewModel::formattedDuration(2 * 3600 + 5 * 60 + 30), u"2h 5m"_s);
+}
+
+TEST(ReportViewModelTest, PercentagesRoundHalfAwayFromZero)
+{
+    EXPECT_EQ(ReportViewModel::percentText(12.5), u"13%"_s);
+    EXPECT_EQ(ReportViewModel::percentText(0.4), u"0%"_s);
+    EXPECT_EQ(ReportViewModel::percentText(99.5), u"100%"_s);
+    EXPECT_EQ(ReportViewModel::percentText(150.0), u"150%"_s);
+}
+
+TEST(ReportViewModelTest, SegmentsRunOnWithoutNormalising)
+{
+    EXPECT_TRUE(ReportViewModel::segments({}).isEmpty());
+    const auto ring = ReportViewModel::segments({share(u"A"_s, 50), share(u"B"_s, 25), share(u"C"_s, 12.5)});
+    ASSERT_EQ(ring.size(), 3);
+    EXPECT_EQ(ring[0], (ReportViewModel::Segment {0.0, 0.5}));
+    EXPECT_EQ(ring[1], (ReportViewModel::Segment {0.5, 0.75}));
+    EXPECT_EQ(ring[2], (ReportViewModel::Segment {0.75, 0.875})); // the ring stays open
+}
+
+TEST(ReportViewModelTest, BarFillIsClampedButLabelKeepsTheNumber)
+{
+    EXPECT_DOUBLE_EQ(ReportViewModel::barFraction(150.0), 1.0);
+    EXPECT_DOUBLE_EQ(ReportViewModel::barFraction(-5.0), 0.0);
+    EXPECT_DOUBLE_EQ(ReportViewModel::barFraction(25.0), 0.25);
+
+    ReportViewModel model;
+    model.setReport(60, {}, {share(u"Coding"_s, 150.0)});
+    const QVariantMap row = model.categories().first().toMap();
+    EXPECT_EQ(row.value(u"percentText"_s).toString(), u"150%"_s);
+    EXPECT_DOUBLE_EQ(row.value(u"fill"_s).toDouble(), 1.0);
+    EXPECT_EQ(row.value(u"color"_s).value<QColor>(), TamloTheme::blue());
+}
+
+TEST(ReportViewModelTest, NinthProjectTakesTheFirstColour)
+{
+    EXPECT_EQ(ReportViewModel::projectChartColor(0), TamloTheme::brandDark());
+    EXPECT_EQ(ReportViewModel::projectChartColor(3), QColor(254, 205, 214));
+    EXPECT_EQ(ReportViewModel::projectChartColor(8), ReportViewModel::projectChartColor(0));
+    EXPECT_EQ(ReportViewModel::projectChartColor(9), TamloTheme::brandGreen());
+}
+
+TEST(ReportViewModelTest, CardsFollowWhichShareListsHaveEntries)
+{
+    ReportViewModel model;
+    QSignalSpy changed(&model, &ReportViewModel::reportChanged);
+    model.setReport(0, {}, {});
+    EXPECT_EQ(model.formattedDuration(), u"0m"_s);
+    EXPECT_EQ(model.estimatedMinutesText(), u"0 min estimated"_s);
+    EXPECT_TRUE(model.showEmptyState());
+    EXPECT_FALSE(model.showProjects());
+    EXPECT_FALSE(model.showCategories());
+
+    model.setReport(150, {}, {share(u"Coding"_s, 100)});
+    EXPECT_EQ(model.estimatedMinutesText(), u"2 min estimated"_s);
+    EXPECT_FALSE(model.showEmptyState());
+    EXPECT_FALSE(model.showProjects());
+    EXPECT_TRUE(model.showCategories());
+    EXPECT_EQ(changed.count(), 2);
+
+    model.setReport(90, {share(u"Tamlo"_s, 75), share(u"Other"_s, 25)}, {share(u"Coding"_s, 100)});
+    const QVariantList projects = model.projects();
+    ASSERT_EQ(projects.size(), 2);
+    EXPECT_DOUBLE_EQ(projects[1].toMap().value(u"start"_s).toDouble(), 0.75);
+    EXPECT_DOUBLE_EQ(projects[1].toMap().value(u"end"_s).toDouble(), 1.0);
+    EXPECT_EQ(projects[1].toMap().value(u"color"_s).value<QColor>(), TamloTheme::brandGreen());
+}
+
+TEST(ActivityLabelStyleTest, FirstMatchingKeywordGroupDecides)
+{
+    EXPECT_EQ(ActivityLabelStyle::color(u"Email"_s), TamloTheme::indigo()); // contains "ai"
+    EXPECT_EQ(ActivityLabelStyle::color(u"Database"_s), TamloTheme::teal());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Social Media"_s), TamloTheme::pink());
+    EXPECT_EQ(ActivityLabelStyle::color(u"CODING"_s), TamloTheme::blue());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Development research"_s), TamloTheme::blue());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Web Browsing"_s), TamloTheme::orange());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Entertainment"_s), TamloTheme::purple());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Content Creation"_s), TamloTheme::cyan());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Infrastructure"_s), TamloTheme::gray());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Messaging"_s), TamloTheme::green());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Other"_s), TamloTheme::secondary());
+    EXPECT_EQ(ActivityLabelStyle::color(QString()), TamloTheme::secondary());
+}
+
+TEST(TamloThemeTest, PrimaryButtonOpacityAndCardOutline)
+{
+    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(false, true), 1.0);
+    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(false, false), 0.45);
+    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(true, false), 0.85);
+    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(true, true), 0.85);
+    EXPECT_EQ(TamloTheme::cardOutline(false).alpha(), 0);
+    EXPECT_EQ(TamloTheme::cardFill(false), TamloTheme::surfaceControl());
+    EXPECT_NEAR(TamloTheme::cardOutline(true).alphaF(), 0.55, 0.01);
+    EXPECT_EQ(TamloTheme::cardOutline(true).rgb(), TamloTheme::brandGreen().rgb());
+}
