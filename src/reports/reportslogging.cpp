@@ -1,0 +1,3 @@
+#include "reports/reportslogging.h"
+
+Q_LOGGING_CATEGORY(lcReports, "tamlo.reports")
