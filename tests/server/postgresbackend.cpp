@@ -212,3 +212,8 @@ std::unique_ptr<TestBackend> makePostgresBackend()
 {
     return std::make_unique<PostgresBackend>();
 }
+
+std::vector<BackendParam> testBackends()
+{
+    return {{"PostgreSQL", makePostgresBackend}};
+}

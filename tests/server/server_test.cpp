@@ -244,3 +244,7 @@ TEST_P(LocalModeOffTest, SignInPagesAnswer403)
         EXPECT_TRUE(page.text().contains(u"signs people in another way"_s));
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Db, ServerApiTest, ::testing::ValuesIn(testBackends()), backendName);
+
+INSTANTIATE_TEST_SUITE_P(Db, LocalModeOffTest, ::testing::ValuesIn(testBackends()), backendName);

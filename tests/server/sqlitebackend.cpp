@@ -48,3 +48,8 @@ std::unique_ptr<TestBackend> makeSqliteBackend()
 {
     return std::make_unique<SqliteBackend>();
 }
+
+std::vector<BackendParam> testBackends()
+{
+    return {{"SQLite", makeSqliteBackend}};
+}

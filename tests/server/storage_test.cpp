@@ -143,3 +143,5 @@ TEST_P(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
     EXPECT_EQ(backend->scalar(u"SELECT MAX(version) FROM schema_version"_s).toInt(), 99);
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM users"_s).toInt(), 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Db, StorageTest, ::testing::ValuesIn(testBackends()), backendName);

@@ -7,7 +7,10 @@
 #include <QVariant>
 
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
+#include <string>
+#include <vector>
 
 // One database engine as the tests see it: an empty database on demand, opened as the server
 // opens it, and the command-line arguments that point a server process at it.
@@ -37,6 +40,14 @@ struct BackendParam
     const char *label;
     TestBackendFactory make;
 };
+
+// The engines this test executable runs its suites on.
+[[nodiscard]] std::vector<BackendParam> testBackends();
+
+inline std::string backendName(const ::testing::TestParamInfo<BackendParam> &info)
+{
+    return info.param.label;
+}
 
 inline std::ostream &operator<<(std::ostream &os, const BackendParam &param)
 {
