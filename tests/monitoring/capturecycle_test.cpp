@@ -131,7 +131,7 @@ TEST_F(CaptureCycleTest, ScreenStateFollowsRealBusSignalsOnlyWhileMonitoring)
 
 TEST_F(CaptureCycleTest, ATickThatSeesTheLockWhileWaitingForTheModelStillRecordsItsAnalysis)
 {
-    analysisDelayMs = 400;
+    analysisDelayMs = 1500;
     monitor->startMonitoring();
     ASSERT_TRUE(waitFor([&] { return analysisRequests() == 1; }));
     sendScreenSaver(u"org.freedesktop.ScreenSaver"_s, true);
@@ -166,6 +166,36 @@ TEST_F(CaptureCycleTest, ConfigureRunsTheLaunchSequenceOnce)
     ASSERT_NE(daily, nullptr);
     EXPECT_EQ(daily->interval(), 60000);
     EXPECT_EQ(events->wakeObserverCount(), 1);
+}
+
+TEST_F(CaptureCycleTest, EachTimerStartsItsOwnStep)
+{
+    settings->setDate(SettingsKey::lastDailySaveDate, at(2026, 3, 9, 8));
+    monitor->configure();
+    ASSERT_TRUE(waitFor([&] { return monitor->isMonitoring() && monitor->captureCount() == 1; }));
+
+    // Shortened periods stand in for the real ones; what matters is which step each timer starts.
+    timer(u"captureTimer"_s)->setInterval(20);
+    ASSERT_TRUE(waitFor([&] { return grabber.grabs >= 3; }));
+    timer(u"captureTimer"_s)->setInterval(std::chrono::milliseconds(ActivityMonitor::captureInterval).count());
+    ASSERT_TRUE(waitFor([&] { return snapshotStore->count() == grabber.grabs; }));
+
+    ActivitySnapshot reported;
+    reported.id = QUuid::createUuid();
+    reported.timestamp = at(2026, 3, 1, 12);
+    snapshotStore->add(reported);
+    DailyReport report;
+    report.date = u"2026-03-01"_s;
+    report.generatedAt = at(2026, 3, 2, 0);
+    ASSERT_TRUE(reportStore->upsert(report));
+    timer(u"cleanupTimer"_s)->setInterval(20);
+    ASSERT_TRUE(waitFor([&] { return countOf(u"🧹 Cleaned up 1 old records"_s) == 1; }));
+
+    monitor->stopMonitoring();
+    clock.set(at(2026, 3, 10, 0, 0, 30));
+    timer(u"dailyCheckTimer"_s)->setInterval(20);
+    ASSERT_TRUE(waitFor([&] { return reportStore->hasReport(u"2026-03-09"_s); }));
+    EXPECT_EQ(snapshotStore->count(), 0);
 }
 
 TEST_F(CaptureCycleTest, ScreenshotFailureEndsOnlyTheTick)
