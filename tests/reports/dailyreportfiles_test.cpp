@@ -4,6 +4,8 @@
 #include "fakeclock.h"
 #include "storetesthelpers.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -11,73 +13,29 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-QDateTime berlin(int hour, int minute, int second = 0)
+QJsonArray fixture(const QString &name)
 {
-    return QDateTime(QDate(2026, 3, 9), QTime(hour, minute, second));
+    return QJsonDocument::fromJson(readBytes(testDataPath(name))).array();
 }
 
+// A day out of time order, with commas, line feeds, quotes, notes and a screen-state record.
 QList<ActivitySnapshot> dayWithAwkwardTexts()
 {
-    // Out of time order on purpose.
-    return {
-        ActivitySnapshot {
-            .id = QUuid::createUuid(),
-            .timestamp = berlin(9, 5),
-            .aiCategory = u"Coding"_s,
-            .projectName = u"Website"_s,
-            .activityDescription = u"Editing checkout.css, then index.html"_s,
-            .userNote = u"tamlo release"_s,
-        },
-        ActivitySnapshot {
-            .id = QUuid::createUuid(),
-            .timestamp = berlin(9, 0, 30),
-            .aiCategory = u"Writing"_s,
-            .projectName = u"A,B"_s,
-            .activityDescription = u"Line one\nline two"_s,
-            .userNote = u"Said \"ship it\""_s,
-        },
-        ActivitySnapshot {
-            .id = QUuid::createUuid(),
-            .timestamp = berlin(13, 0),
-            .aiCategory = u"Browsing"_s,
-            .projectName = u"Website"_s,
-        },
-        ActivitySnapshot {
-            .id = QUuid::createUuid(),
-            .timestamp = berlin(12, 0),
-            .activityDescription = ActivitySnapshot::screenStateMarker(ScreenState::Locked),
-        },
-    };
+    QList<ActivitySnapshot> day;
+    for (const QJsonValue &entry : fixture(u"reports/worklog-2026-03-09.input.json"_s)) {
+        day.append(ActivitySnapshot::fromJson(entry.toObject()).value());
+    }
+    return day;
 }
 
+// A day of the documented example, a day without activity, and one with a project named A,B.
 QList<DailyReport> reportsWithAwkwardTexts()
 {
-    const QDateTime generatedAt(QDate(2026, 3, 12), QTime(0, 1));
-    return {
-        DailyReport {
-            .date = u"2026-03-09"_s,
-            .totalActiveSeconds = 9000,
-            .projects = {LabelTimeStat {u"Website"_s, 5400, 60.0}, LabelTimeStat {u"Other"_s, 3600, 40.0}},
-            .categories = {LabelTimeStat {u"Coding"_s, 7200, 80.0}, LabelTimeStat {u"Browsing"_s, 1800, 20.0}},
-            .summary = u"Most of the day went to the website."_s,
-            .generatedAt = generatedAt,
-        },
-        DailyReport {
-            .date = u"2026-03-10"_s,
-            .summary = u"Most of the day focused on general work, mainly mixed activities work. (AI summary "
-                       u"unavailable: No active activity to summarize)"_s,
-            .generatedAt = generatedAt,
-        },
-        DailyReport {
-            .date = u"2026-03-11"_s,
-            .totalActiveSeconds = 3660,
-            .projects = {LabelTimeStat {u"A,B"_s, 3660, 100.0}},
-            .categories = {LabelTimeStat {u"Coding"_s, 3660, 66.6}, LabelTimeStat {u"Say \"hi\""_s, 30, 0.4}},
-            .summary = u"She said \"done\""_s,
-            .majorTasks = {u"Ship"_s, u"Test"_s},
-            .generatedAt = generatedAt,
-        },
-    };
+    QList<DailyReport> reports;
+    for (const QJsonValue &entry : fixture(u"reports/daily-reports.input.json"_s)) {
+        reports.append(DailyReport::fromJson(entry.toObject()).value());
+    }
+    return reports;
 }
 
 class DailyReportFilesTest : public ::testing::Test
@@ -121,7 +79,8 @@ TEST_F(DailyReportFilesTest, ExportsReplaceWholeFilesUnderTheExportRoot)
     m_settings.setString(SettingsKey::userProjects, u"Website, Tamlo"_s);
     const QString workLog = m_root + u"/WorkLogs/2026-03-09.csv"_s;
     writeBytes(workLog, QByteArray(10000, 'x'));
-    EXPECT_FALSE(m_service.exportWorkLog(dayWithAwkwardTexts(), berlin(23, 59)).has_value());
+    EXPECT_FALSE(
+        m_service.exportWorkLog(dayWithAwkwardTexts(), QDateTime(QDate(2026, 3, 9), QTime(23, 59))).has_value());
     EXPECT_TRUE(matchesGolden(readBytes(workLog), u"reports/worklog-2026-03-09.csv"_s));
 
     EXPECT_FALSE(m_service.exportDailyReportsCSV(reportsWithAwkwardTexts()).has_value());
@@ -135,7 +94,8 @@ TEST_F(DailyReportFilesTest, ExportFailuresAreReportedAndLeaveEarlierFilesWhole)
     const QByteArray table = readBytes(m_root + u"/Daily-Reports.csv"_s);
 
     blockFolder(m_root + u"/WorkLogs"_s);
-    const auto workLogError = m_service.exportWorkLog(dayWithAwkwardTexts(), berlin(12, 0));
+    const auto workLogError
+        = m_service.exportWorkLog(dayWithAwkwardTexts(), QDateTime(QDate(2026, 3, 9), QTime(12, 0)));
     ASSERT_TRUE(workLogError.has_value());
     EXPECT_FALSE(workLogError->description.isEmpty());
     EXPECT_TRUE(m_service.exportDailyReportsCSV({}).has_value());

@@ -8,7 +8,6 @@
 #include "storetesthelpers.h"
 
 #include <QCoroTask>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -21,17 +20,11 @@ using namespace Qt::StringLiterals;
 namespace {
 const QString ollamaDown = u"Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal."_s;
 
-QByteArray tagsBody(const QStringList &names)
-{
-    QJsonArray models;
-    for (const QString &name : names) {
-        models.append(QJsonObject {{u"name"_s, name}, {u"model"_s, name}});
-    }
-    return QJsonDocument(QJsonObject {{u"models"_s, models}}).toJson(QJsonDocument::Compact);
-}
+const QByteArray installedModel = R"({"models":[{"name":"qwen3-vl:2b","model":"qwen3-vl:2b"}]})";
 
-QByteArray chatBody(const QString &content)
+QByteArray chatBody(const QString &summary)
 {
+    const QString content = QString::fromUtf8(QJsonDocument(QJsonObject {{u"summary"_s, summary}}).toJson());
     const QJsonObject message {{u"role"_s, u"assistant"_s}, {u"content"_s, content}};
     return QJsonDocument(QJsonObject {{u"message"_s, message}, {u"done"_s, true}}).toJson(QJsonDocument::Compact);
 }
@@ -53,12 +46,11 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(m_home.isValid());
-        m_ollama.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({u"qwen3-vl:2b"_s})});
-        m_ollama.on("POST", "/api/chat",
-            StandInServer::Reply {200, chatBody(u"{\"summary\":\"A focused day on the website.\"}"_s)});
+        m_ollama.on("GET", "/api/tags", StandInServer::Reply {200, installedModel});
+        m_ollama.on("POST", "/api/chat", StandInServer::Reply {200, chatBody(u"A focused day on the website."_s)});
     }
 
-    void ollamaIsDown() { m_ollama.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({})}); }
+    void ollamaIsDown() { m_ollama.on("GET", "/api/tags", StandInServer::Reply {200, R"({"models":[]})"}); }
 
     DayFinalization finalize(const QList<ActivitySnapshot> &snapshots)
     {
@@ -164,7 +156,7 @@ TEST_F(DailyReportServiceTest, FinalisingAgainReplacesTheReportAndAnUnsavedStore
 {
     ASSERT_EQ(finalize(ordinaryDay()), DayFinalization::Stored);
     m_clock.advance(60);
-    m_ollama.on("POST", "/api/chat", StandInServer::Reply {200, chatBody(u"{\"summary\":\"Second take.\"}"_s)});
+    m_ollama.on("POST", "/api/chat", StandInServer::Reply {200, chatBody(u"Second take."_s)});
     ASSERT_EQ(finalize(ordinaryDay()), DayFinalization::Stored);
     ASSERT_EQ(m_reports.reports().size(), 1);
     EXPECT_EQ(m_reports.reports().first().summary, u"Second take."_s);
@@ -173,7 +165,7 @@ TEST_F(DailyReportServiceTest, FinalisingAgainReplacesTheReportAndAnUnsavedStore
     // daily-reports.json cannot be written: the table is still written from memory.
     QFile::remove(m_reports.filePath());
     QDir().mkpath(m_reports.filePath());
-    m_ollama.on("POST", "/api/chat", StandInServer::Reply {200, chatBody(u"{\"summary\":\"Third take.\"}"_s)});
+    m_ollama.on("POST", "/api/chat", StandInServer::Reply {200, chatBody(u"Third take."_s)});
     EXPECT_EQ(finalize(ordinaryDay()), DayFinalization::ReportNotSaved);
     EXPECT_TRUE(readBytes(m_root + u"/Daily-Reports.csv"_s).contains("Third take."));
 }
