@@ -120,6 +120,23 @@ TEST_F(DayRolloverTest, LaunchOnTheSameDayKeepsTheStoredDay)
     EXPECT_TRUE(reportDates().isEmpty());
 }
 
+TEST_F(DayRolloverTest, AnOpenDayInTheFutureIsClosedLikeAnyOtherDay)
+{
+    // The clock was moved back since the last run.
+    settings->setDate(SettingsKey::lastDailySaveDate, at(2026, 3, 12, 9));
+    addRecord(at(2026, 3, 9, 9));
+    launch();
+    ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
+
+    QCoro::waitFor(monitor->checkDailyReset());
+    EXPECT_EQ(countOf(u"📅 New day detected — finalizing previous day"_s), 1);
+    EXPECT_EQ(settings->date(SettingsKey::lastDailySaveDate), clock.now());
+    EXPECT_TRUE(reportDates().isEmpty());
+    // Today's records stay: they belong to the day that is now open.
+    EXPECT_EQ(snapshotStore->count(), 2);
+    EXPECT_EQ(monitor->captureCount(), 0);
+}
+
 TEST_F(DayRolloverTest, CheckAfterMidnightClosesYesterdayAtTheMidnightBoundary)
 {
     settings->setDate(SettingsKey::lastDailySaveDate, at(2026, 3, 9, 8));
