@@ -43,6 +43,7 @@ public:
     void deleteRange(const QDateTime &from, const QDateTime &to);
     // Removes records of past days that have a report, then, when more than maxRecords remain,
     // today's oldest. A past day without a report is never touched: it still has to be finalised.
+    // Nor is any past day while the report store has changes it could not write.
     void trim(qsizetype maxRecords, const DailyReportStore &reportStore);
 
     [[nodiscard]] QString filePath() const { return m_filePath; }

@@ -95,9 +95,9 @@ bool DailyReportStore::persist()
         }
         error = StoreFile::writeAtomically(m_filePath, QJsonDocument(array).toJson(QJsonDocument::Compact));
     }
-    if (!error.isEmpty()) {
+    m_unsaved = !error.isEmpty();
+    if (m_unsaved) {
         m_logManager->log(u"❌ Failed to save daily reports: "_s + error, LogType::Error);
-        return false;
     }
-    return true;
+    return !m_unsaved;
 }

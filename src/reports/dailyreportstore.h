@@ -28,6 +28,9 @@ public:
     // file was written; on failure the change stays in memory and the next upsert writes it all.
     bool upsert(const DailyReport &report);
 
+    // False while a change in memory has not reached the file, after a failed write.
+    [[nodiscard]] bool isSaved() const { return !m_unsaved; }
+
     [[nodiscard]] QString filePath() const { return m_filePath; }
 
 private:
@@ -40,4 +43,5 @@ private:
     // Set when an unreadable file could not be moved out of the way: the store then never writes
     // over it, so whatever it holds can still be rescued by hand.
     bool m_writeBlocked = false;
+    bool m_unsaved = false;
 };

@@ -210,6 +210,13 @@ TEST_F(ActivitySnapshotStoreTest, TrimNeverTouchesAPastDayWithoutAReport)
     EXPECT_EQ(store->count(), 1200);
     EXPECT_FALSE(fileWasWritten());
 
+    // A report that could not be written does not count yet.
+    QDir().mkpath(reports.filePath());
+    EXPECT_FALSE(reports.upsert(DailyReport {.date = u"2026-03-08"_s, .generatedAt = m_clock.now()}));
+    store->trim(1000, reports);
+    EXPECT_EQ(store->count(), 1200);
+
+    QDir(reports.filePath()).removeRecursively();
     ASSERT_TRUE(reports.upsert(DailyReport {.date = u"2026-03-08"_s, .generatedAt = m_clock.now()}));
     store->add(at(m_clock.now()));
     store->trim(1000, reports);
