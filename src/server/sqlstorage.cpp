@@ -51,6 +51,20 @@ std::optional<QString> optionalText(const QVariant &value)
     return value.isNull() ? std::nullopt : std::optional<QString>(value.toString());
 }
 
+constexpr qsizetype snapshotBatchRows = 100;
+
+QString snapshotUpsert(qsizetype rows)
+{
+    const QStringList tuples(rows, u"(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"_s);
+    return u"INSERT INTO snapshots (user_id, id, device_id, day, taken_at, activity_type, project_name,"
+           " activity_description, user_note, received_at) VALUES "_s
+        + tuples.join(u", "_s)
+        + u" ON CONFLICT (user_id, id) DO UPDATE SET device_id = excluded.device_id, day = excluded.day,"
+          " taken_at = excluded.taken_at, activity_type = excluded.activity_type,"
+          " project_name = excluded.project_name, activity_description = excluded.activity_description,"
+          " user_note = excluded.user_note, received_at = excluded.received_at"_s;
+}
+
 QString newConnectionName()
 {
     static QAtomicInt counter;
@@ -351,27 +365,34 @@ void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qi
 {
     beginTransaction();
     try {
-        QSqlQuery snapshot
-            = prepare(u"INSERT INTO snapshots (user_id, id, device_id, day, taken_at, activity_type, project_name,"
-                      " activity_description, user_note, received_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"
-                      " ON CONFLICT (user_id, id) DO UPDATE SET device_id = excluded.device_id, day = excluded.day,"
-                      " taken_at = excluded.taken_at, activity_type = excluded.activity_type,"
-                      " project_name = excluded.project_name, activity_description = excluded.activity_description,"
-                      " user_note = excluded.user_note, received_at = excluded.received_at"_s);
+        // Many rows a statement: one round trip per hundred records instead of per record.
+        QList<std::pair<const UploadedDay *, const UploadedSnapshot *>> rows;
         for (const UploadedDay &day : upload.days) {
             for (const UploadedSnapshot &s : day.snapshots) {
-                snapshot.bindValue(0, userId);
-                snapshot.bindValue(1, s.id);
-                snapshot.bindValue(2, upload.deviceId);
-                snapshot.bindValue(3, day.date);
-                snapshot.bindValue(4, s.timestamp);
-                snapshot.bindValue(5, s.activityType);
-                snapshot.bindValue(6, s.projectName);
-                snapshot.bindValue(7, nullableText(s.activityDescription));
-                snapshot.bindValue(8, nullableText(s.userNote));
-                snapshot.bindValue(9, now);
-                exec(snapshot);
+                rows.append({&day, &s});
             }
+        }
+        std::optional<QSqlQuery> fullBatch;
+        for (qsizetype start = 0; start < rows.size(); start += snapshotBatchRows) {
+            const qsizetype count = std::min<qsizetype>(snapshotBatchRows, rows.size() - start);
+            std::optional<QSqlQuery> partialBatch;
+            if (count == snapshotBatchRows && !fullBatch) {
+                fullBatch = prepare(snapshotUpsert(count));
+            } else if (count != snapshotBatchRows) {
+                partialBatch = prepare(snapshotUpsert(count));
+            }
+            QSqlQuery &query = partialBatch ? *partialBatch : *fullBatch;
+            int column = 0;
+            for (qsizetype i = start; i < start + count; ++i) {
+                const UploadedDay &day = *rows[i].first;
+                const UploadedSnapshot &s = *rows[i].second;
+                for (const QVariant &value : {QVariant(userId), QVariant(s.id), QVariant(upload.deviceId),
+                         QVariant(day.date), QVariant(s.timestamp), QVariant(s.activityType), QVariant(s.projectName),
+                         nullableText(s.activityDescription), nullableText(s.userNote), QVariant(now)}) {
+                    query.bindValue(column++, value);
+                }
+            }
+            exec(query);
         }
         QSqlQuery device = prepare(
             u"INSERT INTO devices (user_id, device_id, timezone, last_upload_at, backfill_complete)"
