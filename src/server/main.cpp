@@ -92,5 +92,12 @@ int main(int argc, char *argv[])
         QCoreApplication::applicationVersion(), options.listenHost, QString::number(server.port()),
         options.effectivePublicUrl(server.port()).toString(), options.localSignIn() ? u"on"_s : u"off"_s)
         << Qt::endl;
+    const QUrl publicUrl = options.effectivePublicUrl(server.port());
+    if (options.localSignIn() && !QHostAddress(publicUrl.host()).isLoopback() && publicUrl.host() != u"localhost"_s) {
+        err << u"Warning: local sign-in is on and the public URL is %1: whoever reaches these pages can sign in "
+               "as any address. Listen on a non-loopback address, or keep the proxy private."_s.arg(
+                   publicUrl.toString())
+            << Qt::endl;
+    }
     return QCoreApplication::exec();
 }

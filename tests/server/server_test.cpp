@@ -83,14 +83,15 @@ TEST_P(ServerApiTest, UploadIsStoredStatusReportsRequestsAndAnUploadClearsThem)
     EXPECT_EQ(send("GET", u"/activity/status"_s, {}, session).body, R"({"syncRequestedAt":1763287200000})");
 
     EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body(oneDay())), session).status, 200);
-    EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body(oneDay(u"Meeting"_s))), session).status, 200);
+    const QString verbatim = u"Meeting'); DELETE FROM snapshots; -- 東京 🚀 \"x\""_s;
+    EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body(oneDay(verbatim))), session).status, 200);
     EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body({}, true)), session).status, 200);
 
     EXPECT_EQ(send("GET", u"/activity/status"_s, {}, session).body, "{}");
     const QList<UploadedDay> days = storage->days(ada.id);
     ASSERT_EQ(days.size(), 1);
     ASSERT_EQ(days[0].snapshots.size(), 1);
-    EXPECT_EQ(days[0].snapshots[0].activityType, u"Meeting"_s);
+    EXPECT_EQ(days[0].snapshots[0].activityType, verbatim);
     EXPECT_TRUE(storage->devices(ada.id).value(0).backfillComplete);
 }
 
