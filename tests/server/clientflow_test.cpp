@@ -124,4 +124,4 @@ TEST_P(ClientFlowTest, SignsInUploadsBackfillsAnswersRequestsAndSignsOutWhenTheS
     EXPECT_FALSE(auth->isAuthenticated());
 }
 
-INSTANTIATE_TEST_SUITE_P(Db, ClientFlowTest, ::testing::ValuesIn(testBackends()), backendName);
+INSTANTIATE_TEST_SUITE_P(Server, ClientFlowTest, ::testing::ValuesIn(testBackends()), backendName);

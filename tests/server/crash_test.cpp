@@ -127,4 +127,4 @@ TEST_P(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
     EXPECT_EQ(days.last().snapshots.size(), 2880);
 }
 
-INSTANTIATE_TEST_SUITE_P(Db, CrashTest, ::testing::ValuesIn(testBackends()), backendName);
+INSTANTIATE_TEST_SUITE_P(Server, CrashTest, ::testing::ValuesIn(testBackends()), backendName);

@@ -246,6 +246,6 @@ TEST_P(LocalModeOffTest, SignInPagesAnswer403)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Db, ServerApiTest, ::testing::ValuesIn(testBackends()), backendName);
+INSTANTIATE_TEST_SUITE_P(Server, ServerApiTest, ::testing::ValuesIn(testBackends()), backendName);
 
-INSTANTIATE_TEST_SUITE_P(Db, LocalModeOffTest, ::testing::ValuesIn(testBackends()), backendName);
+INSTANTIATE_TEST_SUITE_P(Server, LocalModeOffTest, ::testing::ValuesIn(testBackends()), backendName);

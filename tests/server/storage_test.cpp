@@ -144,4 +144,4 @@ TEST_P(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM users"_s).toInt(), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Db, StorageTest, ::testing::ValuesIn(testBackends()), backendName);
+INSTANTIATE_TEST_SUITE_P(Server, StorageTest, ::testing::ValuesIn(testBackends()), backendName);
