@@ -4,7 +4,7 @@ TEST_BUILD_DIR ?= build-test
 JOBS           ?= $(shell nproc)
 CMAKE_FLAGS    ?=
 
-.PHONY: all build deps run test test-build format bench clean
+.PHONY: all build deps run test test-build format bench fuzz clean
 
 all: build
 
@@ -31,6 +31,9 @@ test: deps test-build
 
 bench: deps build
 	@scripts/run-benchmarks.sh $(BUILD_DIR)
+
+fuzz: deps
+	@scripts/run-fuzzers.sh
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
