@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonParseError>
+#include <QJsonValue>
 #include <QString>
 
 #include <exception>
@@ -23,3 +24,6 @@ private:
     QString m_message;
     QByteArray m_what;
 };
+
+// Parses any JSON value, a bare string or number at the top level included; raises JsonParseError.
+[[nodiscard]] QJsonValue parseJsonValue(const QByteArray &text);

@@ -10,6 +10,14 @@ StandInServer::StandInServer(QObject *parent) : QObject(parent)
     m_server.listen(QHostAddress::LocalHost, 0);
 }
 
+StandInServer::~StandInServer()
+{
+    // A connection still open (a silent reply) would report its end into members already gone.
+    for (QTcpSocket *socket : m_server.findChildren<QTcpSocket *>()) {
+        socket->disconnect(this);
+    }
+}
+
 QUrl StandInServer::url() const
 {
     return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort()));

@@ -37,6 +37,7 @@ public:
     using Handler = std::function<Reply(const Request &)>;
 
     explicit StandInServer(QObject *parent = nullptr);
+    ~StandInServer() override;
 
     [[nodiscard]] QUrl url() const;
     // Routes by "METHOD /path"; an unknown route answers 404.
