@@ -24,11 +24,13 @@ else
     targets=("${all_targets[@]}")
 fi
 
+# clang 14 cannot emit coroutines under coverage together with UBSan's function check
+# ("Cannot represent a difference across sections"), so that one check is left out.
 if [ ! -f "$build_dir/build.ninja" ]; then
     cmake -S . -B "$build_dir" -G Ninja \
         -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DCMAKE_CXX_COMPILER=clang++ \
-        -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link \
+        "-DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link -fno-sanitize=function" \
         -DTAMLO_SANITIZE=ON -DTAMLO_FUZZ=ON -DTAMLO_BUILD_TESTS=OFF -DTAMLO_BUILD_BENCH=OFF
 fi
 cmake --build "$build_dir" -j "$jobs" --target $(printf 'fuzz_%s ' "${targets[@]}")

@@ -1,0 +1,129 @@
+// Works the real stores the way a day of use does (records added, notes attached, days finalised)
+// as fast as it can, and prints a line for each step only once that step has returned, so every
+// printed line is a promise that the step is on disk. The kill test stops it at random moments.
+//
+//   trust_crashworker <data folder>
+//
+// Lines: "ADD <id> <day>", "NOTE <id> <text>", "REPORT <day>", "DELETE <day>".
+
+#include "core/activitysnapshotstore.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "core/tamlodatapaths.h"
+#include "fakeclock.h"
+#include "reports/dailyreportstore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSet>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int recordsPerDay = 12;
+constexpr qint64 maxRunMs = 20000;
+const QDate firstDay(2026, 1, 5);
+
+void acknowledge(const QString &line)
+{
+    const QByteArray bytes = line.toUtf8() + '\n';
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+    std::fflush(stdout);
+}
+
+QDate dayOf(const ActivitySnapshot &snapshot)
+{
+    return snapshot.timestamp.toLocalTime().date();
+}
+
+// One step, chosen from what the files hold, so a restarted worker carries on where the last stopped.
+void step(ActivitySnapshotStore &store, DailyReportStore &reports)
+{
+    const QList<ActivitySnapshot> records = store.fetchAll();
+    QSet<QString> reported;
+    for (const DailyReport &report : reports.reports()) {
+        reported.insert(report.date);
+    }
+
+    // A finalisation cut short between the report and the removal of its records.
+    for (const ActivitySnapshot &record : records) {
+        const QDate day = dayOf(record);
+        if (reported.contains(TamloDataPaths::dateLabel(record.timestamp))) {
+            store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
+            acknowledge(u"DELETE "_s + TamloDataPaths::dateLabel(record.timestamp));
+            return;
+        }
+    }
+
+    QDate day = firstDay;
+    if (!records.isEmpty()) {
+        day = dayOf(records.last());
+    } else if (!reports.reports().isEmpty()) {
+        day = QDate::fromString(reports.reports().last().date, Qt::ISODate).addDays(1);
+    }
+    const QString label = TamloDataPaths::dateLabel(day.startOfDay());
+    QStringList ids;
+    for (const ActivitySnapshot &record : records) {
+        if (dayOf(record) == day) {
+            ids.append(record.id.toString(QUuid::WithoutBraces).toUpper());
+        }
+    }
+
+    if (ids.size() >= recordsPerDay) {
+        DailyReport report;
+        report.date = label;
+        report.totalActiveSeconds = qint64(ids.size()) * 30;
+        report.summary = ids.join(u' ');
+        report.generatedAt = day.addDays(1).startOfDay();
+        if (reports.upsert(report)) {
+            acknowledge(u"REPORT "_s + label);
+            store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
+            acknowledge(u"DELETE "_s + label);
+        }
+        return;
+    }
+
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = day.startOfDay().addSecs(9 * 3600 + qint64(ids.size()) * 30);
+    snapshot.aiCategory = u"Coding"_s;
+    snapshot.projectName = u"Website"_s;
+    snapshot.activityDescription = u"Editing checkout.css in the editor."_s;
+    snapshot.imageHash = QString::number(ids.size());
+    store.add(snapshot);
+    const QString id = snapshot.id.toString(QUuid::WithoutBraces).toUpper();
+    acknowledge(u"ADD "_s + id + u' ' + label);
+    if (ids.size() % 3 == 1) {
+        const QString note = u"Garden work "_s + id.left(8);
+        store.updateNote(snapshot.id, note);
+        acknowledge(u"NOTE "_s + id + u' ' + note);
+    }
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: trust_crashworker <data folder>\n");
+        return 2;
+    }
+    const QDir dir(QString::fromLocal8Bit(argv[1]));
+    FakeClock clock(QDateTime(QDate(2026, 6, 1), QTime(12, 0)));
+    LogManager logManager(&clock);
+    Settings settings(dir.filePath(u"Tamlo.conf"_s));
+    settings.setString(SettingsKey::userProjects, u"Website, Garden"_s);
+    ActivitySnapshotStore store(dir.filePath(u"snapshots.json"_s), &logManager, &settings, &clock);
+    DailyReportStore reports(dir.filePath(u"daily-reports.json"_s), &logManager);
+    acknowledge(u"READY"_s);
+    // A worker whose test has gone away stops by itself.
+    QElapsedTimer running;
+    running.start();
+    while (running.elapsed() < maxRunMs) {
+        step(store, reports);
+    }
+    return 0;
+}
