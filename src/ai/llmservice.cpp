@@ -79,34 +79,6 @@ std::optional<QStringList> installedNames(const QByteArray &body)
     return names;
 }
 
-QString analysisPrompt(const QString &allowedCategories, const QString &allowedProjects)
-{
-    return u"Analyze this screenshot and provide a structured response in JSON format with the following fields:\n"
-           "- category: Must be exactly one of: "_s
-        + allowedCategories + u". Pick the best match for what the user is doing; use \""_s + otherLabel
-        + u"\" if none fit.\n- projectName: Must be exactly one of: "_s + allowedProjects
-        + u". Infer from window titles, folders, or context; use \""_s + otherLabel
-        + u"\" if none fit.\n- activityDescription: A detailed description of the current activity. Include file "
-          "names, commit messages, design files, and any notable activity observed.\n\nReturn ONLY valid JSON, no "
-          "additional text. Format:\n{\n  \"category\": \"string\",\n  \"projectName\": \"string\",\n  "
-          "\"activityDescription\": \"string\"\n}"_s;
-}
-
-QJsonObject analysisBody(const QString &tag, const QString &prompt, const QByteArray &imageData)
-{
-    const QJsonObject message {
-        {u"role"_s, u"user"_s},
-        {u"content"_s, prompt},
-        {u"images"_s, QJsonArray {QString::fromLatin1(imageData.toBase64())}},
-    };
-    return QJsonObject {
-        {u"model"_s, tag},
-        {u"messages"_s, QJsonArray {message}},
-        {u"stream"_s, false},
-        {u"keep_alive"_s, 0},
-    };
-}
-
 // The analysis reply carries one object, often inside prose or a fence: keep the outermost braces.
 QString cutOutObject(const QString &text)
 {
@@ -179,6 +151,37 @@ QUrl LLMService::defaultBaseUrl()
 QStringList LLMService::availableModelNames()
 {
     return {defaultModelName, u"qwen3-vl:4b"_s};
+}
+
+QString LLMService::analysisPrompt(const QStringList &categories, const QStringList &projects)
+{
+    // "Other" is appended without looking, so a list that holds it already shows it twice.
+    const QString allowedCategories = QStringList(categories + QStringList {otherLabel}).join(u", "_s);
+    const QString allowedProjects = QStringList(projects + QStringList {otherLabel}).join(u", "_s);
+    return u"Analyze this screenshot and provide a structured response in JSON format with the following fields:\n"
+           "- category: Must be exactly one of: "_s
+        + allowedCategories + u". Pick the best match for what the user is doing; use \""_s + otherLabel
+        + u"\" if none fit.\n- projectName: Must be exactly one of: "_s + allowedProjects
+        + u". Infer from window titles, folders, or context; use \""_s + otherLabel
+        + u"\" if none fit.\n- activityDescription: A detailed description of the current activity. Include file "
+          "names, commit messages, design files, and any notable activity observed.\n\nReturn ONLY valid JSON, no "
+          "additional text. Format:\n{\n  \"category\": \"string\",\n  \"projectName\": \"string\",\n  "
+          "\"activityDescription\": \"string\"\n}"_s;
+}
+
+QJsonObject LLMService::analysisRequestBody(const QString &tag, const QString &prompt, const QString &base64Image)
+{
+    const QJsonObject message {
+        {u"role"_s, u"user"_s},
+        {u"content"_s, prompt},
+        {u"images"_s, QJsonArray {base64Image}},
+    };
+    return QJsonObject {
+        {u"model"_s, tag},
+        {u"messages"_s, QJsonArray {message}},
+        {u"stream"_s, false},
+        {u"keep_alive"_s, 0},
+    };
 }
 
 LLMService::LLMService(QNetworkAccessManager *nam, Settings *settings, LogManager *logManager, QUrl baseUrl,
@@ -331,11 +334,10 @@ QCoro::Task<AIAnalysisResult> LLMService::analyzeScreenshotWithLocalModel(QByteA
 
     const QStringList projects = UserPreferences::parsedList(m_settings->string(SettingsKey::userProjects));
     const QStringList categories = UserPreferences::parsedList(m_settings->string(SettingsKey::categorizeBy));
-    const QString allowedCategories = QStringList(categories + QStringList {otherLabel}).join(u", "_s);
-    const QString allowedProjects = QStringList(projects + QStringList {otherLabel}).join(u", "_s);
 
     // The image and its Base64 text live only in the body, which goes once the request is sent.
-    QJsonObject body = analysisBody(tag, analysisPrompt(allowedCategories, allowedProjects), imageData);
+    QJsonObject body
+        = analysisRequestBody(tag, analysisPrompt(categories, projects), QString::fromLatin1(imageData.toBase64()));
     imageData.clear();
     const QByteArray replyBody = co_await postChat(std::move(body), analysisTimeout, u"Local model error"_s);
 

@@ -93,6 +93,12 @@ public:
     [[nodiscard]] QCoro::Task<QString> resolvedModelTag();
     void invalidateInstalledModelsCache();
 
+    // The analysis prompt for the user's parsed lists; both offer "Other" as well.
+    [[nodiscard]] static QString analysisPrompt(const QStringList &categories, const QStringList &projects);
+    // The /api/chat body of one analysis, with the image already in standard Base64.
+    [[nodiscard]] static QJsonObject analysisRequestBody(
+        const QString &tag, const QString &prompt, const QString &base64Image);
+
     // imageData: the PNG bytes of the capture, sent as they are.
     [[nodiscard]] QCoro::Task<AIAnalysisResult> analyzeScreenshot(QByteArray imageData);
 
