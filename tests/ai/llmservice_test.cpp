@@ -4,6 +4,8 @@
 #include "ai/llmerror.h"
 #include "ai/transporterror.h"
 
+#include <QSignalSpy>
+
 using namespace Qt::StringLiterals;
 using namespace AiTest;
 
@@ -265,4 +267,25 @@ TEST_F(LLMServiceTest, RejectsRepliesThatHoldNoSingleObject)
 
     server.on("POST", "/api/chat", StandInServer::Reply {200, "<html>"});
     failureOf<JsonParseError>(service.analyzeScreenshot("png"));
+}
+
+TEST_F(LLMServiceTest, TellsTheScreensWhenTheChoiceOrTheInstalledListChanges)
+{
+    QSignalSpy modelChanged(&service, &LLMService::localModelNameChanged);
+    QSignalSpy installedChanged(&service, &LLMService::installedModelNamesChanged);
+    QSignalSpy availableChanged(&service, &LLMService::localModelAvailableChanged);
+
+    EXPECT_TRUE(waitForResult(service.checkLocalModel()));
+    EXPECT_TRUE(service.localModelAvailable());
+    EXPECT_EQ(service.property("installedModelNames").toStringList(), QStringList {u"qwen3-vl:2b"_s});
+    EXPECT_EQ(installedChanged.count(), 1);
+    EXPECT_EQ(availableChanged.count(), 1);
+
+    service.selectModel(u"qwen3-vl:4b"_s);
+    EXPECT_EQ(service.property("localModelName").toString(), u"qwen3-vl:4b"_s);
+    EXPECT_EQ(modelChanged.count(), 1);
+    EXPECT_EQ(installedChanged.count(), 2);
+    EXPECT_FALSE(service.localModelAvailable());
+    EXPECT_FALSE(waitForResult(service.checkLocalModel()));
+    EXPECT_EQ(availableChanged.count(), 2);
 }
