@@ -129,7 +129,8 @@ bool KeychainService::writeToDisk()
     if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(ownerOnly)) {
         return false;
     }
-    if (file.write(bytes) != bytes.size() || !file.commit()) {
+    // commit() does not notice a failed final flush (a full disk), so flush first.
+    if (file.write(bytes) != bytes.size() || !file.flush() || !file.commit()) {
         return false;
     }
     return QFile::setPermissions(m_storageFile, ownerOnly);

@@ -14,7 +14,9 @@ QString StoreFile::writeAtomically(const QString &path, const QByteArray &bytes)
     if (!file.open(QIODevice::WriteOnly)) {
         return file.errorString();
     }
-    if (file.write(bytes) != bytes.size()) {
+    // The bytes sit in a buffer until flushed, and commit() does not notice a failed final flush
+    // (a full disk): it would put a short file in place of the whole one.
+    if (file.write(bytes) != bytes.size() || !file.flush()) {
         const QString error = file.errorString();
         file.cancelWriting();
         return error;
