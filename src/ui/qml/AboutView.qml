@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import QtQuick.Templates as T
 import Tamlo.Ui
 
 // The About sheet: icon, version, what the program does, five facts and "Done".
@@ -17,7 +18,7 @@ Basic.Popup {
         border.width: 1
         border.color: TamloTheme.divider
     }
-    Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.25) }
+    T.Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.25) }
 
     contentItem: Column {
         spacing: 16
@@ -39,12 +40,12 @@ Basic.Popup {
             anchors.horizontalCenter: parent.horizontalCenter
             StyledText {
                 text: "Tamlo"
-                textStyle: StyledText.Style.Title2
+                textStyle: "title2"
                 anchors.horizontalCenter: parent.horizontalCenter
             }
             StyledText {
                 text: sheet.about.versionText
-                textStyle: StyledText.Style.Caption
+                textStyle: "caption"
                 color: TamloTheme.secondary
                 anchors.horizontalCenter: parent.horizontalCenter
             }
@@ -52,7 +53,7 @@ Basic.Popup {
         StyledText {
             width: parent.width
             text: "AI-powered activity tracker that analyzes screenshots locally with Ollama. Your data stays on your Mac."
-            textStyle: StyledText.Style.Caption
+            textStyle: "caption"
             color: TamloTheme.secondary
             wrapMode: Text.WordWrap
             horizontalAlignment: Text.AlignHCenter
@@ -83,13 +84,13 @@ Basic.Popup {
                         spacing: 2
                         StyledText {
                             text: modelData.title
-                            textStyle: StyledText.Style.Caption
+                            textStyle: "caption"
                             font.weight: Font.DemiBold
                         }
                         StyledText {
                             width: parent.width
                             text: modelData.value
-                            textStyle: StyledText.Style.Caption2
+                            textStyle: "caption2"
                             color: TamloTheme.secondary
                             wrapMode: Text.WordWrap
                         }

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // Today's estimated active time.
 Column {
@@ -8,7 +9,7 @@ Column {
     spacing: 2
     StyledText {
         text: "Today active"
-        textStyle: StyledText.Style.Caption2
+        textStyle: "caption2"
         font.weight: Font.DemiBold
         color: TamloTheme.secondary
     }
@@ -16,7 +17,6 @@ Column {
         text: parent.formattedDuration
         font.pixelSize: 22
         font.weight: Font.Bold
-        font.features: { "tnum": 1 }
         color: TamloTheme.brandDark
     }
     StyledText {

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // One recorded activity: chips, time, description and note.
 TamloCard {
@@ -45,7 +46,7 @@ TamloCard {
             id: time
             anchors.right: parent.right
             text: card.timeText
-            textStyle: StyledText.Style.Caption2
+            textStyle: "caption2"
             color: TamloTheme.secondary
         }
     }
@@ -53,7 +54,7 @@ TamloCard {
         visible: card.descriptionText !== ""
         width: parent.width
         text: card.descriptionText
-        textStyle: StyledText.Style.Caption
+        textStyle: "caption"
         color: TamloTheme.brandText
         wrapMode: Text.Wrap
         maximumLineCount: 3
@@ -63,7 +64,7 @@ TamloCard {
         visible: card.noteText !== ""
         width: parent.width
         text: card.noteText
-        textStyle: StyledText.Style.Caption2
+        textStyle: "caption2"
         color: TamloTheme.withOpacity(TamloTheme.brandText, 0.85)
         wrapMode: Text.Wrap
         maximumLineCount: 3

@@ -21,17 +21,19 @@ Item {
                 y: 10
                 width: parent.width - 28
                 spacing: 8
+                // Each button gets its label's width plus an equal share of what is left.
+                readonly property real spare: Math.max(0, width - spacing - exportLogs.implicitWidth - exportReport.implicitWidth)
                 TamloPrimaryButton {
-                    width: (parent.width - 8) / 2
-                    fillWidth: true
+                    id: exportLogs
+                    width: implicitWidth + exportRow.spare / 2
                     text: "Export logs"
                     symbol: "arrow.down.doc.fill"
                     enabled: view.main.exportLogsEnabled
                     onClicked: view.main.exportTodayLogs()
                 }
                 TamloPrimaryButton {
-                    width: (parent.width - 8) / 2
-                    fillWidth: true
+                    id: exportReport
+                    width: implicitWidth + exportRow.spare / 2
                     text: view.main.exportReportLabel
                     symbol: "chart.bar.doc.horizontal"
                     enabled: view.main.exportReportEnabled
@@ -81,7 +83,7 @@ Item {
                     visible: view.main.showNoteHint
                     width: parent.width
                     text: "Notes attach to the latest activity once monitoring captures work."
-                    textStyle: StyledText.Style.Caption2
+                    textStyle: "caption2"
                     color: TamloTheme.secondary
                     wrapMode: Text.WordWrap
                 }

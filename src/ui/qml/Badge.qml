@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A capsule chip: tinted text on the same colour at low opacity.
 Rectangle {

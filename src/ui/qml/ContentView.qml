@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import QtQuick.Templates as T
 import QtQuick.Dialogs
 import QtCore
 import Tamlo.Ui
@@ -28,7 +29,7 @@ Rectangle {
                     spacing: 6
                     StyledText {
                         text: "Tamlo"
-                        textStyle: StyledText.Style.Headline
+                        textStyle: "headline"
                         color: TamloTheme.brandDark
                         anchors.verticalCenter: parent.verticalCenter
                     }
@@ -50,7 +51,7 @@ Rectangle {
                     }
                     StyledText {
                         text: view.main.statusText
-                        textStyle: StyledText.Style.Caption2
+                        textStyle: "caption2"
                         color: TamloTheme.secondary
                         anchors.verticalCenter: parent.verticalCenter
                     }
@@ -171,7 +172,7 @@ Rectangle {
                     StyledText {
                         width: parent.width - 20
                         text: view.main.bannerText
-                        textStyle: StyledText.Style.Caption2
+                        textStyle: "caption2"
                         color: TamloTheme.secondary
                         wrapMode: Text.Wrap
                         maximumLineCount: 4
@@ -204,7 +205,7 @@ Rectangle {
                     visible: view.main.showBannerHint
                     width: parent.width
                     text: "Try switching to an installed model in Configuration, or pull the model in Terminal."
-                    textStyle: StyledText.Style.Caption2
+                    textStyle: "caption2"
                     color: TamloTheme.secondary
                     wrapMode: Text.WordWrap
                 }
@@ -228,7 +229,6 @@ Rectangle {
             x: 12
             y: 12
             width: parent.width - 24
-            fillWidth: true
             text: view.main.controlLabel
             symbol: view.main.controlIcon
             onClicked: view.main.triggerControl()
@@ -238,7 +238,7 @@ Rectangle {
     AboutView {
         id: aboutSheet
         about: view.main.about
-        parent: Basic.Overlay.overlay
+        parent: T.Overlay.overlay
         width: parent ? Math.min(340, parent.width - 16) : 300
         x: parent ? (parent.width - width) / 2 : 0
         y: parent ? Math.max(8, (parent.height - height) / 2) : 0

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 Rectangle {
     implicitHeight: 1

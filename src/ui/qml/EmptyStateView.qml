@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // An icon, a title and a line of explanation, centred.
 Column {
@@ -16,13 +17,13 @@ Column {
     }
     StyledText {
         text: empty.title
-        textStyle: StyledText.Style.Subheadline
+        textStyle: "subheadline"
         font.weight: Font.DemiBold
         anchors.horizontalCenter: parent.horizontalCenter
     }
     StyledText {
         text: empty.description
-        textStyle: StyledText.Style.Caption
+        textStyle: "caption"
         color: TamloTheme.secondary
         width: parent.width
         horizontalAlignment: Text.AlignHCenter

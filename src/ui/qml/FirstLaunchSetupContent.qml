@@ -32,7 +32,7 @@ Basic.ScrollView {
                 }
                 StyledText {
                     text: "Set up Tamlo"
-                    textStyle: StyledText.Style.Subheadline
+                    textStyle: "subheadline"
                     font.weight: Font.DemiBold
                     anchors.verticalCenter: parent.verticalCenter
                 }
@@ -40,7 +40,7 @@ Basic.ScrollView {
             StyledText {
                 width: parent.width
                 text: "Choose a local AI model and tell Tamlo how to label your work. Install Ollama first if you haven't yet."
-                textStyle: StyledText.Style.Caption2
+                textStyle: "caption2"
                 color: TamloTheme.secondary
                 wrapMode: Text.WordWrap
             }
@@ -64,7 +64,7 @@ Basic.ScrollView {
             StyledText {
                 width: parent.width
                 text: "Tamlo uses Ollama on your Mac to analyze screenshots. Pick a model, then pull it in Terminal."
-                textStyle: StyledText.Style.Caption2
+                textStyle: "caption2"
                 color: TamloTheme.secondary
                 wrapMode: Text.WordWrap
             }
@@ -150,7 +150,7 @@ Basic.ScrollView {
                     }
                     StyledText {
                         text: view.setup.statusText
-                        textStyle: StyledText.Style.Caption2
+                        textStyle: "caption2"
                         color: view.setup.modelAvailable ? TamloTheme.green : TamloTheme.secondary
                         anchors.verticalCenter: parent.verticalCenter
                     }

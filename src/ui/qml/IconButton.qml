@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Tamlo.Ui
 
 // A plain icon button with help text.
 Item {

@@ -14,13 +14,13 @@ Item {
         spacing: 2
         StyledText {
             text: "Launch at Login"
-            textStyle: row.model.compact ? StyledText.Style.Caption : StyledText.Style.Subheadline
+            textStyle: row.model.compact ? "caption" : "subheadline"
             font.weight: Font.DemiBold
         }
         StyledText {
             width: parent.width
             text: "Start Tamlo automatically when you log in to macOS"
-            textStyle: StyledText.Style.Caption2
+            textStyle: "caption2"
             color: TamloTheme.secondary
             wrapMode: Text.WordWrap
         }

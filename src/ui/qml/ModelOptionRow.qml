@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // One model to choose, with its detail line; the whole row takes the click.
 Rectangle {
@@ -32,7 +33,7 @@ Rectangle {
                 spacing: 4
                 StyledText {
                     text: row.modelName
-                    textStyle: StyledText.Style.Caption2
+                    textStyle: "caption2"
                     font.weight: Font.Medium
                     anchors.verticalCenter: parent.verticalCenter
                 }

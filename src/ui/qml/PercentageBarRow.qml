@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A label with its share, over a bar filled to the share.
 Column {
@@ -16,7 +17,7 @@ Column {
         StyledText {
             id: name
             text: row.label
-            textStyle: StyledText.Style.Caption2
+            textStyle: "caption2"
             font.weight: Font.Medium
             elide: Text.ElideRight
             width: parent.width - percent.width - 6
@@ -25,8 +26,7 @@ Column {
             id: percent
             anchors.right: parent.right
             text: row.percentText
-            textStyle: StyledText.Style.Caption2
-            font.features: { "tnum": 1 }
+            textStyle: "caption2"
             color: TamloTheme.secondary
         }
     }

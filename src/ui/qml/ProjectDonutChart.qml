@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Shapes
+import Tamlo.Ui
 
 // A ring of the projects' shares from the top, clockwise, with its legend beside it.
 Row {
@@ -18,8 +19,6 @@ Row {
 
         Shape {
             anchors.fill: parent
-            layer.enabled: true
-            layer.samples: 4
             ShapePath {
                 strokeColor: TamloTheme.withOpacity(TamloTheme.secondary, 0.12)
                 strokeWidth: chart.lineWidth
@@ -41,8 +40,6 @@ Row {
             delegate: Shape {
                 required property var modelData
                 anchors.fill: parent
-                layer.enabled: true
-                layer.samples: 4
                 ShapePath {
                     strokeColor: modelData.color
                     strokeWidth: chart.lineWidth
@@ -82,7 +79,7 @@ Row {
                 }
                 StyledText {
                     text: modelData.name
-                    textStyle: StyledText.Style.Caption2
+                    textStyle: "caption2"
                     font.weight: Font.Medium
                     elide: Text.ElideRight
                     width: parent.width - 14 - percent.width - 6
@@ -91,8 +88,7 @@ Row {
                 StyledText {
                     id: percent
                     text: modelData.percentText
-                    textStyle: StyledText.Style.Caption2
-                    font.features: { "tnum": 1 }
+                    textStyle: "caption2"
                     color: TamloTheme.secondary
                     anchors.verticalCenter: parent.verticalCenter
                 }

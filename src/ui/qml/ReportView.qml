@@ -29,7 +29,7 @@ Basic.ScrollView {
             visible: view.report.showProjects
             StyledText {
                 text: "Projects"
-                textStyle: StyledText.Style.Caption
+                textStyle: "caption"
                 font.weight: Font.DemiBold
                 color: TamloTheme.secondary
             }
@@ -46,7 +46,7 @@ Basic.ScrollView {
             visible: view.report.showCategories
             StyledText {
                 text: "Categories"
-                textStyle: StyledText.Style.Caption
+                textStyle: "caption"
                 font.weight: Font.DemiBold
                 color: TamloTheme.secondary
             }

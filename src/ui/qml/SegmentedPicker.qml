@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A row of equal segments, one of them selected.
 Rectangle {
@@ -37,7 +38,7 @@ Rectangle {
                     }
                     StyledText {
                         text: modelData.label
-                        font.pixelSize: 11
+                        font.pixelSize: 10
                         font.weight: index === picker.currentIndex ? Font.DemiBold : Font.Normal
                         color: index === picker.currentIndex ? TamloTheme.primaryText : TamloTheme.secondary
                         anchors.verticalCenter: parent.verticalCenter

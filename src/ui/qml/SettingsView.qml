@@ -27,12 +27,12 @@ Basic.ScrollView {
                 spacing: 4
                 StyledText {
                     text: "Local AI Model"
-                    textStyle: StyledText.Style.Subheadline
+                    textStyle: "subheadline"
                     font.weight: Font.DemiBold
                 }
                 StyledText {
                     text: view.settings.usesText
-                    textStyle: StyledText.Style.Caption2
+                    textStyle: "caption2"
                     color: TamloTheme.secondary
                 }
                 LinkButton {
@@ -58,6 +58,22 @@ Basic.ScrollView {
                     currentIndex: view.settings.selectedIndex
                     onActivated: index => view.settings.selectedIndex = index
                     Accessible.name: "AI Model"
+                    leftPadding: 8
+                    rightPadding: 22
+                    contentItem: Text {
+                        text: picker.displayText
+                        font: picker.font
+                        color: TamloTheme.primaryText
+                        elide: Text.ElideRight
+                        verticalAlignment: Text.AlignVCenter
+                        renderType: Text.QtRendering
+                    }
+                    indicator: SymbolIcon {
+                        x: picker.width - width - 6
+                        y: (picker.height - height) / 2
+                        name: "chevron.down"
+                        size: 14
+                    }
                     background: Rectangle {
                         radius: 5
                         color: TamloTheme.surfaceField
@@ -107,12 +123,12 @@ Basic.ScrollView {
                     spacing: 6
                     StyledText {
                         text: "To install the model:"
-                        textStyle: StyledText.Style.Caption2
+                        textStyle: "caption2"
                         font.weight: Font.DemiBold
                     }
                     StyledText {
                         text: "1. Install Ollama from ollama.com"
-                        textStyle: StyledText.Style.Caption2
+                        textStyle: "caption2"
                     }
                     StyledText {
                         width: parent.width

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A numbered step of the setup.
 Rectangle {
@@ -42,7 +43,7 @@ Rectangle {
             }
             StyledText {
                 text: section.title
-                textStyle: StyledText.Style.Caption
+                textStyle: "caption"
                 font.weight: Font.DemiBold
                 anchors.verticalCenter: parent.verticalCenter
             }

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A small indeterminate spinner.
 Item {

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A section box: white, padding 10, corner radius 8, content stacked.
 Rectangle {

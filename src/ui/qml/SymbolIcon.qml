@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // A named symbol drawn from the icon font.
 Text {

@@ -1,4 +1,5 @@
 import QtQuick
+import Tamlo.Ui
 
 // The card look: padding 10, rounded, white or lime when highlighted.
 Rectangle {

@@ -1,11 +1,11 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Tamlo.Ui
 
 // The product's filled dark button.
 Basic.Button {
     id: control
     property string symbol: ""
-    property bool fillWidth: false
 
     font.pixelSize: 12
     font.weight: Font.Normal
@@ -15,28 +15,30 @@ Basic.Button {
     bottomPadding: 6
     hoverEnabled: true
 
-    contentItem: Row {
-        spacing: 5
-        Item {
-            width: Math.max(0, (control.availableWidth - label.implicitWidth - (icon.visible ? icon.width + 5 : 0)) / 2)
-            height: 1
-            visible: control.fillWidth
-        }
-        SymbolIcon {
-            id: icon
-            visible: control.symbol !== ""
-            name: control.symbol !== "" ? control.symbol : "circle"
-            size: 13
-            color: "white"
-            anchors.verticalCenter: parent.verticalCenter
-        }
-        Text {
-            id: label
-            text: control.text
-            font: control.font
-            color: "white"
-            renderType: Text.QtRendering
-            anchors.verticalCenter: parent.verticalCenter
+    contentItem: Item {
+        implicitWidth: inner.implicitWidth
+        implicitHeight: inner.implicitHeight
+        Row {
+            id: inner
+            // Centred in the button, whether the button is as wide as its label or wider.
+            anchors.centerIn: parent
+            spacing: 5
+            SymbolIcon {
+                id: icon
+                visible: control.symbol !== ""
+                name: control.symbol !== "" ? control.symbol : "circle"
+                size: 13
+                color: "white"
+                anchors.verticalCenter: parent.verticalCenter
+            }
+            Text {
+                id: label
+                text: control.text
+                font: control.font
+                color: "white"
+                renderType: Text.QtRendering
+                anchors.verticalCenter: parent.verticalCenter
+            }
         }
     }
 

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Tamlo.Ui
 
 // A single-line field with an outline and no fill.
 Basic.TextField {

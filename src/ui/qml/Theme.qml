@@ -1,5 +1,6 @@
 pragma Singleton
 import QtQuick
+import Tamlo.Ui
 
 // Typography, metrics and the icon set: one place for each.
 QtObject {
@@ -49,6 +50,24 @@ QtObject {
         "xmark.circle.fill": "\ue5c9",
         "chevron.down": "\ue5cf"
     })
+
+    function fontSize(textStyle) {
+        switch (textStyle) {
+        case "title2": return title2Size
+        case "headline": return headlineSize
+        case "subheadline": return subheadlineSize
+        case "caption2": return caption2Size
+        default: return captionSize
+        }
+    }
+
+    function fontWeight(textStyle) {
+        switch (textStyle) {
+        case "title2": return Font.Bold
+        case "headline": return Font.DemiBold
+        default: return Font.Normal
+        }
+    }
 
     function icon(name) {
         const glyph = symbols[name]

@@ -1,14 +1,17 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Tamlo.Ui
 
 // A light switch in the accent colour.
 Basic.Switch {
     id: toggle
     padding: 0
+    implicitWidth: 32
+    implicitHeight: 18
     indicator: Rectangle {
         implicitWidth: 32
         implicitHeight: 18
-        x: toggle.width - width
+        x: 0
         y: (toggle.height - height) / 2
         radius: height / 2
         color: toggle.checked ? TamloTheme.green : TamloTheme.withOpacity(TamloTheme.gray, 0.35)

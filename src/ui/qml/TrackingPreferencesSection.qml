@@ -14,13 +14,13 @@ Column {
         spacing: 2
         StyledText {
             text: "Activity context"
-            textStyle: section.preferences.compact ? StyledText.Style.Caption : StyledText.Style.Subheadline
+            textStyle: section.preferences.compact ? "caption" : "subheadline"
             font.weight: Font.DemiBold
         }
         StyledText {
             width: parent.width
             text: "Activities are labeled only with your categories and projects, or \"Other\"."
-            textStyle: StyledText.Style.Caption2
+            textStyle: "caption2"
             color: TamloTheme.secondary
             wrapMode: Text.WordWrap
         }
@@ -31,7 +31,7 @@ Column {
         spacing: 4
         StyledText {
             text: "Projects"
-            textStyle: StyledText.Style.Caption2
+            textStyle: "caption2"
             font.weight: Font.DemiBold
         }
         Basic.TextField {
@@ -68,7 +68,7 @@ Column {
         spacing: 4
         StyledText {
             text: "Categorize by"
-            textStyle: StyledText.Style.Caption2
+            textStyle: "caption2"
             font.weight: Font.DemiBold
         }
         Basic.TextArea {

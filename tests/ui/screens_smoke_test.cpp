@@ -1,0 +1,206 @@
+#include "uitestenvironment.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QQmlEngine>
+#include <QQuickView>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <gtest/gtest.h>
+
+Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+QStringList *collectedWarnings = nullptr;
+QtMessageHandler previousHandler = nullptr;
+
+void collectWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (collectedWarnings && type != QtDebugMsg && type != QtInfoMsg && !message.startsWith(u"QStandardPaths:"_s)) {
+        collectedWarnings->append(message);
+    }
+    previousHandler(type, context, message);
+}
+
+QString screenshotDir()
+{
+    const QString dir = QStringLiteral(TAMLO_SCREENSHOT_DIR);
+    QDir().mkpath(dir);
+    return dir;
+}
+
+// Builds the panel over real services, shows it offscreen and writes what it drew.
+class ScreensSmokeTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        static const bool softwareRendering = [] {
+            QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+            return true;
+        }();
+        Q_UNUSED(softwareRendering);
+        collectedWarnings = &m_warnings;
+        previousHandler = qInstallMessageHandler(collectWarnings);
+    }
+
+    void TearDown() override
+    {
+        qInstallMessageHandler(previousHandler);
+        collectedWarnings = nullptr;
+    }
+
+    QQuickView *show(MainScreenModel *main)
+    {
+        m_view = std::make_unique<QQuickView>();
+        m_view->engine()->addImportPath(u"qrc:/"_s);
+        m_view->setInitialProperties({{u"main"_s, QVariant::fromValue(main)}});
+        m_view->setSource(QUrl(u"qrc:/Tamlo/Ui/qml/Panel.qml"_s));
+        EXPECT_EQ(m_view->status(), QQuickView::Ready) << m_view->errors().value(0).toString().toStdString();
+        m_view->show();
+        main->panelShown();
+        settle();
+        return m_view.get();
+    }
+
+    void settle(int ms = 400)
+    {
+        QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(ms);
+        QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(100);
+    }
+
+    void capture(const QString &name)
+    {
+        settle();
+        const QImage image = m_view->grabWindow();
+        ASSERT_FALSE(image.isNull());
+        EXPECT_EQ(image.size(), QSize(320, 600));
+        ASSERT_TRUE(image.save(screenshotDir() + u"/"_s + name + u".png"_s));
+        EXPECT_TRUE(m_warnings.isEmpty()) << name.toStdString() << ": " << m_warnings.join(u"\n"_s).toStdString();
+        m_warnings.clear();
+    }
+
+    void recordDay()
+    {
+        env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website, Thesis"_s);
+        env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication, Writing, Design"_s);
+        for (int i = 0; i < 6; ++i) {
+            env.capture(u"Coding"_s, u"Tamlo"_s, u"Editing the report screen in the code editor"_s);
+        }
+        for (int i = 0; i < 3; ++i) {
+            env.capture(u"Browsing"_s, u"Acme Website"_s, u"Reading the style guide of the web site"_s);
+        }
+        env.capture(u"Communication"_s, u"Other"_s, u"Answering mail about the team offsite"_s);
+        env.capture(u"Writing"_s, u"Thesis"_s, u"Drafting the second chapter"_s);
+        env.capture(u"Design"_s, u"Tamlo"_s, u"Sketching the panel layout"_s);
+    }
+
+    UiTestEnvironment env;
+    std::unique_ptr<MainScreenModel> main;
+    QStringList m_warnings;
+    std::unique_ptr<QQuickView> m_view;
+};
+} // namespace
+
+TEST_F(ScreensSmokeTest, FirstLaunchSetup)
+{
+    main = env.makeMainScreen();
+    show(main.get());
+    capture(u"01-setup"_s);
+
+    env.installedModels.clear();
+    main->setup()->checkModel();
+    capture(u"02-setup-model-missing"_s);
+}
+
+TEST_F(ScreensSmokeTest, RunningWithReport)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    recordDay();
+    main = env.makeMainScreen();
+    env.monitor.startMonitoring();
+    show(main.get());
+    capture(u"03-report-running"_s);
+}
+
+TEST_F(ScreensSmokeTest, PausedWithEmptyReportAndActivity)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    main = env.makeMainScreen();
+    show(main.get());
+    capture(u"04-report-paused-empty"_s);
+    main->setSelectedTab(1);
+    capture(u"05-activity-empty"_s);
+}
+
+TEST_F(ScreensSmokeTest, ActivityCardsOfEachKind)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    env.settings.setString(SettingsKey::userProjects, u"Tamlo"_s);
+    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Communication, Social Media"_s);
+    main = env.makeMainScreen();
+    env.capture(u"Coding"_s, u"Tamlo"_s, u"Reviewing a pull request for the export bar"_s);
+    env.monitor.addNoteToCurrentLog(u"Pairing with Sam on the export"_s);
+    env.capture(u"Communication"_s, u"Other"_s, u"Chatting in the team channel"_s);
+    env.monitor.startMonitoring();
+    QSignalSpy(&env.monitor, &ActivityMonitor::captureCountChanged).wait(2000);
+    env.events.fire(ScreenEvent::Locked);
+    QCoreApplication::processEvents();
+    ASSERT_EQ(env.monitor.screenState(), ScreenState::Locked);
+    QCoro::waitFor(env.monitor.performCapture());
+    main->setSelectedTab(1);
+    show(main.get());
+    main->setPendingNote(u"Call with the designer"_s);
+    capture(u"06-activity-cards"_s);
+}
+
+TEST_F(ScreensSmokeTest, ThreeBannerVariants)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    main = env.makeMainScreen();
+    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
+    main->setSelectedTab(1);
+    show(main.get());
+
+    env.grabber.failure = ScreenCaptureError::Kind::PermissionDenied;
+    QCoro::waitFor(env.monitor.performCapture());
+    capture(u"07-banner-permission"_s);
+
+    env.grabber.failure.reset();
+    env.installedModels.clear();
+    env.llm.invalidateInstalledModelsCache();
+    QCoro::waitFor(env.monitor.performCapture());
+    capture(u"08-banner-model-hint"_s);
+
+    env.grabber.failure = ScreenCaptureError::Kind::CaptureFailed;
+    QCoro::waitFor(env.monitor.performCapture());
+    capture(u"09-banner-plain"_s);
+}
+
+TEST_F(ScreensSmokeTest, SettingsWithModelReadyAndMissing)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website"_s);
+    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication"_s);
+    main = env.makeMainScreen();
+    main->setSelectedTab(2);
+    show(main.get());
+    capture(u"10-settings-ready"_s);
+
+    env.installedModels.clear();
+    main->settingsView()->setSelectedIndex(1);
+    capture(u"11-settings-missing"_s);
+}
+
+TEST_F(ScreensSmokeTest, AboutSheet)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    main = env.makeMainScreen();
+    show(main.get());
+    main->setShowingAbout(true);
+    capture(u"12-about"_s);
+}
