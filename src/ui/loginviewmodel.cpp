@@ -6,10 +6,7 @@
 using namespace Qt::StringLiterals;
 
 LoginViewModel::LoginViewModel(AuthService *authService, AppConfig config, DesktopActions *desktop, QObject *parent)
-    : QObject(parent)
-    , m_authService(authService)
-    , m_config(std::move(config))
-    , m_desktop(desktop)
+    : QObject(parent), m_authService(authService), m_config(std::move(config)), m_desktop(desktop)
 {
     connect(m_authService, &AuthService::isLoadingChanged, this, &LoginViewModel::updatePhase);
     connect(m_authService, &AuthService::errorChanged, this, &LoginViewModel::errorChanged);

@@ -1,0 +1,257 @@
+// A new user's sign-in against a real tamlo-server process: the sign-in screen opens the server's
+// page, a browser fills it in and follows it to the tamlo://auth callback, the URL router hands
+// the token over, and the gate's periodic sync uploads today's records to the server.
+#include "account/activitysyncservice.h"
+#include "account/authservice.h"
+#include "account/urlrouter.h"
+#include "core/activitysnapshot.h"
+#include "core/activitysnapshotstore.h"
+#include "core/apppaths.h"
+#include "core/clock.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "core/tamlodatapaths.h"
+#include "signinfixture.h"
+#include "ui/appgatemodel.h"
+#include "ui/loginviewmodel.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextDocumentFragment>
+#include <QUrlQuery>
+#include <QUuid>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const QString email = u"ada@example.org"_s;
+
+struct Page
+{
+    int status = 0;
+    QString html;
+};
+
+// What a browser does with the pages the app opens: load them, submit their form, and follow the
+// page's refresh to where it leads.
+class Browser
+{
+public:
+    Page get(const QUrl &url) { return finish(m_nam.get(QNetworkRequest(url))); }
+
+    // Fills in the page's one form with these fields (its hidden fields included) and submits it.
+    Page submit(const QUrl &pageUrl, const Page &page, const QList<std::pair<QString, QString>> &fields)
+    {
+        static const QRegularExpression formPattern(u"<form method=\"post\" action=\"([^\"]*)\""_s);
+        static const QRegularExpression hiddenPattern(
+            u"<input type=\"hidden\" name=\"([^\"]+)\" value=\"([^\"]*)\">"_s);
+        const QRegularExpressionMatch form = formPattern.match(page.html);
+        EXPECT_TRUE(form.hasMatch()) << page.html.toStdString();
+        QUrlQuery body;
+        for (auto it = hiddenPattern.globalMatch(page.html); it.hasNext();) {
+            const QRegularExpressionMatch hidden = it.next();
+            body.addQueryItem(hidden.captured(1), unescaped(hidden.captured(2)));
+        }
+        for (const auto &[name, value] : fields) {
+            body.addQueryItem(name, value);
+        }
+        QNetworkRequest request(pageUrl.resolved(QUrl(unescaped(form.captured(1)))));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/x-www-form-urlencoded"));
+        return finish(m_nam.post(request, body.toString(QUrl::FullyEncoded).toUtf8()));
+    }
+
+    // The address the page sends the browser on to, as the desktop would hand it to Tamlo.
+    static QString refreshTarget(const Page &page)
+    {
+        static const QRegularExpression refresh(u"<meta http-equiv=\"refresh\" content=\"0;url=([^\"]+)\">"_s);
+        const QRegularExpressionMatch match = refresh.match(page.html);
+        EXPECT_TRUE(match.hasMatch()) << page.html.toStdString();
+        return unescaped(match.captured(1));
+    }
+
+private:
+    static QString unescaped(const QString &html) { return QTextDocumentFragment::fromHtml(html).toPlainText(); }
+
+    static Page finish(QNetworkReply *reply)
+    {
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        EXPECT_TRUE(reply->isFinished() || finished.wait(10000));
+        Page page {
+            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), QString::fromUtf8(reply->readAll())};
+        reply->deleteLater();
+        return page;
+    }
+
+    QNetworkAccessManager m_nam;
+};
+
+class SignInEndToEndTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QTcpServer probe;
+        ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
+        m_port = probe.serverPort();
+        probe.close();
+
+        m_server.setProgram(QStringLiteral(TAMLO_SERVER_EXECUTABLE));
+        m_server.setArguments({u"--listen"_s, u"127.0.0.1:%1"_s.arg(m_port), u"--data"_s, m_serverData.path()});
+        m_server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_server.start();
+        ASSERT_TRUE(m_server.waitForStarted(10000));
+        QTcpSocket socket;
+        for (int attempt = 0; attempt < 100 && socket.state() != QAbstractSocket::ConnectedState; ++attempt) {
+            socket.connectToHost(QHostAddress::LocalHost, m_port);
+            if (!socket.waitForConnected(100)) {
+                socket.abort();
+                QTest::qWait(100);
+            }
+        }
+        ASSERT_EQ(socket.state(), QAbstractSocket::ConnectedState) << "tamlo-server did not come up";
+    }
+
+    void TearDown() override
+    {
+        if (m_server.state() != QProcess::NotRunning) {
+            m_server.terminate();
+            if (!m_server.waitForFinished(5000)) {
+                m_server.kill();
+                m_server.waitForFinished(5000);
+            }
+        }
+    }
+
+    [[nodiscard]] QString baseUrl() const { return u"http://127.0.0.1:%1"_s.arg(m_port); }
+
+    // The server's own record of the user's days, through its admin command.
+    QJsonObject serverExport()
+    {
+        QProcess exporter;
+        exporter.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE), {u"--data"_s, m_serverData.path(), u"export"_s, email});
+        EXPECT_TRUE(exporter.waitForFinished(10000));
+        EXPECT_EQ(exporter.exitCode(), 0) << exporter.readAllStandardError().toStdString();
+        return QJsonDocument::fromJson(exporter.readAllStandardOutput()).object();
+    }
+
+    QTemporaryDir m_serverData;
+    QProcess m_server;
+    quint16 m_port = 0;
+};
+
+TEST_F(SignInEndToEndTest, NewUserSignsInOnTheWebAndTodayReachesTheServer)
+{
+    QTemporaryDir home;
+    const AppPaths paths = AppPaths::underHome(home.path());
+    Settings settings(paths.settingsFile);
+    settings.setString(SettingsKey::convexURL, baseUrl());
+    SystemClock clock;
+    LogManager log(&clock);
+    ActivitySnapshotStore store(paths.snapshotsFile(), &log, &settings, &clock);
+    const QUuid recorded = QUuid::createUuid();
+    store.add(ActivitySnapshot {.id = recorded,
+        .timestamp = clock.now().addSecs(-60),
+        .aiCategory = u"Coding"_s,
+        .imageHash = u"9f86d081884c7d659a2feaa0c55ad015"_s,
+        .projectName = u"Website"_s,
+        .activityDescription = u"Editing checkout.css"_s});
+    QNetworkAccessManager nam;
+    const AppConfig config(&settings, QString(), u"http://127.0.0.1:1"_s, baseUrl());
+    AuthService auth(&nam, config, paths.credentialsDir);
+    ActivitySyncService sync(&store, &auth, &nam, config, &settings, &log, &clock);
+    AppGateModel gate(&auth, &sync);
+    BrowserRecorder desktop;
+    LoginViewModel login(&auth, config, &desktop);
+    UrlRouter router(&auth, &sync);
+    Browser browser;
+
+    gate.appeared();
+    ASSERT_EQ(gate.screen(), AppGateModel::Screen::Login);
+
+    // "Log in" with an address the server does not know yet: the app shows the server's verdict.
+    login.openWebLogin();
+    ASSERT_EQ(desktop.openedUrls.size(), 1);
+    QUrl pageUrl = desktop.openedUrls.last();
+    Page page = browser.get(pageUrl);
+    ASSERT_EQ(page.status, 200) << page.html.toStdString();
+    page = browser.submit(pageUrl, page, {{u"email"_s, email}});
+    ASSERT_EQ(page.status, 200) << page.html.toStdString();
+    QString callback = Browser::refreshTarget(page);
+    EXPECT_TRUE(callback.startsWith(u"tamlo://auth?token="_s)) << callback.toStdString();
+    QSignalSpy loading(&auth, &AuthService::isLoadingChanged);
+    router.handleURL(callback);
+    ASSERT_TRUE(loading.wait(5000));
+    EXPECT_EQ(login.phase(), LoginViewModel::Phase::Verifying);
+    while (auth.isLoading()) {
+        ASSERT_TRUE(loading.wait(10000));
+    }
+    EXPECT_EQ(login.phase(), LoginViewModel::Phase::Waiting);
+    EXPECT_EQ(login.errorText(), u"Account not found. Please register on Tamloweb."_s);
+    EXPECT_EQ(gate.screen(), AppGateModel::Screen::Login);
+
+    // "Back", then "Create an account": the registration page makes the account and calls back.
+    login.back();
+    login.createAccount();
+    ASSERT_EQ(desktop.openedUrls.size(), 2);
+    pageUrl = desktop.openedUrls.last();
+    EXPECT_EQ(pageUrl.path(), u"/register"_s);
+    page = browser.get(pageUrl);
+    ASSERT_EQ(page.status, 200) << page.html.toStdString();
+    page = browser.submit(pageUrl, page, {{u"email"_s, email}, {u"name"_s, u"Ada"_s}});
+    callback = Browser::refreshTarget(page);
+    QSignalSpy gateChanges(&gate, &AppGateModel::isAuthenticatedChanged);
+    QSignalSpy synced(&sync, &ActivitySyncService::lastSyncDateChanged);
+    router.handleURL(callback);
+    ASSERT_TRUE(gateChanges.wait(10000));
+
+    EXPECT_TRUE(auth.isAuthenticated());
+    EXPECT_EQ(auth.currentUser()->email, email);
+    EXPECT_EQ(gate.screen(), AppGateModel::Screen::Content);
+    EXPECT_TRUE(gate.menuBarIconActive());
+    EXPECT_TRUE(sync.isPeriodicSyncRunning());
+    EXPECT_FALSE(login.showsError());
+    QFile credentials(paths.credentialsFile());
+    ASSERT_TRUE(credentials.exists());
+    // The owner's bits alone; the "user" bits repeat them for the current user.
+    const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
+        | QFile::WriteOther | QFile::ExeOther | QFile::ExeOwner;
+    EXPECT_TRUE(credentials.permissions().testFlags(QFile::ReadOwner | QFile::WriteOwner));
+    EXPECT_FALSE(credentials.permissions() & others);
+    ASSERT_TRUE(credentials.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(credentials.read(8) == "bplist00");
+
+    // The signed-in start uploads today at once, and the server keeps it.
+    ASSERT_TRUE(synced.count() > 0 || synced.wait(10000)) << sync.lastError().value_or(QString()).toStdString();
+    EXPECT_FALSE(sync.lastError().has_value());
+    QJsonObject exported = serverExport();
+    const QJsonArray days = exported.value(u"days"_s).toArray();
+    ASSERT_EQ(days.size(), 1) << QJsonDocument(exported).toJson().toStdString();
+    EXPECT_EQ(days.first()[u"date"_s].toString(), TamloDataPaths::dateLabel(clock.now()));
+    const QJsonArray snapshots = days.first()[u"snapshots"_s].toArray();
+    ASSERT_EQ(snapshots.size(), 1);
+    EXPECT_EQ(snapshots.first()[u"id"_s].toString().toUpper(), recorded.toString(QUuid::WithoutBraces).toUpper());
+    const QString firstUpload = exported.value(u"devices"_s).toArray().first()[u"lastUploadAt"_s].toString();
+
+    // tamlo://sync uploads again at once, although the last upload is only seconds old.
+    QTest::qWait(1100); // the server's upload times are whole seconds
+    synced.clear();
+    router.handleURL(u"tamlo://sync"_s);
+    ASSERT_TRUE(synced.wait(10000));
+    exported = serverExport();
+    EXPECT_NE(exported.value(u"devices"_s).toArray().first()[u"lastUploadAt"_s].toString(), firstUpload);
+
+    sync.stopPeriodicSync();
+}
+} // namespace
