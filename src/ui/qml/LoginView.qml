@@ -10,13 +10,10 @@ Rectangle {
     readonly property bool waiting: login.phase !== LoginViewModel.Login
 
     color: TamloTheme.surfaceWindow
-    implicitWidth: Theme.panelWidth
-    implicitHeight: content.implicitHeight
 
     Column {
         id: content
-        width: Theme.panelWidth
-        anchors.horizontalCenter: parent.horizontalCenter
+        width: parent.width
         spacing: 0
 
         Item {
@@ -38,12 +35,12 @@ Rectangle {
                 }
                 StyledText {
                     text: "Tamlo"
-                    textStyle: StyledText.Style.Title2
+                    textStyle: "title2"
                     anchors.horizontalCenter: parent.horizontalCenter
                 }
                 StyledText {
                     text: "Step 1 — Sign in"
-                    textStyle: StyledText.Style.Subheadline
+                    textStyle: "subheadline"
                     color: TamloTheme.secondary
                     anchors.horizontalCenter: parent.horizontalCenter
                 }
@@ -112,7 +109,7 @@ Rectangle {
                 StyledText {
                     width: parent.width
                     text: "Opens Tamloweb in your browser. After you sign in, you'll return to Tamlo automatically to finish setup."
-                    textStyle: StyledText.Style.Caption
+                    textStyle: "caption"
                     color: TamloTheme.secondary
                     wrapMode: Text.WordWrap
                 }
@@ -126,16 +123,24 @@ Rectangle {
                     spacing: 4
                     StyledText {
                         text: "New to Tamlo?"
-                        textStyle: StyledText.Style.Caption
+                        textStyle: "caption"
                         color: TamloTheme.secondary
                         anchors.verticalCenter: parent.verticalCenter
                     }
-                    LinkButton {
+                    StyledText {
                         objectName: "createAccountButton"
                         text: "Create an account"
-                        textSize: Theme.captionSize
+                        textStyle: "caption"
+                        color: TamloTheme.accent
+                        font.underline: createAccountArea.containsMouse
                         anchors.verticalCenter: parent.verticalCenter
-                        onClicked: view.login.createAccount()
+                        MouseArea {
+                            id: createAccountArea
+                            anchors.fill: parent
+                            hoverEnabled: true
+                            cursorShape: Qt.PointingHandCursor
+                            onClicked: view.login.createAccount()
+                        }
                     }
                 }
             }
@@ -158,7 +163,7 @@ Rectangle {
                     }
                     StyledText {
                         text: "Signing you in…"
-                        textStyle: StyledText.Style.Headline
+                        textStyle: "headline"
                         anchors.horizontalCenter: parent.horizontalCenter
                     }
                 }
@@ -178,13 +183,13 @@ Rectangle {
                         spacing: 6
                         StyledText {
                             text: "Complete sign-in in your browser"
-                            textStyle: StyledText.Style.Headline
+                            textStyle: "headline"
                             anchors.horizontalCenter: parent.horizontalCenter
                         }
                         StyledText {
                             width: parent.width
                             text: "When you're done on Tamloweb, Tamlo will open automatically."
-                            textStyle: StyledText.Style.Subheadline
+                            textStyle: "subheadline"
                             color: TamloTheme.secondary
                             wrapMode: Text.WordWrap
                             horizontalAlignment: Text.AlignHCenter
@@ -234,7 +239,7 @@ Rectangle {
                     objectName: "backButton"
                     anchors.horizontalCenter: parent.horizontalCenter
                     text: "Back"
-                    textStyle: StyledText.Style.Caption
+                    textStyle: "caption"
                     color: TamloTheme.secondary
                     MouseArea {
                         anchors.fill: parent
@@ -260,7 +265,7 @@ Rectangle {
         StyledText {
             id: message
             width: parent.width - sign.width - parent.spacing
-            textStyle: StyledText.Style.Caption
+            textStyle: "caption"
             color: TamloTheme.red
             wrapMode: Text.WordWrap
         }
