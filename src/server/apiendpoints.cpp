@@ -1,6 +1,7 @@
 #include "server/apiendpoints.h"
 
 #include "core/clock.h"
+#include "server/secrettoken.h"
 #include "server/signinservice.h"
 #include "server/storage.h"
 #include "server/syncuploadparser.h"
@@ -44,13 +45,18 @@ std::optional<QByteArray> ApiEndpoints::header(const QHttpServerRequest &request
     return std::nullopt;
 }
 
-std::optional<ServerUser> ApiEndpoints::authenticate(const QHttpServerRequest &request)
+QString ApiEndpoints::bearerToken(const QHttpServerRequest &request)
 {
     const QByteArray authorization = header(request, "authorization").value_or(QByteArray()).trimmed();
     if (authorization.size() <= 7 || authorization.left(7).compare("bearer ", Qt::CaseInsensitive) != 0) {
-        return std::nullopt;
+        return {};
     }
-    return m_signIn->userForSessionToken(QString::fromLatin1(authorization.mid(7).trimmed()));
+    return QString::fromLatin1(authorization.mid(7).trimmed());
+}
+
+std::optional<ServerUser> ApiEndpoints::authenticate(const QHttpServerRequest &request)
+{
+    return m_signIn->userForSessionToken(bearerToken(request));
 }
 
 HttpReply ApiEndpoints::verifyToken(const QHttpServerRequest &request)
@@ -105,13 +111,15 @@ HttpReply ApiEndpoints::sync(const QHttpServerRequest &request)
 
 HttpReply ApiEndpoints::status(const QHttpServerRequest &request)
 {
-    const std::optional<ServerUser> user = authenticate(request);
-    if (!user) {
+    const QString token = bearerToken(request);
+    const std::optional<SessionSyncStatus> status
+        = token.isEmpty() ? std::nullopt : m_storage->syncStatusForSession(SecretToken::digest(token));
+    if (!status) {
         return unauthorized(u"Unauthorized"_s);
     }
     QJsonObject object;
-    if (const std::optional<qint64> requestedAt = m_storage->syncRequestedAt(user->id)) {
-        object.insert(u"syncRequestedAt"_s, static_cast<double>(*requestedAt));
+    if (status->syncRequestedAt) {
+        object.insert(u"syncRequestedAt"_s, static_cast<double>(*status->syncRequestedAt));
     }
     return HttpReply::json(200, object);
 }

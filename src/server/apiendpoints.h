@@ -29,6 +29,7 @@ public:
     [[nodiscard]] static std::optional<QByteArray> header(const QHttpServerRequest &request, const QByteArray &name);
 
 private:
+    [[nodiscard]] static QString bearerToken(const QHttpServerRequest &request);
     [[nodiscard]] std::optional<ServerUser> authenticate(const QHttpServerRequest &request);
 
     Storage *m_storage = nullptr;

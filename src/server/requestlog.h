@@ -17,4 +17,6 @@ public:
 private:
     QIODevice *m_device = nullptr;
     QMutex m_mutex;
+    qint64 m_stampSecond = -1;
+    QByteArray m_stamp;
 };

@@ -130,6 +130,7 @@ SqlStorage::SqlStorage(Engine engine, QSqlDatabase db, QString description)
 
 SqlStorage::~SqlStorage()
 {
+    m_statements.clear();
     m_db.close();
     m_db = QSqlDatabase();
     QSqlDatabase::removeDatabase(m_connectionName);
@@ -156,11 +157,12 @@ void SqlStorage::migrate()
     const bool hasVersionTable = m_db.tables().contains(u"schema_version"_s);
     int current = 0;
     if (hasVersionTable) {
-        QSqlQuery query = prepare(u"SELECT MAX(version) FROM schema_version"_s);
+        QSqlQuery query = prepareOnce(u"SELECT MAX(version) FROM schema_version"_s);
         exec(query);
         if (query.next()) {
             current = query.value(0).toInt();
         }
+        query.finish();
     } else if (!m_db.tables().isEmpty() && m_engine == Engine::Sqlite) {
         throw StorageError(u"The file %1 is not a tamlo-server database; it was left untouched."_s.arg(m_description));
     }
@@ -182,7 +184,7 @@ void SqlStorage::migrate()
             for (const QString &statement : migrations().at(version - 1)) {
                 execSql(statement);
             }
-            QSqlQuery record = prepare(u"INSERT INTO schema_version (version) VALUES (?)"_s);
+            QSqlQuery record = prepareOnce(u"INSERT INTO schema_version (version) VALUES (?)"_s);
             record.addBindValue(version);
             exec(record);
         }
@@ -194,6 +196,19 @@ void SqlStorage::migrate()
 }
 
 QSqlQuery SqlStorage::prepare(const QString &sql)
+{
+    const auto cached = m_statements.constFind(sql);
+    if (cached != m_statements.constEnd()) {
+        QSqlQuery query = *cached;
+        query.finish();
+        return query;
+    }
+    QSqlQuery query = prepareOnce(sql);
+    m_statements.insert(sql, query);
+    return query;
+}
+
+QSqlQuery SqlStorage::prepareOnce(const QString &sql)
 {
     QSqlQuery query(m_db);
     query.setForwardOnly(true);
@@ -240,11 +255,13 @@ void SqlStorage::rollbackTransaction()
 std::optional<ServerUser> SqlStorage::oneUser(QSqlQuery &query)
 {
     exec(query);
-    if (!query.next()) {
-        return std::nullopt;
+    std::optional<ServerUser> user;
+    if (query.next()) {
+        user = ServerUser {query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
+            query.value(3).toLongLong()};
     }
-    return ServerUser {query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
-        query.value(3).toLongLong()};
+    query.finish();
+    return user;
 }
 
 std::optional<ServerUser> SqlStorage::userByEmail(const QString &email)
@@ -282,6 +299,7 @@ QList<ServerUser> SqlStorage::users()
         result.append({query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
             query.value(3).toLongLong()});
     }
+    query.finish();
     return result;
 }
 
@@ -325,13 +343,14 @@ std::optional<SignInLink> SqlStorage::signInLink(const QString &tokenDigest)
     QSqlQuery query = prepare(u"SELECT email, created_at, used_at FROM sign_in_links WHERE token_digest = ?"_s);
     query.addBindValue(tokenDigest);
     exec(query);
-    if (!query.next()) {
-        return std::nullopt;
+    std::optional<SignInLink> link;
+    if (query.next()) {
+        link = SignInLink {query.value(0).toString(), query.value(1).toLongLong(), std::nullopt};
+        if (!query.value(2).isNull()) {
+            link->usedAt = query.value(2).toLongLong();
+        }
     }
-    SignInLink link {query.value(0).toString(), query.value(1).toLongLong(), std::nullopt};
-    if (!query.value(2).isNull()) {
-        link.usedAt = query.value(2).toLongLong();
-    }
+    query.finish();
     return link;
 }
 
@@ -361,6 +380,26 @@ std::optional<ServerUser> SqlStorage::userForSession(const QString &tokenDigest)
     return oneUser(query);
 }
 
+std::optional<SessionSyncStatus> SqlStorage::syncStatusForSession(const QString &tokenDigest)
+{
+    QSqlQuery query = prepare(u"SELECT u.id, u.email, u.name, u.created_at, r.requested_at FROM sessions s"
+                              " JOIN users u ON u.id = s.user_id LEFT JOIN sync_requests r ON r.user_id = u.id"
+                              " WHERE s.token_digest = ?"_s);
+    query.addBindValue(tokenDigest);
+    exec(query);
+    std::optional<SessionSyncStatus> status;
+    if (query.next()) {
+        status = SessionSyncStatus {{query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
+                                        query.value(3).toLongLong()},
+            std::nullopt};
+        if (!query.value(4).isNull()) {
+            status->syncRequestedAt = query.value(4).toLongLong();
+        }
+    }
+    query.finish();
+    return status;
+}
+
 void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qint64 now)
 {
     beginTransaction();
@@ -379,7 +418,7 @@ void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qi
             if (count == snapshotBatchRows && !fullBatch) {
                 fullBatch = prepare(snapshotUpsert(count));
             } else if (count != snapshotBatchRows) {
-                partialBatch = prepare(snapshotUpsert(count));
+                partialBatch = prepareOnce(snapshotUpsert(count));
             }
             QSqlQuery &query = partialBatch ? *partialBatch : *fullBatch;
             int column = 0;
@@ -420,10 +459,12 @@ std::optional<qint64> SqlStorage::syncRequestedAt(const QString &userId)
     QSqlQuery query = prepare(u"SELECT requested_at FROM sync_requests WHERE user_id = ?"_s);
     query.addBindValue(userId);
     exec(query);
-    if (!query.next()) {
-        return std::nullopt;
+    std::optional<qint64> requestedAt;
+    if (query.next()) {
+        requestedAt = query.value(0).toLongLong();
     }
-    return query.value(0).toLongLong();
+    query.finish();
+    return requestedAt;
 }
 
 void SqlStorage::requestSync(const QString &userId, qint64 now)
@@ -446,6 +487,7 @@ QList<DeviceRecord> SqlStorage::devices(const QString &userId)
         result.append({query.value(0).toString(), query.value(1).toString(), query.value(2).toLongLong(),
             query.value(3).toInt() != 0});
     }
+    query.finish();
     return result;
 }
 
@@ -476,7 +518,7 @@ void SqlStorage::backup(const QString &file)
         throw StorageError(u"The backup file %1 already exists; choose a new name."_s.arg(file));
     }
     // VACUUM INTO reads one snapshot of the database, so the copy is consistent while the server writes.
-    QSqlQuery query = prepare(u"VACUUM INTO ?"_s);
+    QSqlQuery query = prepareOnce(u"VACUUM INTO ?"_s);
     query.addBindValue(QFileInfo(file).absoluteFilePath());
     exec(query);
 }

@@ -2,12 +2,12 @@
 
 #include "server/storage.h"
 
+#include <QHash>
 #include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QUrl>
 
 #include <memory>
-
-class QSqlQuery;
 
 // The storage on Qt SQL. Both engines run the same schema and statements; they differ only in
 // how a connection is set up and in what a backup is.
@@ -46,6 +46,7 @@ public:
 
     void createSession(const QString &tokenDigest, const QString &userId, qint64 now) override;
     [[nodiscard]] std::optional<ServerUser> userForSession(const QString &tokenDigest) override;
+    [[nodiscard]] std::optional<SessionSyncStatus> syncStatusForSession(const QString &tokenDigest) override;
 
     void storeUpload(const QString &userId, const SyncUpload &upload, qint64 now) override;
     [[nodiscard]] std::optional<qint64> syncRequestedAt(const QString &userId) override;
@@ -61,7 +62,10 @@ private:
 
     void open();
     void migrate();
+    // A statement used on every request is compiled once and kept; the copy shares it. A reader
+    // calls finish() when done, so that no read transaction outlives the call.
     [[nodiscard]] QSqlQuery prepare(const QString &sql);
+    [[nodiscard]] QSqlQuery prepareOnce(const QString &sql);
     void exec(QSqlQuery &query);
     void execSql(const QString &sql);
     [[nodiscard]] std::optional<ServerUser> oneUser(QSqlQuery &query);
@@ -73,4 +77,5 @@ private:
     QSqlDatabase m_db;
     QString m_connectionName;
     QString m_description; // where the database is, for messages; never holds a password
+    QHash<QString, QSqlQuery> m_statements;
 };

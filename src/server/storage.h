@@ -62,6 +62,13 @@ struct SyncUpload
     QList<UploadedDay> days;
 };
 
+// What a status poll needs, read in one statement: the poll is the busiest request there is.
+struct SessionSyncStatus
+{
+    ServerUser user;
+    std::optional<qint64> syncRequestedAt;
+};
+
 struct DeviceRecord
 {
     QString deviceId;
@@ -92,6 +99,7 @@ public:
 
     virtual void createSession(const QString &tokenDigest, const QString &userId, qint64 now) = 0;
     [[nodiscard]] virtual std::optional<ServerUser> userForSession(const QString &tokenDigest) = 0;
+    [[nodiscard]] virtual std::optional<SessionSyncStatus> syncStatusForSession(const QString &tokenDigest) = 0;
 
     // All of it or nothing: snapshots upserted by id within the user, the device recorded, the
     // user's pending sync request cleared.
