@@ -15,9 +15,15 @@ void RequestLog::record(const QByteArray &method, const QByteArray &path, int st
             c = '?';
         }
     }
-    const QByteArray line = QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toLatin1() + ' ' + method.left(16)
-        + ' ' + safePath + ' ' + QByteArray::number(status) + ' ' + QByteArray::number(milliseconds) + " ms\n";
     QMutexLocker locker(&m_mutex);
+    // Formatting a time is dear next to the rest of a status poll; it changes once a second.
+    const qint64 second = QDateTime::currentSecsSinceEpoch();
+    if (second != m_stampSecond) {
+        m_stampSecond = second;
+        m_stamp = QDateTime::fromSecsSinceEpoch(second, Qt::UTC).toString(Qt::ISODate).toLatin1();
+    }
+    const QByteArray line = m_stamp + ' ' + method.left(16) + ' ' + safePath + ' ' + QByteArray::number(status) + ' '
+        + QByteArray::number(milliseconds) + " ms\n";
     m_device->write(line);
     if (auto *file = qobject_cast<QFileDevice *>(m_device)) {
         file->flush();
