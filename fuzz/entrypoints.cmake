@@ -7,5 +7,6 @@ set(TAMLO_FUZZ_ENTRY_SOURCES
     ${TAMLO_FUZZ_DIR}/fuzzenvironment.cpp
     ${TAMLO_FUZZ_DIR}/ollamarepliesfuzz.cpp
     ${TAMLO_FUZZ_DIR}/storefilesfuzz.cpp
+    ${TAMLO_FUZZ_DIR}/urlroutingfuzz.cpp
 )
 set(TAMLO_FUZZ_ENTRY_LIBS tamlo_account tamlo_ai tamlo_core Qt6::Network)

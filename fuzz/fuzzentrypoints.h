@@ -19,6 +19,8 @@ int screenshotReply(const uint8_t *data, size_t size);
 // A backend reply, served over HTTP. The first byte picks the request (sign-in, status, upload),
 // the second the status.
 int backendReply(const uint8_t *data, size_t size);
+// An opened URL, as the desktop hands it to the running instance.
+int urlRouting(const uint8_t *data, size_t size);
 
 struct Target
 {
@@ -33,5 +35,6 @@ inline constexpr Target targets[] = {
     {"ollama_response_parser", ollamaResponseParser},
     {"screenshot_reply", screenshotReply},
     {"backend_reply", backendReply},
+    {"url_routing", urlRouting},
 };
 } // namespace FuzzEntry

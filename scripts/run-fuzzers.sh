@@ -17,7 +17,7 @@ cd "$(dirname "$0")/.."
 build_dir=${FUZZ_BUILD_DIR:-build-fuzz}
 seconds=${FUZZ_SECONDS:-60}
 jobs=${FUZZ_JOBS:-2}
-all_targets=(snapshots_file daily_reports_file credentials_file ollama_response_parser screenshot_reply backend_reply)
+all_targets=(snapshots_file daily_reports_file credentials_file ollama_response_parser screenshot_reply backend_reply url_routing)
 if [ $# -gt 0 ]; then
     targets=("$@")
 else
