@@ -1,0 +1,119 @@
+#include "app/tamloapp.h"
+
+#include "platform/singleinstance.h"
+#include "platform/traypanel.h"
+#include "ui/tamlotheme.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QLoggingCategory>
+#include <QProcessEnvironment>
+#include <QQmlEngine>
+#include <QQuickView>
+
+using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcApp, "tamlo.app")
+
+namespace {
+const QSize panelSize(320, 600);
+}
+
+TamloApp::TamloApp(QObject *parent)
+    : QObject(parent)
+    , m_paths(AppPaths::standard())
+    , m_settings(m_paths.settingsFile)
+    , m_logManager(&m_clock)
+    , m_snapshotStore(m_paths.snapshotsFile(), &m_logManager, &m_settings, &m_clock)
+    , m_reportStore(m_paths.dailyReportsFile(), &m_logManager)
+    , m_llmService(&m_nam, &m_settings, &m_logManager, LLMService::defaultBaseUrl(), &m_clock)
+    , m_reportService(&m_llmService, &m_logManager, &m_settings, &m_clock, m_paths.exportRoot)
+    , m_portalGrabber(QDBusConnection::sessionBus())
+    , m_screenCapture(
+          &m_portalGrabber, &m_x11Grabber, ScreenCaptureService::sessionType(QProcessEnvironment::systemEnvironment()))
+    , m_screenEvents(QDBusConnection::sessionBus(), QDBusConnection::systemBus())
+    , m_monitor(ActivityMonitor::Services {.snapshotStore = &m_snapshotStore,
+          .reportStore = &m_reportStore,
+          .reportService = &m_reportService,
+          .llmService = &m_llmService,
+          .logManager = &m_logManager,
+          .settings = &m_settings,
+          .clock = &m_clock,
+          .screenCapture = &m_screenCapture,
+          .screenEvents = &m_screenEvents,
+          .wakeEvents = &m_screenEvents})
+    , m_launchTarget(&m_monitor)
+    , m_appConfig(&m_settings)
+    , m_authService(&m_nam, m_appConfig, m_paths.credentialsDir)
+    , m_syncService(&m_snapshotStore, &m_authService, &m_nam, m_appConfig, &m_settings, &m_logManager, &m_clock)
+    , m_urlRouter(&m_authService, &m_syncService)
+    , m_autostart(XdgAutostart::standardAutostartDir(), QCoreApplication::applicationFilePath())
+    , m_mainScreen(MainScreenModel::Services {.monitor = &m_monitor,
+          .llmService = &m_llmService,
+          .reportService = &m_reportService,
+          .logManager = &m_logManager,
+          .settings = &m_settings,
+          .clock = &m_clock,
+          .desktop = &m_desktop,
+          .loginItem = &m_autostart})
+    , m_gate(&m_authService, &m_syncService)
+    , m_login(&m_authService, m_appConfig, &m_desktop)
+{
+    m_appDelegate.setUrlHandler([this](const QString &url) { m_urlRouter.handleURL(url); });
+    connect(&m_mainScreen, &MainScreenModel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    connect(&m_login, &LoginViewModel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+}
+
+TamloApp::~TamloApp()
+{
+    // The panel's bindings read the models, so it goes first.
+    m_tray.reset();
+    m_panel.reset();
+}
+
+void TamloApp::body()
+{
+    if (!m_panel) {
+        buildPanel();
+    }
+    wireAppDelegate(&m_appDelegate, &m_launchTarget);
+}
+
+void TamloApp::buildPanel()
+{
+    m_panel = std::make_unique<QQuickView>();
+    m_panel->setColor(TamloTheme::surfaceWindow());
+    m_panel->resize(panelSize);
+    m_panel->setResizeMode(QQuickView::SizeRootObjectToView);
+    m_panel->engine()->addImportPath(u"qrc:/"_s);
+    m_panel->setInitialProperties({
+        {u"gate"_s, QVariant::fromValue(&m_gate)},
+        {u"login"_s, QVariant::fromValue(&m_login)},
+        {u"main"_s, QVariant::fromValue(&m_mainScreen)},
+    });
+    m_panel->setSource(QUrl(u"qrc:/Tamlo/Ui/qml/AppGateView.qml"_s));
+    for (const QQmlError &error : m_panel->errors()) {
+        qCWarning(lcApp) << error.toString();
+    }
+
+    m_tray = std::make_unique<TrayPanel>(m_panel.get());
+    m_tray->setSignedIn(m_gate.menuBarIconActive());
+    connect(&m_gate, &AppGateModel::isAuthenticatedChanged, this,
+        [this] { m_tray->setSignedIn(m_gate.menuBarIconActive()); });
+    connect(m_tray.get(), &TrayPanel::panelShown, &m_mainScreen, &MainScreenModel::panelShown);
+    connect(m_tray.get(), &TrayPanel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    // Without a tray there is no icon to click, so the panel opens as a window at once.
+    if (!m_tray->hasTray()) {
+        m_tray->showPanel();
+    }
+}
+
+void TamloApp::handleInstanceMessage(const QString &message)
+{
+    const QString url = SingleInstance::urlFromMessage(message);
+    if (!url.isEmpty()) {
+        m_appDelegate.handleURLEvent(url);
+    } else if (message == SingleInstance::showPanelMessage && m_tray) {
+        m_tray->showPanel();
+    }
+}

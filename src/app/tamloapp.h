@@ -1,0 +1,96 @@
+#pragma once
+
+#include "account/activitysyncservice.h"
+#include "account/appconfig.h"
+#include "account/authservice.h"
+#include "account/urlrouter.h"
+#include "ai/llmservice.h"
+#include "app/appdelegate.h"
+#include "app/launchtarget.h"
+#include "core/activitysnapshotstore.h"
+#include "core/apppaths.h"
+#include "core/clock.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "monitoring/activitymonitor.h"
+#include "monitoring/screencaptureservice.h"
+#include "platform/dbusscreenevents.h"
+#include "platform/linuxdesktopactions.h"
+#include "platform/portalscreengrabber.h"
+#include "platform/x11screengrabber.h"
+#include "platform/xdgautostart.h"
+#include "reports/dailyreportservice.h"
+#include "reports/dailyreportstore.h"
+#include "ui/appgatemodel.h"
+#include "ui/loginviewmodel.h"
+#include "ui/mainscreenmodel.h"
+
+#include <QNetworkAccessManager>
+#include <QObject>
+
+#include <memory>
+
+class QQuickView;
+class TrayPanel;
+
+// Hands the monitor's launch sequence to the delegate.
+class MonitorLaunchTarget final : public LaunchTarget
+{
+public:
+    explicit MonitorLaunchTarget(ActivityMonitor *monitor) : m_monitor(monitor) { }
+    QCoro::Task<> configure() override
+    {
+        m_monitor->configure();
+        co_return;
+    }
+
+private:
+    ActivityMonitor *m_monitor = nullptr;
+};
+
+// The composition root: every service is built here once, in dependency order, and handed down
+// by pointer. It also owns the tray item and its panel.
+class TamloApp : public QObject
+{
+    Q_OBJECT
+public:
+    explicit TamloApp(QObject *parent = nullptr);
+    ~TamloApp() override;
+
+    // Builds the panel the first time and wires the delegate each time, as a scene evaluation does.
+    void body();
+    [[nodiscard]] AppDelegate *appDelegate() { return &m_appDelegate; }
+    // A message from a second `tamlo` process: show the panel, or open a URL.
+    void handleInstanceMessage(const QString &message);
+
+private:
+    void buildPanel();
+
+    SystemClock m_clock;
+    AppPaths m_paths;
+    Settings m_settings;
+    LogManager m_logManager;
+    QNetworkAccessManager m_nam;
+    ActivitySnapshotStore m_snapshotStore;
+    DailyReportStore m_reportStore;
+    LLMService m_llmService;
+    DailyReportService m_reportService;
+    X11ScreenGrabber m_x11Grabber;
+    PortalScreenGrabber m_portalGrabber;
+    ScreenCaptureService m_screenCapture;
+    DBusScreenEvents m_screenEvents;
+    ActivityMonitor m_monitor;
+    MonitorLaunchTarget m_launchTarget;
+    AppConfig m_appConfig;
+    AuthService m_authService;
+    ActivitySyncService m_syncService;
+    UrlRouter m_urlRouter;
+    LinuxDesktopActions m_desktop;
+    XdgAutostart m_autostart;
+    MainScreenModel m_mainScreen;
+    AppGateModel m_gate;
+    LoginViewModel m_login;
+    AppDelegate m_appDelegate;
+    std::unique_ptr<QQuickView> m_panel;
+    std::unique_ptr<TrayPanel> m_tray;
+};
