@@ -58,10 +58,8 @@ bool SingleInstance::sendToRunning(const QString &serverName, const QString &mes
 
 bool SingleInstance::listen()
 {
-    if (m_server.listen(m_serverName)) {
-        return true;
-    }
-    // Someone answers: a live instance. Nobody answers: the socket file of a crashed one.
+    // Listening with access options replaces whatever socket has the name, so look first: someone
+    // who answers is a live instance; a socket nobody answers on was left by a crashed one.
     QLocalSocket probe;
     probe.connectToServer(m_serverName);
     if (probe.waitForConnected(int(handOverTimeout.count()))) {
