@@ -4,6 +4,8 @@
 #include <QJsonObject>
 #include <QTimer>
 
+#include <optional>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -12,7 +14,7 @@ constexpr auto discardGrace = std::chrono::seconds(10);
 // The most a rejected client may send after its head before the connection is closed on it.
 constexpr qint64 maxDiscardBytes = 256LL * 1024 * 1024;
 
-QByteArray headerValue(const QList<QByteArray> &lines, const QByteArray &name)
+std::optional<QByteArray> headerValue(const QList<QByteArray> &lines, const QByteArray &name)
 {
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const qsizetype colon = lines[i].indexOf(':');
@@ -20,18 +22,7 @@ QByteArray headerValue(const QList<QByteArray> &lines, const QByteArray &name)
             return lines[i].mid(colon + 1).trimmed();
         }
     }
-    return {};
-}
-
-bool hasHeader(const QList<QByteArray> &lines, const QByteArray &name)
-{
-    for (qsizetype i = 1; i < lines.size(); ++i) {
-        const qsizetype colon = lines[i].indexOf(':');
-        if (colon > 0 && lines[i].left(colon).trimmed().compare(name, Qt::CaseInsensitive) == 0) {
-            return true;
-        }
-    }
-    return false;
+    return std::nullopt;
 }
 } // namespace
 
@@ -82,6 +73,14 @@ void RequestGateSocket::take(const char *data, qint64 size)
         }
         case State::Head: {
             if (m_head.isEmpty()) {
+                // Empty lines before a request line are allowed, and some clients send them.
+                while (size > 0 && (*data == '\r' || *data == '\n')) {
+                    ++data;
+                    --size;
+                }
+                if (size == 0) {
+                    return;
+                }
                 m_headTimer.start();
             }
             // Only as much as can still belong to this head; the rest is looked at again after it.
@@ -116,17 +115,16 @@ void RequestGateSocket::takeHead()
         reject(431, "Request Header Fields Too Large", u"The request headers are too large."_s);
         return;
     }
-    const bool hasLength = hasHeader(lines, "content-length");
-    if (hasHeader(lines, "transfer-encoding") && !hasLength) {
+    const std::optional<QByteArray> declaredLength = headerValue(lines, "content-length");
+    if (headerValue(lines, "transfer-encoding") && !declaredLength) {
         reject(411, "Length Required", u"A request body needs a Content-Length header."_s);
         return;
     }
     qint64 length = 0;
-    if (hasLength) {
+    if (declaredLength) {
         bool ok = false;
-        const QByteArray value = headerValue(lines, "content-length");
-        length = value.toLongLong(&ok);
-        if (!ok || length < 0 || value.startsWith('+')) {
+        length = declaredLength->toLongLong(&ok);
+        if (!ok || length < 0 || declaredLength->startsWith('+')) {
             reject(400, "Bad Request", u"The Content-Length header is not a number."_s);
             return;
         }
