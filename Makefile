@@ -29,6 +29,12 @@ test-build: $(TEST_BUILD_DIR)/build.ninja
 test: deps test-build
 	cd $(TEST_BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
+# Renders every state of the panel offscreen into $(TEST_BUILD_DIR)/screenshots/*.png.
+screenshots: deps $(TEST_BUILD_DIR)/build.ninja
+	cmake --build $(TEST_BUILD_DIR) --target tamlo_ui_screens_tests -j $(JOBS)
+	cd $(TEST_BUILD_DIR) && ctest -R ScreensSmokeTest --output-on-failure
+	@echo "Screenshots in $(TEST_BUILD_DIR)/screenshots/"
+
 bench: deps build
 	@scripts/run-benchmarks.sh $(BUILD_DIR)
 

@@ -12,6 +12,9 @@ Rectangle {
 
     color: TamloTheme.surfaceWindow
 
+    // The main screen coming on screen is when the model choice is loaded.
+    Component.onCompleted: main.panelShown()
+
     Column {
         id: header
         width: parent.width
