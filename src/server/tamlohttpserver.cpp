@@ -22,6 +22,13 @@ QByteArray methodName(Method method)
     return key ? QByteArray(key).toUpper() : QByteArray("UNKNOWN");
 }
 
+const QList<QByteArray> &knownPaths()
+{
+    static const QList<QByteArray> paths {"/auth/verify-token", "/activity/sync", "/activity/status", "/auth/me",
+        "/login", "/register", "/docs/installation", "/style.css", "/"};
+    return paths;
+}
+
 HttpReply methodNotAllowed(const QByteArray &allowed)
 {
     HttpReply reply = HttpReply::error(405, u"Method not allowed"_s);
@@ -41,7 +48,7 @@ bool TamloHttpServer::listen(const QHostAddress &address, quint16 port)
     auto *server = new CappedTcpServer(
         {ApiEndpoints::maxSyncBodyBytes, maxHeadBytes},
         [log](const QByteArray &method, const QByteArray &path, int status, qint64 ms) {
-            log->record(method, path, status, ms);
+            log->record(method, loggedPath(path), status, ms);
         },
         this);
     if (!server->listen(address, port)) {
@@ -52,6 +59,13 @@ bool TamloHttpServer::listen(const QHostAddress &address, quint16 port)
     m_port = server->serverPort();
     bind(server);
     return true;
+}
+
+QByteArray TamloHttpServer::loggedPath(const QByteArray &path)
+{
+    const qsizetype query = path.indexOf('?');
+    const QByteArray bare = query < 0 ? path : path.left(query);
+    return knownPaths().contains(bare) ? bare : QByteArray("(other)");
 }
 
 bool TamloHttpServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
@@ -69,7 +83,8 @@ bool TamloHttpServer::handleRequest(const QHttpServerRequest &request, QTcpSocke
         reply = HttpReply::error(500, u"Internal server error"_s);
     }
     send(request, socket, reply);
-    m_log->record(methodName(request.method()), request.url().path().toUtf8(), reply.status, timer.elapsed());
+    m_log->record(
+        methodName(request.method()), loggedPath(request.url().path().toUtf8()), reply.status, timer.elapsed());
     return true;
 }
 
@@ -77,7 +92,7 @@ void TamloHttpServer::missingHandler(const QHttpServerRequest &request, QTcpSock
 {
     const HttpReply reply = HttpReply::error(404, u"Not found"_s);
     send(request, socket, reply);
-    m_log->record(methodName(request.method()), request.url().path().toUtf8(), reply.status, 0);
+    m_log->record(methodName(request.method()), loggedPath(request.url().path().toUtf8()), reply.status, 0);
 }
 
 HttpReply TamloHttpServer::route(const QHttpServerRequest &request)

@@ -25,6 +25,9 @@ public:
     [[nodiscard]] bool listen(const QHostAddress &address, quint16 port);
     [[nodiscard]] quint16 port() const { return m_port; }
     [[nodiscard]] QString errorString() const { return m_errorString; }
+    // A path the server does not serve is the client's own text, which could carry anything: the
+    // log names only the paths it knows.
+    [[nodiscard]] static QByteArray loggedPath(const QByteArray &path);
 
 protected:
     bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;

@@ -225,13 +225,15 @@ TEST_P(ServerApiTest, TheLogHasOneLinePerRequestAndNoSecrets)
     const QString session = verified.json().value(u"sessionToken"_s).toString();
     send("GET", u"/activity/status?probe="_s + session, {}, session);
     sendRaw("POST /activity/sync?t=" + session.toUtf8() + " HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n");
+    send("GET", u"/secret.person@example.org/"_s + token);
 
     const QString logText = QString::fromUtf8(logBuffer.data());
     const QStringList lines = logText.split(u'\n', Qt::SkipEmptyParts);
-    ASSERT_EQ(lines.size(), 4) << logText.toStdString();
+    ASSERT_EQ(lines.size(), 5) << logText.toStdString();
     EXPECT_TRUE(lines[0].endsWith(u" POST /register 200 "_s + lines[0].section(u' ', -2, -2) + u" ms"_s));
     EXPECT_TRUE(lines[2].contains(u" GET /activity/status 200 "_s));
     EXPECT_TRUE(lines[3].contains(u" POST /activity/sync 413 "_s));
+    EXPECT_TRUE(lines[4].contains(u" GET (other) 404 "_s));
     for (const QString &secret : {token, session, u"secret.person"_s}) {
         EXPECT_FALSE(logText.contains(secret)) << secret.toStdString();
     }
