@@ -29,6 +29,7 @@ public:
         return cluster;
     }
 
+    [[nodiscard]] QString missing() const { return m_missing; }
     [[nodiscard]] QString error() const { return m_error; }
     [[nodiscard]] QUrl url() const { return QUrl(u"postgresql://tamlo@127.0.0.1:%1/tamlo_test"_s.arg(m_port)); }
 
@@ -45,8 +46,8 @@ private:
     {
         m_binDir = findBinDir();
         if (m_binDir.isEmpty()) {
-            m_error = u"PostgreSQL binaries not found under /usr/lib/postgresql/*/bin; "
-                      "install Debian's postgresql package to run these tests."_s;
+            m_missing = u"PostgreSQL binaries not found under /usr/lib/postgresql/*/bin; "
+                        "install Debian's postgresql package to run these tests."_s;
             return;
         }
         if (geteuid() == 0 && !handOver()) {
@@ -140,6 +141,7 @@ private:
     QTemporaryDir m_dir;
     QString m_binDir;
     QString m_runAs;
+    QString m_missing;
     QString m_error;
     quint16 m_port = 0;
     bool m_started = false;
@@ -158,7 +160,8 @@ class PostgresBackend final : public TestBackend
 {
 public:
     [[nodiscard]] QString name() const override { return u"PostgreSQL"_s; }
-    [[nodiscard]] QString unavailableReason() const override { return PostgresCluster::instance().error(); }
+    [[nodiscard]] QString unavailableReason() const override { return PostgresCluster::instance().missing(); }
+    [[nodiscard]] QString setupError() const override { return PostgresCluster::instance().error(); }
     void reset() override
     {
         withConnection([](QSqlQuery &query) {

@@ -18,6 +18,7 @@ protected:
         if (const QString reason = backend->unavailableReason(); !reason.isEmpty()) {
             GTEST_SKIP() << reason.toStdString();
         }
+        ASSERT_TRUE(backend->setupError().isEmpty()) << backend->setupError().toStdString();
         backend->reset();
         storage = backend->open();
     }

@@ -19,8 +19,10 @@ class TestBackend
 public:
     virtual ~TestBackend() = default;
     [[nodiscard]] virtual QString name() const = 0;
-    // Why the engine cannot run here, or empty.
+    // Why the engine cannot run here (its programs are not installed), or empty: the tests skip.
     [[nodiscard]] virtual QString unavailableReason() const { return {}; }
+    // Why it failed to start although it is installed, or empty: the tests fail.
+    [[nodiscard]] virtual QString setupError() const { return {}; }
     // Throws the database away; the next open() starts from nothing.
     virtual void reset() = 0;
     [[nodiscard]] virtual std::unique_ptr<SqlStorage> open() = 0;
