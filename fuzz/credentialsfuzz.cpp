@@ -50,12 +50,13 @@ int FuzzEntry::credentialsFile(const uint8_t *data, size_t size)
     KeychainService storage(dir, u"mirevon.Tamlo"_s);
     QHash<QString, QString> before;
     for (const QString &key : keys) {
-        if (const auto value = storage.value(key)) {
+        // libplist writes text only up to a NUL, so such a value (from a damaged file) cannot come back whole.
+        if (const auto value = storage.value(key); value && !value->contains(QChar(0))) {
             before.insert(key, *value);
         }
     }
-    storage.setValue(u"fuzz-token"_s, u"probe"_s);
-    before.insert(u"probe"_s, u"fuzz-token"_s);
+    storage.setValue(u"fuzz-token"_s, u"sessionToken"_s);
+    before.insert(u"sessionToken"_s, u"fuzz-token"_s);
     require(QFile::permissions(path)
             == (QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser),
         "credentials.plist is not owner-only after a write");

@@ -6,6 +6,8 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <limits>
 #include <memory>
@@ -16,6 +18,9 @@ namespace {
 constexpr QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
 using PlistHandle = std::unique_ptr<void, void (*)(plist_t)>;
+
+// The keys the stored session is written with.
+constexpr std::array storedKeys {"sessionToken", "userData"};
 
 // The whole dictionary or nothing: one value that is not a string discards it all.
 std::optional<QHash<QString, QString>> readCredentials(const QString &path)
@@ -34,25 +39,31 @@ std::optional<QHash<QString, QString>> readCredentials(const QString &path)
     if (!root || plist_get_node_type(root) != PLIST_DICT) {
         return std::nullopt;
     }
+    // The values are walked without their keys: libplist reads a key through an assertion that
+    // aborts on a NUL byte inside it, which would stop the program at every start. Only the keys
+    // this file is written with are looked up, so others do not survive the next write.
     QHash<QString, QString> result;
     plist_dict_iter iter = nullptr;
     plist_dict_new_iter(root, &iter);
     const std::unique_ptr<void, void (*)(void *)> iterGuard(iter, free);
     for (;;) {
-        char *key = nullptr;
         plist_t value = nullptr;
-        plist_dict_next_item(root, iter, &key, &value);
-        if (!key) {
+        plist_dict_next_item(root, iter, nullptr, &value);
+        if (!value) {
             break;
         }
-        const QString name = QString::fromUtf8(key);
-        free(key);
-        if (!value || plist_get_node_type(value) != PLIST_STRING) {
+        if (plist_get_node_type(value) != PLIST_STRING) {
             return std::nullopt;
+        }
+        const plist_t key = plist_dict_item_get_key(value);
+        const auto known = std::find_if(storedKeys.cbegin(), storedKeys.cend(),
+            [key](const char *name) { return plist_key_val_compare(key, name) == 0; });
+        if (known == storedKeys.cend()) {
+            continue;
         }
         uint64_t length = 0;
         const char *text = plist_get_string_ptr(value, &length);
-        result.insert(name, QString::fromUtf8(text, static_cast<qsizetype>(length)));
+        result.insert(QString::fromLatin1(*known), QString::fromUtf8(text, static_cast<qsizetype>(length)));
     }
     return result;
 }
@@ -81,6 +92,7 @@ KeychainService::KeychainService(const QString &directory, const QString &servic
     : m_storageFile(QDir(directory).filePath(u"credentials.plist"_s))
 {
     QDir().mkpath(directory);
+    QFile::setPermissions(directory, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     if (auto stored = readCredentials(m_storageFile)) {
         m_cache = std::move(*stored);
     }

@@ -61,6 +61,8 @@ ActivitySnapshotStore::ActivitySnapshotStore(
 {
     // A folder that cannot be made shows up as a failed save, which says so.
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
+    // What the user did all day is no one else's to read.
+    QFile::setPermissions(QFileInfo(m_filePath).absolutePath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     load();
 }
 

@@ -18,6 +18,8 @@ DailyReportStore::DailyReportStore(QString filePath, LogManager *logManager)
 {
     // A folder that cannot be made shows up as a failed save, which says so.
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
+    // What the user did all day is no one else's to read.
+    QFile::setPermissions(QFileInfo(m_filePath).absolutePath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     load();
 }
 

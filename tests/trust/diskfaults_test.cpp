@@ -71,6 +71,7 @@ protected:
             GTEST_SKIP() << "needs root: a full or read-only disk is a small tmpfs mounted by the test (run as root, "
                             "as CI does, to include it)";
         }
+        QDir().mkpath(paths.dataDir);
         dataMount = std::make_unique<ScratchMount>(paths.dataDir);
         const QString error = dataMount->mount("256k");
         if (!error.isEmpty()) {

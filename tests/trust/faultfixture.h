@@ -81,7 +81,6 @@ protected:
     {
         ASSERT_TRUE(home.isValid());
         paths = AppPaths::underHome(home.path());
-        QDir().mkpath(paths.dataDir);
         settings = std::make_unique<Settings>(paths.settingsFile);
         settings->setString(SettingsKey::userProjects, u"Tamlo, Garden"_s);
         settings->setString(SettingsKey::categorizeBy, u"Coding, Writing"_s);
@@ -93,7 +92,7 @@ protected:
     }
 
     // Built apart from SetUp, so a test can first put the data folder where it wants it.
-    void buildServices()
+    void buildServices(ScreenCaptureService *screenCapture = nullptr)
     {
         snapshotStore
             = std::make_unique<ActivitySnapshotStore>(paths.snapshotsFile(), logManager.get(), settings.get(), &clock);
@@ -112,7 +111,7 @@ protected:
             .logManager = logManager.get(),
             .settings = settings.get(),
             .clock = &clock,
-            .screenCapture = capture.get(),
+            .screenCapture = screenCapture ? screenCapture : capture.get(),
             .screenEvents = &events,
             .wakeEvents = &events,
         });
