@@ -197,6 +197,7 @@ void SqlStorage::migrate()
 
 QSqlQuery SqlStorage::prepare(const QString &sql)
 {
+    reconnectIfBroken();
     const auto cached = m_statements.constFind(sql);
     if (cached != m_statements.constEnd()) {
         QSqlQuery query = *cached;
@@ -221,7 +222,9 @@ QSqlQuery SqlStorage::prepareOnce(const QString &sql)
 void SqlStorage::exec(QSqlQuery &query)
 {
     if (!query.exec()) {
-        throw StorageError(u"Database error: %1"_s.arg(query.lastError().text()));
+        const QString message = query.lastError().text();
+        noteFailure();
+        throw StorageError(u"Database error: %1"_s.arg(message));
     }
 }
 
@@ -229,12 +232,38 @@ void SqlStorage::execSql(const QString &sql)
 {
     QSqlQuery query(m_db);
     if (!query.exec(sql)) {
-        throw StorageError(u"Database error: %1"_s.arg(query.lastError().text()));
+        const QString message = query.lastError().text();
+        noteFailure();
+        throw StorageError(u"Database error: %1"_s.arg(message));
     }
+}
+
+void SqlStorage::noteFailure()
+{
+    // A PostgreSQL server that restarted leaves this connection dead; a statement that merely
+    // failed leaves it able to answer.
+    if (m_engine == Engine::Postgres && !m_broken && !QSqlQuery(m_db).exec(u"SELECT 1"_s)) {
+        m_broken = true;
+    }
+}
+
+void SqlStorage::reconnectIfBroken()
+{
+    if (!m_broken) {
+        return;
+    }
+    m_statements.clear();
+    m_db.close();
+    if (!m_db.open()) {
+        throw StorageError(u"Cannot reach the database %1: %2"_s.arg(m_description, m_db.lastError().text()));
+    }
+    m_broken = false;
+    execSql(u"SET client_min_messages TO WARNING"_s);
 }
 
 void SqlStorage::beginTransaction()
 {
+    reconnectIfBroken();
     if (!m_db.transaction()) {
         throw StorageError(u"Database error: %1"_s.arg(m_db.lastError().text()));
     }

@@ -68,6 +68,9 @@ private:
     [[nodiscard]] QSqlQuery prepareOnce(const QString &sql);
     void exec(QSqlQuery &query);
     void execSql(const QString &sql);
+    void noteFailure();
+    // Opens the connection again after it was lost; the request that found it lost has failed.
+    void reconnectIfBroken();
     [[nodiscard]] std::optional<ServerUser> oneUser(QSqlQuery &query);
     void beginTransaction();
     void commitTransaction();
@@ -78,4 +81,5 @@ private:
     QString m_connectionName;
     QString m_description; // where the database is, for messages; never holds a password
     QHash<QString, QSqlQuery> m_statements;
+    bool m_broken = false;
 };

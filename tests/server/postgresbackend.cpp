@@ -170,6 +170,14 @@ public:
             query.exec(u"CREATE SCHEMA public"_s);
         });
     }
+    bool dropServerConnections() override
+    {
+        withConnection([](QSqlQuery &query) {
+            query.exec(u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
+                       " WHERE datname = current_database() AND pid <> pg_backend_pid()"_s);
+        });
+        return true;
+    }
     [[nodiscard]] QVariant scalar(const QString &sql) override
     {
         QVariant result;

@@ -120,6 +120,21 @@ TEST_P(StorageTest, DeletingAUserRemovesEveryRowOfTheirsButKeepsTheirLinks)
     EXPECT_EQ(storage->users(), QList<ServerUser> {eve});
 }
 
+TEST_P(StorageTest, ALostConnectionIsOpenedAgainForTheNextCall)
+{
+    storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
+    (void)storage->users(); // the statement is now prepared on the connection about to be lost
+    if (!backend->dropServerConnections()) {
+        GTEST_SKIP() << "An embedded database has no connection to lose.";
+    }
+    // The call that finds the connection gone may fail; it must not take the storage with it.
+    try {
+        (void)storage->users();
+    } catch (const StorageError &) {
+    }
+    EXPECT_EQ(storage->users().size(), 1);
+}
+
 TEST_P(StorageTest, ALinkIsUsedOnlyOnce)
 {
     storage->createSignInLink(u"link"_s, u"ada@example.org"_s, 1000);

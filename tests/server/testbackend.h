@@ -27,6 +27,8 @@ public:
     virtual void reset() = 0;
     [[nodiscard]] virtual std::unique_ptr<SqlStorage> open() = 0;
     [[nodiscard]] virtual QStringList serverArguments() const = 0;
+    // Cuts every connection the server side holds; false where the engine has none to cut.
+    virtual bool dropServerConnections() { return false; }
     // One value read on a connection of the test's own, past the server's code.
     [[nodiscard]] virtual QVariant scalar(const QString &sql) = 0;
 };
