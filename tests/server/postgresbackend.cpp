@@ -170,13 +170,12 @@ public:
             query.exec(u"CREATE SCHEMA public"_s);
         });
     }
-    bool dropServerConnections() override
+    void dropServerConnections() override
     {
         withConnection([](QSqlQuery &query) {
             query.exec(u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
                        " WHERE datname = current_database() AND pid <> pg_backend_pid()"_s);
         });
-        return true;
     }
     [[nodiscard]] QVariant scalar(const QString &sql) override
     {
@@ -226,5 +225,5 @@ std::unique_ptr<TestBackend> makePostgresBackend()
 
 std::vector<BackendParam> testBackends()
 {
-    return {{"PostgreSQL", makePostgresBackend}};
+    return {{"PostgreSQL", makePostgresBackend, true}};
 }

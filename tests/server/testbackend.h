@@ -27,8 +27,8 @@ public:
     virtual void reset() = 0;
     [[nodiscard]] virtual std::unique_ptr<SqlStorage> open() = 0;
     [[nodiscard]] virtual QStringList serverArguments() const = 0;
-    // Cuts every connection the server side holds; false where the engine has none to cut.
-    virtual bool dropServerConnections() { return false; }
+    // Cuts every connection the database server holds (networked engines only).
+    virtual void dropServerConnections() { }
     // One value read on a connection of the test's own, past the server's code.
     [[nodiscard]] virtual QVariant scalar(const QString &sql) = 0;
 };
@@ -43,6 +43,7 @@ struct BackendParam
 {
     const char *label;
     TestBackendFactory make;
+    bool networked = false; // a server at the other end of a connection, which can be lost
 };
 
 // The engines this test executable runs its suites on.
