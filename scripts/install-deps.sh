@@ -11,6 +11,7 @@ packages=(
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
     qml6-module-qtquick-window qml6-module-qtquick-dialogs qml6-module-qtquick-templates
     qml6-module-qtquick-shapes qml6-module-qtqml-workerscript qml6-module-qtcore
+    qml6-module-qt-labs-folderlistmodel
     qt6-qpa-plugins qt6-wayland
     fonts-material-design-icons-iconfont fonts-dejavu-core
     googletest libgtest-dev libgmock-dev libbenchmark-dev

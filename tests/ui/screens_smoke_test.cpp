@@ -2,7 +2,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QKeyEvent>
 #include <QQmlEngine>
+#include <QQuickItem>
 #include <QQuickView>
 #include <QQuickWindow>
 #include <QSignalSpy>
@@ -203,4 +205,28 @@ TEST_F(ScreensSmokeTest, AboutSheet)
     show(main.get());
     main->setShowingAbout(true);
     capture(u"12-about"_s);
+
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
+    QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
+    QCoreApplication::sendEvent(m_view.get(), &press);
+    QCoreApplication::sendEvent(m_view.get(), &release);
+    settle();
+    EXPECT_FALSE(main->showingAbout()) << "Return closes the sheet";
+}
+
+TEST_F(ScreensSmokeTest, ExportAsksWhereToSave)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    main = env.makeMainScreen();
+    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
+    main->setSelectedTab(1);
+    show(main.get());
+    main->exportTodayLogs();
+    QObject *dialog = m_view->rootObject()->findChild<QObject *>(u"saveDialog"_s);
+    ASSERT_NE(dialog, nullptr);
+    settle(1000);
+    EXPECT_TRUE(dialog->property("visible").toBool());
+    EXPECT_TRUE(dialog->property("selectedFile").toUrl().toString().endsWith(u"/Tamlo_WorkLog_2026-03-09.csv"_s))
+        << dialog->property("selectedFile").toUrl().toString().toStdString();
+    capture(u"13-export-save-dialog"_s);
 }

@@ -251,9 +251,12 @@ Rectangle {
 
     FileDialog {
         id: saveDialog
+        objectName: "saveDialog"
         fileMode: FileDialog.SaveFile
         nameFilters: ["CSV files (*.csv)"]
         defaultSuffix: "csv"
+        title: "Export"
+        acceptLabel: "Save"
         onAccepted: view.main.completeExport(selectedFile)
         onRejected: view.main.cancelExport()
     }
@@ -261,6 +264,8 @@ Rectangle {
     Connections {
         target: view.main
         function onSaveFileRequested(suggestedFileName) {
+            // The dialog was made before the panel had a window; it opens over the panel.
+            saveDialog.parentWindow = view.Window.window
             saveDialog.currentFolder = StandardPaths.writableLocation(StandardPaths.DocumentsLocation)
             saveDialog.selectedFile = saveDialog.currentFolder + "/" + suggestedFileName
             saveDialog.open()
