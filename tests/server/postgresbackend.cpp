@@ -138,7 +138,9 @@ private:
 
     [[nodiscard]] QString dataDir() const { return m_dir.filePath(u"data"_s); }
 
-    QTemporaryDir m_dir;
+    // Under /tmp whatever TMPDIR says: the unprivileged account must reach it, and the socket path
+    // must stay short.
+    QTemporaryDir m_dir {u"/tmp/tamlo-pg-XXXXXX"_s};
     QString m_binDir;
     QString m_runAs;
     QString m_missing;
