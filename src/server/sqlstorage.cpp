@@ -142,8 +142,8 @@ void SqlStorage::open()
         throw StorageError(u"Cannot open the database %1: %2"_s.arg(m_description, m_db.lastError().text()));
     }
     if (m_engine == Engine::Sqlite) {
-        execSql(u"PRAGMA journal_mode = WAL"_s);
-        // In WAL mode a committed transaction survives a crash of the process with NORMAL.
+        // In WAL mode (set once the file is known to be ours) a committed transaction survives a
+        // crash of the process with NORMAL.
         execSql(u"PRAGMA synchronous = NORMAL"_s);
         execSql(u"PRAGMA foreign_keys = ON"_s);
     } else {
@@ -171,6 +171,9 @@ void SqlStorage::migrate()
                            "It was left untouched; run a newer tamlo-server."_s.arg(m_description)
                                .arg(current)
                                .arg(schemaVersion));
+    }
+    if (m_engine == Engine::Sqlite) {
+        execSql(u"PRAGMA journal_mode = WAL"_s);
     }
     if (current == schemaVersion) {
         return;
