@@ -44,12 +44,14 @@ bool XdgAutostart::registerItem()
     if (!file.open(QIODevice::WriteOnly)) {
         return false;
     }
+    // A path with blanks must be quoted for the desktop's launcher.
+    const QString exec = m_execCommand.contains(u' ') ? u'"' + m_execCommand + u'"' : m_execCommand;
     const QString entry = u"[Desktop Entry]\n"
                           u"Type=Application\n"
                           u"Name=Tamlo\n"
                           u"Comment=Private activity tracker with a local AI model\n"
                           u"Exec="_s
-        + m_execCommand
+        + exec
         + u"\n"
           u"Icon=tamlo\n"
           u"Terminal=false\n"
