@@ -1,6 +1,7 @@
 #include "server/sqlstorage.h"
 
 #include <QAtomicInt>
+#include <QFile>
 #include <QFileInfo>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -553,4 +554,6 @@ void SqlStorage::backup(const QString &file)
     QSqlQuery query = prepareOnce(u"VACUUM INTO ?"_s);
     query.addBindValue(QFileInfo(file).absoluteFilePath());
     exec(query);
+    // The copy holds everyone's activity, and it may land outside the private data folder.
+    QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }

@@ -3,6 +3,7 @@
 #include "server/signinservice.h"
 #include "server/sqlstorage.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTemporaryDir>
@@ -98,6 +99,9 @@ TEST_F(AdminCommandsTest, BackupWritesAConsistentCopyAndNeverOverwrites)
     run({u"user"_s, u"add"_s, u"ada@example.org"_s});
     const QString copy = dir.filePath(u"copy.sqlite3"_s);
     EXPECT_EQ(run({u"backup"_s, copy}), 0);
+    const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
+        | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
+    EXPECT_FALSE(QFile::permissions(copy) & others);
     EXPECT_EQ(SqlStorage::openSqlite(copy)->users().size(), 1);
     EXPECT_THROW((void)run({u"backup"_s, copy}), StorageError);
 }
