@@ -155,8 +155,10 @@ HttpReply WebPages::callbackPage(const QString &token) const
     HttpReply reply = page(200, u"Opening Tamlo"_s,
         u"<h1>Opening Tamlo…</h1><div class=\"card highlighted\"><p>Your browser should now offer to open Tamlo, "
         "which then signs you in.</p><a class=\"button\" href=\"%1\">Open Tamlo</a></div>"
-        "<h2>If nothing happens</h2><p>Make sure Tamlo is running, then choose <strong>Open Tamlo</strong> above. "
-        "If your browser asks whether to open the link with Tamlo, allow it.</p><p>The link works once, within 15 "
+        "<h2>If nothing happens</h2><p>Choose <strong>Open Tamlo</strong> above, and if your browser asks "
+        "whether to open the link with Tamlo, allow it.</p><p>Still nothing? Your desktop does not know yet that "
+        "Tamlo opens <code>tamlo://</code> links: start Tamlo once from its menu entry, then choose <strong>Open "
+        "Tamlo</strong> again.</p><p>The link works once, within 15 "
         "minutes. If it has expired, start signing in again from the Tamlo app.</p>"_s.arg(escaped(callback)),
         u"<meta http-equiv=\"refresh\" content=\"0;url=%1\">"_s.arg(escaped(callback)));
     // The page carries a one-time secret: no cache may keep it, and no referrer may leak it.
