@@ -15,6 +15,7 @@
 #include "ui/appgatemodel.h"
 #include "ui/loginviewmodel.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -22,6 +23,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTcpServer>
@@ -30,6 +32,8 @@
 #include <QTextDocumentFragment>
 #include <QUrlQuery>
 #include <QUuid>
+
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -146,10 +150,145 @@ protected:
         return QJsonDocument::fromJson(exporter.readAllStandardOutput()).object();
     }
 
+    // A browser's round through the server's registration page: the callback it ends at.
+    QString registrationCallback()
+    {
+        Browser browser;
+        const QUrl pageUrl(baseUrl() + u"/register?redirect=tamlo%3A%2F%2Fauth"_s);
+        const Page form = browser.get(pageUrl);
+        EXPECT_EQ(form.status, 200) << form.html.toStdString();
+        return Browser::refreshTarget(browser.submit(pageUrl, form, {{u"email"_s, email}, {u"name"_s, u"Ada"_s}}));
+    }
+
     QTemporaryDir m_serverData;
     QProcess m_server;
     quint16 m_port = 0;
 };
+
+#ifdef TAMLO_EXECUTABLE
+// The program itself, as a new user meets it: a first `tamlo` runs, and the desktop hands the
+// sign-in callback and later "tamlo://sync" to a second `tamlo URL`, which passes them on.
+class ProgramSignInTest : public SignInEndToEndTest
+{
+protected:
+    void SetUp() override
+    {
+        SignInEndToEndTest::SetUp();
+        ASSERT_TRUE(m_home.isValid());
+        QDir(m_home.path()).mkpath(u"tmp"_s);
+        QDir(m_home.path()).mkpath(u"run"_s);
+        QFile::setPermissions(m_home.filePath(u"run"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        m_env = QProcessEnvironment::systemEnvironment();
+        m_env.insert(u"HOME"_s, m_home.path());
+        for (const QString &name : {u"XDG_DATA_HOME"_s, u"XDG_CONFIG_HOME"_s, u"XDG_CACHE_HOME"_s, u"DISPLAY"_s,
+                 u"WAYLAND_DISPLAY"_s, u"XDG_SESSION_TYPE"_s}) {
+            m_env.remove(name);
+        }
+        // Its own folder for the instance's socket, and buses that do not exist.
+        m_env.insert(u"TMPDIR"_s, m_home.filePath(u"tmp"_s));
+        m_env.insert(u"XDG_RUNTIME_DIR"_s, m_home.filePath(u"run"_s));
+        m_env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path="_s + m_home.filePath(u"run/no-bus"_s));
+        m_env.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, u"unix:path="_s + m_home.filePath(u"run/no-bus"_s));
+        m_env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    }
+
+    void TearDown() override
+    {
+        if (m_tamlo.state() != QProcess::NotRunning) {
+            m_tamlo.kill();
+            m_tamlo.waitForFinished(5000);
+        }
+        SignInEndToEndTest::TearDown();
+    }
+
+    // `tamlo URL`, which hands the URL to the running instance and ends.
+    void open(const QString &url)
+    {
+        QProcess second;
+        second.setProcessEnvironment(m_env);
+        second.setProcessChannelMode(QProcess::ForwardedChannels);
+        second.start(QStringLiteral(TAMLO_EXECUTABLE), {url});
+        ASSERT_TRUE(second.waitForFinished(20000));
+        EXPECT_EQ(second.exitCode(), 0);
+    }
+
+    // Days as the server holds them, once it holds one.
+    QJsonArray serverDays()
+    {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            const QJsonArray days = serverExport().value(u"days"_s).toArray();
+            if (!days.isEmpty()) {
+                return days;
+            }
+            QTest::qWait(200);
+        }
+        return {};
+    }
+
+    QString lastUploadAt()
+    {
+        return serverExport().value(u"devices"_s).toArray().first()[u"lastUploadAt"_s].toString();
+    }
+
+    QTemporaryDir m_home;
+    QProcessEnvironment m_env;
+    QProcess m_tamlo;
+};
+
+TEST_F(ProgramSignInTest, CallbackHandedToTheRunningProgramSignsInAndUploadsToday)
+{
+    const AppPaths paths = AppPaths::underHome(m_home.path());
+    SystemClock clock;
+    const QUuid recorded = QUuid::createUuid();
+    {
+        Settings settings(paths.settingsFile);
+        settings.setString(SettingsKey::convexURL, baseUrl());
+        LogManager log(&clock);
+        ActivitySnapshotStore store(paths.snapshotsFile(), &log, &settings, &clock);
+        store.add(ActivitySnapshot {.id = recorded,
+            .timestamp = clock.now().addSecs(-60),
+            .aiCategory = u"Coding"_s,
+            .imageHash = u"9f86d081884c7d659a2feaa0c55ad015"_s,
+            .projectName = u"Website"_s});
+    }
+
+    m_tamlo.setProcessEnvironment(m_env);
+    m_tamlo.setProcessChannelMode(QProcess::ForwardedChannels);
+    m_tamlo.start(QStringLiteral(TAMLO_EXECUTABLE), {});
+    ASSERT_TRUE(m_tamlo.waitForStarted(10000));
+    const QString socket = m_home.filePath(u"tmp/tamlo-%1"_s.arg(::getuid()));
+    for (int attempt = 0; attempt < 200 && !QFile::exists(socket); ++attempt) {
+        QTest::qWait(100);
+    }
+    ASSERT_TRUE(QFile::exists(socket)) << "the first tamlo never became the instance";
+
+    open(registrationCallback());
+
+    const QJsonArray days = serverDays();
+    ASSERT_EQ(days.size(), 1);
+    EXPECT_EQ(days.first()[u"date"_s].toString(), TamloDataPaths::dateLabel(clock.now()));
+    const QJsonArray snapshots = days.first()[u"snapshots"_s].toArray();
+    ASSERT_EQ(snapshots.size(), 1);
+    EXPECT_EQ(snapshots.first()[u"id"_s].toString().toUpper(), recorded.toString(QUuid::WithoutBraces).toUpper());
+    QFile credentials(paths.credentialsFile());
+    ASSERT_TRUE(credentials.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(credentials.read(8) == "bplist00");
+    EXPECT_EQ(credentials.permissions() & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser),
+        QFile::ReadOwner | QFile::WriteOwner);
+
+    // The server's upload times are whole seconds.
+    QTest::qWait(1100);
+    const QString first = lastUploadAt();
+    open(u"tamlo://sync"_s);
+    QString latest = first;
+    for (int attempt = 0; attempt < 50 && latest == first; ++attempt) {
+        QTest::qWait(200);
+        latest = lastUploadAt();
+    }
+    EXPECT_NE(latest, first);
+    EXPECT_EQ(m_tamlo.state(), QProcess::Running);
+}
+#endif
 
 TEST_F(SignInEndToEndTest, NewUserSignsInOnTheWebAndTodayReachesTheServer)
 {
