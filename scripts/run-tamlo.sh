@@ -50,9 +50,11 @@ server_answers() {
 }
 
 if [ -x "$server" ] && ! server_answers; then
-    "$server" --listen "$server_address" >>"${TMPDIR:-/tmp}/tamlo-server.log" 2>&1 &
+    server_log_dir="${XDG_STATE_HOME:-$HOME/.local/state}/tamlo-server"
+    mkdir -p "$server_log_dir"
+    "$server" --listen "$server_address" >>"$server_log_dir/tamlo-server.log" 2>&1 &
     children+=("$!")
-    echo "Started the local tamlo-server on $server_address (log in ${TMPDIR:-/tmp}/tamlo-server.log)"
+    echo "Started the local tamlo-server on $server_address (log in $server_log_dir/tamlo-server.log)"
 fi
 
 if [ ${#children[@]} -eq 0 ]; then
