@@ -110,6 +110,7 @@ int FuzzEntry::backendReply(const uint8_t *data, size_t size)
 {
     static constexpr int statuses[] = {200, 201, 204, 299, 400, 401, 403, 404, 410, 422, 429, 500, 502, 503};
     const int route = size > 0 ? data[0] % 3 : 0;
+    backend().server.clearRequests();
     backend().reply = StandInServer::Reply {};
     backend().reply.status = size > 1 ? statuses[data[1] % std::size(statuses)] : 200;
     backend().reply.body = size > 2 ? FuzzEnvironment::bytes(data + 2, size - 2) : QByteArray();

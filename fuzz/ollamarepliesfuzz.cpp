@@ -85,6 +85,7 @@ int FuzzEntry::ollamaResponseParser(const uint8_t *data, size_t size)
 int FuzzEntry::screenshotReply(const uint8_t *data, size_t size)
 {
     static OllamaStandIn ollama;
+    ollama.server.clearRequests();
     static constexpr int statuses[] = {200, 200, 200, 201, 400, 404, 500, 503};
     ollama.chatReply.status = size > 0 ? statuses[data[0] % std::size(statuses)] : 200;
     ollama.chatReply.body = size > 0 ? FuzzEnvironment::bytes(data + 1, size - 1) : QByteArray();
