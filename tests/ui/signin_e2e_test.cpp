@@ -235,7 +235,7 @@ protected:
     QProcess m_tamlo;
 };
 
-TEST_F(ProgramSignInTest, CallbackHandedToTheRunningProgramSignsInAndUploadsToday)
+TEST_F(ProgramSignInTest, CallbackHandedToTheRunningProgramSignsInUploadsAndSignsOutWhenTheAccountGoes)
 {
     const AppPaths paths = AppPaths::underHome(m_home.path());
     SystemClock clock;
@@ -286,6 +286,20 @@ TEST_F(ProgramSignInTest, CallbackHandedToTheRunningProgramSignsInAndUploadsToda
         latest = lastUploadAt();
     }
     EXPECT_NE(latest, first);
+
+    // The account goes on the server: the next upload is refused, the session check confirms it,
+    // and the program signs out and forgets the session while it keeps running.
+    QProcess admin;
+    admin.start(
+        QStringLiteral(TAMLO_SERVER_EXECUTABLE), {u"--data"_s, m_serverData.path(), u"user"_s, u"delete"_s, email});
+    ASSERT_TRUE(admin.waitForFinished(10000));
+    ASSERT_EQ(admin.exitCode(), 0) << admin.readAllStandardError().toStdString();
+    credentials.close();
+    open(u"tamlo://sync"_s);
+    for (int attempt = 0; attempt < 50 && QFile::exists(paths.credentialsFile()); ++attempt) {
+        QTest::qWait(200);
+    }
+    EXPECT_FALSE(QFile::exists(paths.credentialsFile()));
     EXPECT_EQ(m_tamlo.state(), QProcess::Running);
 }
 #endif
