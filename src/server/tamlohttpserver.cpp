@@ -8,6 +8,7 @@
 #include <QHttpServerRequest>
 #include <QHttpServerResponder>
 #include <QMetaEnum>
+#include <QRegularExpression>
 
 Q_LOGGING_CATEGORY(lcServer, "tamlo.server")
 
@@ -20,6 +21,13 @@ QByteArray methodName(Method method)
 {
     const char *key = QMetaEnum::fromType<Method>().valueToKey(static_cast<int>(method));
     return key ? QByteArray(key).toUpper() : QByteArray("UNKNOWN");
+}
+
+// A database's complaint can quote the row it choked on; the log keeps no e-mail address.
+QString withoutAddresses(QString text)
+{
+    static const QRegularExpression address(u"[^\\s()'\"=]+@[^\\s()'\"]+"_s);
+    return text.replace(address, u"<address>"_s);
 }
 
 const QList<QByteArray> &knownPaths()
@@ -76,7 +84,7 @@ bool TamloHttpServer::handleRequest(const QHttpServerRequest &request, QTcpSocke
     try {
         reply = route(request);
     } catch (const StorageError &error) {
-        qCWarning(lcServer) << "storage failure:" << error.message();
+        qCWarning(lcServer).noquote() << "storage failure:" << withoutAddresses(error.message());
         reply = HttpReply::error(500, u"Internal server error"_s);
     } catch (const std::exception &error) {
         qCWarning(lcServer) << "unexpected failure:" << error.what();
