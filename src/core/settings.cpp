@@ -5,7 +5,12 @@ Settings::Settings(const QString &filePath)
 
 QString Settings::string(const QString &key) const
 {
-    return m_settings->value(key).toString();
+    const QVariant value = m_settings->value(key);
+    // A hand-edited line such as `userProjects=Tamlo, Website` reads back as a list in INI.
+    if (value.metaType() == QMetaType::fromType<QStringList>()) {
+        return value.toStringList().join(u", ");
+    }
+    return value.toString();
 }
 
 std::optional<QString> Settings::optionalString(const QString &key) const
@@ -13,7 +18,7 @@ std::optional<QString> Settings::optionalString(const QString &key) const
     if (!m_settings->contains(key)) {
         return std::nullopt;
     }
-    return m_settings->value(key).toString();
+    return string(key);
 }
 
 bool Settings::boolean(const QString &key) const

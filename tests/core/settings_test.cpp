@@ -1,5 +1,6 @@
 #include "core/settings.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -25,4 +26,18 @@ TEST(SettingsTest, MissingValuesReadAsEmptyAndTypesSurviveAReopen)
     EXPECT_EQ(reopened.string(SettingsKey::userProjects), u"Tamlo, Website"_s);
     EXPECT_TRUE(reopened.boolean(SettingsKey::didCompleteInitialSetup));
     EXPECT_EQ(reopened.date(SettingsKey::lastDailySaveDate), QDateTime(QDate(2026, 3, 9), QTime(23, 59, 30)));
+}
+
+TEST(SettingsTest, AnUnquotedListWrittenByHandReadsAsOneString)
+{
+    QTemporaryDir home;
+    const QString file = home.filePath(u"Tamlo.conf"_s);
+    QFile ini(file);
+    ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+    ini.write("[General]\nuserProjects=Tamlo, Website\n");
+    ini.close();
+
+    const Settings settings(file);
+    EXPECT_EQ(settings.string(SettingsKey::userProjects), u"Tamlo, Website"_s);
+    EXPECT_EQ(settings.optionalString(SettingsKey::userProjects), u"Tamlo, Website"_s);
 }
