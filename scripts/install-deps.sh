@@ -18,6 +18,7 @@ packages=(
     xvfb xauth x11-utils dbus dbus-x11
     postgresql
     clang libclang-rt-14-dev
+    libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
 )
 
 missing=()

@@ -152,17 +152,22 @@ int AdminCommands::requestSync(const QString &email)
 
 QJsonObject AdminCommands::exportUser(const ServerUser &user)
 {
+    return exportJson(m_storage, user);
+}
+
+QJsonObject AdminCommands::exportJson(Storage *storage, const ServerUser &user)
+{
     QJsonObject account {{u"id"_s, user.id}, {u"email"_s, user.email}, {u"createdAt"_s, isoTime(user.createdAt)}};
     if (user.name) {
         account.insert(u"name"_s, *user.name);
     }
     QJsonArray devices;
-    for (const DeviceRecord &device : m_storage->devices(user.id)) {
+    for (const DeviceRecord &device : storage->devices(user.id)) {
         devices.append(QJsonObject {{u"deviceId"_s, device.deviceId}, {u"timezone"_s, device.timezone},
             {u"lastUploadAt"_s, isoTime(device.lastUploadAt)}, {u"backfillComplete"_s, device.backfillComplete}});
     }
     QJsonArray days;
-    for (const UploadedDay &day : m_storage->days(user.id)) {
+    for (const UploadedDay &day : storage->days(user.id)) {
         QJsonArray snapshots;
         for (const UploadedSnapshot &snapshot : day.snapshots) {
             snapshots.append(snapshotObject(snapshot));

@@ -22,6 +22,7 @@ public:
 
     // The user's account, devices and days, in the upload's own field forms.
     [[nodiscard]] QJsonObject exportUser(const ServerUser &user);
+    [[nodiscard]] static QJsonObject exportJson(Storage *storage, const ServerUser &user);
 
 private:
     int userAdd(const QString &email, const std::optional<QString> &name);

@@ -1,6 +1,7 @@
 #include "server/apiendpoints.h"
 
 #include "core/clock.h"
+#include "server/ratelimiter.h"
 #include "server/secrettoken.h"
 #include "server/signinservice.h"
 #include "server/storage.h"
@@ -56,11 +57,37 @@ QString ApiEndpoints::bearerToken(const QHttpServerRequest &request)
 
 std::optional<ServerUser> ApiEndpoints::authenticate(const QHttpServerRequest &request)
 {
-    return m_signIn->userForSessionToken(bearerToken(request));
+    const QString token = bearerToken(request);
+    if (token.isEmpty()) {
+        return std::nullopt;
+    }
+    const std::optional<SessionSyncStatus> session = m_storage->syncStatusForSession(SecretToken::digest(token));
+    if (!session) {
+        return std::nullopt;
+    }
+    noteActivity(token, session->lastSeenAt);
+    return session->user;
+}
+
+void ApiEndpoints::noteActivity(const QString &token, std::optional<qint64> lastSeenAt)
+{
+    constexpr qint64 touchIntervalMs = 60 * 1000;
+    const qint64 now = m_clock->now().toMSecsSinceEpoch();
+    if (!lastSeenAt || now - *lastSeenAt >= touchIntervalMs) {
+        m_storage->touchSession(SecretToken::digest(token), now);
+    }
 }
 
 HttpReply ApiEndpoints::verifyToken(const QHttpServerRequest &request)
 {
+    if (m_limiter) {
+        if (const std::optional<qint64> wait = m_limiter->hit(
+                u"exchange:"_s + request.remoteAddress().toString(), RateLimiter::tokenExchangePerClient)) {
+            HttpReply reply = HttpReply::error(429, u"Too many sign-in attempts; try again later"_s);
+            reply.headers.emplaceBack(QByteArray("Retry-After"), QByteArray::number(*wait));
+            return reply;
+        }
+    }
     const QJsonDocument document = QJsonDocument::fromJson(request.body());
     const QJsonValue token = document.object().value(u"token"_s);
     if (!document.isObject() || !token.isString() || token.toString().isEmpty()) {
@@ -100,6 +127,7 @@ HttpReply ApiEndpoints::sync(const QHttpServerRequest &request)
         return HttpReply::error(400, parsed.error);
     }
     m_storage->storeUpload(user->id, *parsed.upload, m_clock->now().toMSecsSinceEpoch());
+    m_storage->noteSessionDevice(SecretToken::digest(bearerToken(request)), parsed.upload->deviceId);
     qsizetype snapshots = 0;
     for (const UploadedDay &day : parsed.upload->days) {
         snapshots += day.snapshots.size();
@@ -117,6 +145,7 @@ HttpReply ApiEndpoints::status(const QHttpServerRequest &request)
     if (!status) {
         return unauthorized(u"Unauthorized"_s);
     }
+    noteActivity(token, status->lastSeenAt);
     QJsonObject object;
     if (status->syncRequestedAt) {
         object.insert(u"syncRequestedAt"_s, static_cast<double>(*status->syncRequestedAt));

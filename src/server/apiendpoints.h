@@ -8,6 +8,7 @@
 
 class QHttpServerRequest;
 class Clock;
+class RateLimiter;
 class SignInService;
 class Storage;
 struct ServerUser;
@@ -19,6 +20,8 @@ public:
     static constexpr qint64 maxSyncBodyBytes = 32LL * 1024 * 1024;
 
     ApiEndpoints(Storage *storage, SignInService *signIn, const Clock *clock);
+    // Token exchanges per client address are limited once this is set.
+    void setRateLimiter(RateLimiter *limiter) { m_limiter = limiter; }
 
     [[nodiscard]] HttpReply verifyToken(const QHttpServerRequest &request);
     [[nodiscard]] HttpReply sync(const QHttpServerRequest &request);
@@ -31,8 +34,11 @@ public:
 private:
     [[nodiscard]] static QString bearerToken(const QHttpServerRequest &request);
     [[nodiscard]] std::optional<ServerUser> authenticate(const QHttpServerRequest &request);
+    // The session's last activity, written at most once a minute.
+    void noteActivity(const QString &token, std::optional<qint64> lastSeenAt);
 
     Storage *m_storage = nullptr;
     SignInService *m_signIn = nullptr;
     const Clock *m_clock = nullptr;
+    RateLimiter *m_limiter = nullptr;
 };

@@ -2,11 +2,14 @@
 // run one administration command or serve until stopped.
 #include "core/buildinfo.h"
 #include "core/clock.h"
+#include "server/accountpages.h"
 #include "server/admincommands.h"
 #include "server/apiendpoints.h"
+#include "server/ratelimiter.h"
 #include "server/requestlog.h"
 #include "server/serveroptions.h"
 #include "server/signinservice.h"
+#include "server/smtpmailer.h"
 #include "server/sqlstorage.h"
 #include "server/tamlohttpserver.h"
 #include "server/webpages.h"
@@ -52,6 +55,14 @@ int main(int argc, char *argv[])
     }
     const ServerOptions &options = *parsed.options;
 
+    if (options.command.isEmpty() && !options.localSignIn() && !options.smtp.isComplete()) {
+        err << u"This server is not in local mode (it listens on %1), so it signs people in by e-mail, and no "
+               "SMTP server is set. Give --smtp-host and --mail-from (or --smtp-config FILE), or --local-sign-in "
+               "to let anyone who reaches the pages sign in by typing an address."_s.arg(options.listenHost)
+            << Qt::endl;
+        return 2;
+    }
+
     SystemClock clock;
     std::unique_ptr<SqlStorage> storage;
     try {
@@ -79,7 +90,17 @@ int main(int argc, char *argv[])
     RequestLog log(&logDevice);
     ApiEndpoints api(storage.get(), &signIn, &clock);
     WebPages pages(&signIn, options.effectivePublicUrl(options.port), options.localSignIn());
+    RateLimiter limiter(&clock);
+    api.setRateLimiter(&limiter);
+    pages.setRateLimiter(&limiter);
+    std::unique_ptr<SmtpMailer> mailer;
+    if (!options.localSignIn()) {
+        mailer = std::make_unique<SmtpMailer>(options.smtp);
+        pages.setMailer(mailer.get());
+    }
+    AccountPages account(storage.get(), &pages, &clock);
     TamloHttpServer server(&api, &pages, &log);
+    server.setAccountPages(&account);
     if (!server.listen(options.listenAddress, options.port)) {
         err << u"Cannot listen on %1:%2: %3"_s.arg(options.listenHost).arg(options.port).arg(server.errorString())
             << Qt::endl;
@@ -90,7 +111,7 @@ int main(int argc, char *argv[])
     }
     err << u"tamlo-server %1 listening on %2:%3, public URL %4, local sign-in %5"_s.arg(
         QCoreApplication::applicationVersion(), options.listenHost, QString::number(server.port()),
-        options.effectivePublicUrl(server.port()).toString(), options.localSignIn() ? u"on"_s : u"off"_s)
+        options.effectivePublicUrl(server.port()).toString(), options.localSignIn() ? u"on"_s : u"off (e-mail)"_s)
         << Qt::endl;
     const QUrl publicUrl = options.effectivePublicUrl(server.port());
     if (options.localSignIn() && !QHostAddress(publicUrl.host()).isLoopback() && publicUrl.host() != u"localhost"_s) {

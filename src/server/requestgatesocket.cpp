@@ -129,10 +129,14 @@ void RequestGateSocket::takeHead()
             return;
         }
     }
-    if (length > m_limits.maxBodyBytes) {
+    const qsizetype query = m_path.indexOf('?');
+    const bool upload = (query < 0 ? m_path : m_path.left(query)) == "/activity/sync";
+    const qint64 limit = upload || m_limits.maxFormBodyBytes == 0 ? m_limits.maxBodyBytes : m_limits.maxFormBodyBytes;
+    if (length > limit) {
         m_discardLeft = std::min(length, maxDiscardBytes);
         reject(413, "Payload Too Large",
-            u"The request body is larger than %1 MiB."_s.arg(m_limits.maxBodyBytes / (1024 * 1024)));
+            limit >= 1024 * 1024 ? u"The request body is larger than %1 MiB."_s.arg(limit / (1024 * 1024))
+                                 : u"The request body is larger than %1 KiB."_s.arg(limit / 1024));
         return;
     }
     m_head.clear();

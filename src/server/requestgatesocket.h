@@ -16,8 +16,9 @@ class RequestGateSocket : public QTcpSocket
 public:
     struct Limits
     {
-        qint64 maxBodyBytes = 0;
+        qint64 maxBodyBytes = 0; // the upload
         qint64 maxHeadBytes = 0;
+        qint64 maxFormBodyBytes = 0; // every other path; 0 for the same as the upload
     };
     using RejectionLog = std::function<void(const QByteArray &method, const QByteArray &path, int status, qint64 ms)>;
 

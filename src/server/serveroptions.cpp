@@ -3,6 +3,8 @@
 #include "core/buildinfo.h"
 
 #include <QCommandLineParser>
+#include <QFileInfo>
+#include <QSettings>
 #include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
@@ -95,7 +97,20 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
     const QCommandLineOption localSignIn(
         u"local-sign-in"_s, u"Allow sign-in by typing an address even on a non-loopback address."_s);
     const QCommandLineOption name(u"name"_s, u"The name for user add."_s, u"NAME"_s);
-    parser.addOptions({listen, data, database, publicUrl, localSignIn, name});
+    const QCommandLineOption smtpConfig(u"smtp-config"_s,
+        u"INI file with host, port, security, user, password and from for sending sign-in links; the flags below "
+        "override it."_s,
+        u"FILE"_s);
+    const QCommandLineOption smtpHost(u"smtp-host"_s, u"SMTP server for sign-in links."_s, u"HOST"_s);
+    const QCommandLineOption smtpPort(u"smtp-port"_s, u"SMTP port (default 587)."_s, u"PORT"_s);
+    const QCommandLineOption smtpSecurity(
+        u"smtp-security"_s, u"starttls (default), tls (implicit), or none (a local relay only)."_s, u"MODE"_s);
+    const QCommandLineOption smtpUser(u"smtp-user"_s, u"SMTP user name."_s, u"USER"_s);
+    const QCommandLineOption smtpPassword(
+        u"smtp-password"_s, u"SMTP password (visible to other local users: prefer --smtp-config)."_s, u"PASSWORD"_s);
+    const QCommandLineOption mailFrom(u"mail-from"_s, u"Sender address of sign-in mails."_s, u"ADDRESS"_s);
+    parser.addOptions({listen, data, database, publicUrl, localSignIn, name, smtpConfig, smtpHost, smtpPort,
+        smtpSecurity, smtpUser, smtpPassword, mailFrom});
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addPositionalArgument(u"command"_s, u"An administration command, see below."_s, u"[command ...]"_s);
@@ -138,5 +153,52 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
         options.name = parser.value(name);
     }
     options.command = parser.positionalArguments();
+
+    QString security = u"starttls"_s;
+    QString port;
+    if (parser.isSet(smtpConfig)) {
+        const QString file = parser.value(smtpConfig);
+        if (!QFileInfo(file).isReadable()) {
+            return {std::nullopt, u"--smtp-config: cannot read \"%1\"."_s.arg(file), 2};
+        }
+        const QSettings config(file, QSettings::IniFormat);
+        options.smtp.host = config.value(u"host"_s).toString();
+        port = config.value(u"port"_s).toString();
+        security = config.value(u"security"_s, security).toString();
+        options.smtp.user = config.value(u"user"_s).toString();
+        options.smtp.password = config.value(u"password"_s).toString();
+        options.smtp.from = config.value(u"from"_s).toString();
+    }
+    if (parser.isSet(smtpHost)) {
+        options.smtp.host = parser.value(smtpHost);
+    }
+    if (parser.isSet(smtpPort)) {
+        port = parser.value(smtpPort);
+    }
+    if (parser.isSet(smtpSecurity)) {
+        security = parser.value(smtpSecurity);
+    }
+    if (parser.isSet(smtpUser)) {
+        options.smtp.user = parser.value(smtpUser);
+    }
+    if (parser.isSet(smtpPassword)) {
+        options.smtp.password = parser.value(smtpPassword);
+    }
+    if (parser.isSet(mailFrom)) {
+        options.smtp.from = parser.value(mailFrom);
+    }
+    if (!port.isEmpty()) {
+        bool ok = false;
+        const uint value = port.toUInt(&ok);
+        if (!ok || value == 0 || value > 65535) {
+            return {std::nullopt, u"The SMTP port must be a number from 1 to 65535, got \"%1\"."_s.arg(port), 2};
+        }
+        options.smtp.port = static_cast<quint16>(value);
+    }
+    const std::optional<SmtpSettings::Security> mode = SmtpSettings::parseSecurity(security);
+    if (!mode) {
+        return {std::nullopt, u"The SMTP security must be starttls, tls or none, got \"%1\"."_s.arg(security), 2};
+    }
+    options.smtp.security = *mode;
     return {options, QString(), 0};
 }

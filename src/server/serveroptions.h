@@ -1,5 +1,7 @@
 #pragma once
 
+#include "server/smtpmailer.h"
+
 #include <QHostAddress>
 #include <QString>
 #include <QStringList>
@@ -23,6 +25,7 @@ struct ServerOptions
     bool localSignInFlag = false;
     QStringList command; // an administration command and its arguments; empty to serve
     std::optional<QString> name; // user add --name
+    SmtpSettings smtp; // e-mail sign-in where local mode is off
 
     // Local mode: on by itself on a loopback address, by the flag on any other.
     [[nodiscard]] bool localSignIn() const;

@@ -47,6 +47,11 @@ QString SignInService::createLink(const QString &email)
     return token;
 }
 
+std::optional<ServerUser> SignInService::existingUser(const QString &email)
+{
+    return m_storage->userByEmail(normalizedEmail(email));
+}
+
 ServerUser SignInService::registerUser(const QString &email, const std::optional<QString> &name)
 {
     const QString normalized = normalizedEmail(email);
@@ -57,6 +62,18 @@ ServerUser SignInService::registerUser(const QString &email, const std::optional
 }
 
 SignInService::Verification SignInService::verify(const QString &token)
+{
+    return verify(token, SessionKind::App);
+}
+
+QString SignInService::startWebSession(const ServerUser &user)
+{
+    const QString sessionToken = SecretToken::generate();
+    m_storage->createWebSession(SecretToken::digest(sessionToken), user.id, now());
+    return sessionToken;
+}
+
+SignInService::Verification SignInService::verify(const QString &token, SessionKind kind)
 {
     const QString digest = SecretToken::digest(token);
     const std::optional<SignInLink> link = m_storage->signInLink(digest);
@@ -74,6 +91,9 @@ SignInService::Verification SignInService::verify(const QString &token)
     }
     if (!m_storage->useSignInLink(digest, now())) {
         return {Outcome::Expired, {}, std::nullopt};
+    }
+    if (kind == SessionKind::Web) {
+        return {Outcome::SignedIn, startWebSession(*user), user};
     }
     const QString sessionToken = SecretToken::generate();
     m_storage->createSession(SecretToken::digest(sessionToken), user->id, now());

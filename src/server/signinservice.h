@@ -43,8 +43,13 @@ public:
     // A link belongs to the address, whether or not it has an account. Returns the token.
     [[nodiscard]] QString createLink(const QString &email);
     // The existing account of the address, or a new one.
+    [[nodiscard]] std::optional<ServerUser> existingUser(const QString &email);
     ServerUser registerUser(const QString &email, const std::optional<QString> &name);
     [[nodiscard]] Verification verify(const QString &token);
+    // The same checks; the session it makes is of the given kind.
+    [[nodiscard]] Verification verify(const QString &token, SessionKind kind);
+    // A browser session for a user who has just proved the address. Returns its token.
+    [[nodiscard]] QString startWebSession(const ServerUser &user);
     [[nodiscard]] std::optional<ServerUser> userForSessionToken(const QString &token);
 
 private:

@@ -37,8 +37,25 @@ const QList<QStringList> &migrations()
             u"CREATE TABLE sync_requests (user_id TEXT PRIMARY KEY REFERENCES users(id) ON DELETE CASCADE,"
             " requested_at BIGINT NOT NULL)"_s,
         },
+        {
+            // Sessions get a name their owner can revoke them by, a kind, their last activity and
+            // the device they upload for; each stored day remembers the device that sent it.
+            u"ALTER TABLE sessions ADD COLUMN public_id TEXT"_s,
+            u"ALTER TABLE sessions ADD COLUMN kind TEXT NOT NULL DEFAULT 'app'"_s,
+            u"ALTER TABLE sessions ADD COLUMN last_seen_at BIGINT"_s,
+            u"ALTER TABLE sessions ADD COLUMN device_id TEXT"_s,
+            u"UPDATE sessions SET public_id = substr(token_digest, 1, 32)"_s,
+            u"CREATE UNIQUE INDEX sessions_public_id ON sessions (public_id)"_s,
+            u"CREATE TABLE user_days (user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+            " day TEXT NOT NULL, device_id TEXT NOT NULL, timezone TEXT NOT NULL, uploaded_at BIGINT NOT NULL,"
+            " PRIMARY KEY (user_id, day))"_s,
+            u"INSERT INTO user_days (user_id, day, device_id, timezone, uploaded_at)"
+            " SELECT s.user_id, s.day, MAX(s.device_id), COALESCE(MAX(d.timezone), 'UTC'), MAX(s.received_at)"
+            " FROM snapshots s LEFT JOIN devices d ON d.user_id = s.user_id AND d.device_id = s.device_id"
+            " GROUP BY s.user_id, s.day"_s,
+        },
     };
-    static_assert(SqlStorage::schemaVersion == 1, "add the statements of the new version above");
+    static_assert(SqlStorage::schemaVersion == 2, "add the statements of the new version above");
     return steps;
 }
 
@@ -346,7 +363,7 @@ bool SqlStorage::deleteUser(const QString &email)
     // not depend on a connection having them switched on.
     beginTransaction();
     try {
-        for (const QString &table : {u"sessions"_s, u"devices"_s, u"snapshots"_s, u"sync_requests"_s}) {
+        for (const QString &table : {u"sessions"_s, u"devices"_s, u"snapshots"_s, u"sync_requests"_s, u"user_days"_s}) {
             QSqlQuery query = prepare(u"DELETE FROM %1 WHERE user_id = ?"_s.arg(table));
             query.addBindValue(user->id);
             exec(query);
@@ -398,11 +415,167 @@ bool SqlStorage::useSignInLink(const QString &tokenDigest, qint64 now)
 
 void SqlStorage::createSession(const QString &tokenDigest, const QString &userId, qint64 now)
 {
-    QSqlQuery query = prepare(u"INSERT INTO sessions (token_digest, user_id, created_at) VALUES (?, ?, ?)"_s);
+    insertSession(tokenDigest, userId, now, SessionKind::App);
+}
+
+void SqlStorage::createWebSession(const QString &tokenDigest, const QString &userId, qint64 now)
+{
+    insertSession(tokenDigest, userId, now, SessionKind::Web);
+}
+
+void SqlStorage::insertSession(const QString &tokenDigest, const QString &userId, qint64 now, SessionKind kind)
+{
+    QSqlQuery query = prepare(u"INSERT INTO sessions (token_digest, user_id, created_at, public_id, kind, last_seen_at)"
+                              " VALUES (?, ?, ?, ?, ?, ?)"_s);
     query.addBindValue(tokenDigest);
     query.addBindValue(userId);
     query.addBindValue(now);
+    query.addBindValue(QUuid::createUuid().toString(QUuid::Id128));
+    query.addBindValue(kind == SessionKind::Web ? u"web"_s : u"app"_s);
+    query.addBindValue(now);
     exec(query);
+}
+
+std::optional<WebSessionInfo> SqlStorage::webSession(const QString &tokenDigest)
+{
+    QSqlQuery query = prepare(u"SELECT u.id, u.email, u.name, u.created_at, s.public_id, s.created_at, s.last_seen_at"
+                              " FROM sessions s JOIN users u ON u.id = s.user_id"
+                              " WHERE s.token_digest = ? AND s.kind = 'web'"_s);
+    query.addBindValue(tokenDigest);
+    exec(query);
+    std::optional<WebSessionInfo> info;
+    if (query.next()) {
+        info = WebSessionInfo {{query.value(0).toString(), query.value(1).toString(), optionalText(query.value(2)),
+                                   query.value(3).toLongLong()},
+            query.value(4).toString(), query.value(5).toLongLong(), std::nullopt};
+        if (!query.value(6).isNull()) {
+            info->lastSeenAt = query.value(6).toLongLong();
+        }
+    }
+    query.finish();
+    return info;
+}
+
+void SqlStorage::touchSession(const QString &tokenDigest, qint64 now)
+{
+    QSqlQuery query = prepare(u"UPDATE sessions SET last_seen_at = ? WHERE token_digest = ?"_s);
+    query.addBindValue(now);
+    query.addBindValue(tokenDigest);
+    exec(query);
+}
+
+void SqlStorage::noteSessionDevice(const QString &tokenDigest, const QString &deviceId)
+{
+    QSqlQuery query = prepare(u"UPDATE sessions SET device_id = ? WHERE token_digest = ?"_s);
+    query.addBindValue(deviceId);
+    query.addBindValue(tokenDigest);
+    exec(query);
+}
+
+QList<SessionRecord> SqlStorage::sessions(const QString &userId)
+{
+    QSqlQuery query = prepare(u"SELECT public_id, kind, created_at, last_seen_at, device_id FROM sessions"
+                              " WHERE user_id = ? ORDER BY COALESCE(last_seen_at, created_at) DESC, public_id"_s);
+    query.addBindValue(userId);
+    exec(query);
+    QList<SessionRecord> result;
+    while (query.next()) {
+        SessionRecord record {query.value(0).toString(),
+            query.value(1).toString() == u"web"_s ? SessionKind::Web : SessionKind::App, query.value(2).toLongLong(),
+            std::nullopt, optionalText(query.value(4))};
+        if (!query.value(3).isNull()) {
+            record.lastSeenAt = query.value(3).toLongLong();
+        }
+        result.append(record);
+    }
+    query.finish();
+    return result;
+}
+
+bool SqlStorage::revokeSession(const QString &userId, const QString &publicId)
+{
+    QSqlQuery query = prepare(u"DELETE FROM sessions WHERE user_id = ? AND public_id = ?"_s);
+    query.addBindValue(userId);
+    query.addBindValue(publicId);
+    exec(query);
+    return query.numRowsAffected() == 1;
+}
+
+void SqlStorage::deleteSession(const QString &tokenDigest)
+{
+    QSqlQuery query = prepare(u"DELETE FROM sessions WHERE token_digest = ?"_s);
+    query.addBindValue(tokenDigest);
+    exec(query);
+}
+
+QList<DayEntry> SqlStorage::dayEntries(const QString &userId, int count, int offset)
+{
+    QSqlQuery query = prepare(u"SELECT day, device_id, timezone, uploaded_at FROM user_days WHERE user_id = ?"
+                              " ORDER BY day DESC LIMIT ? OFFSET ?"_s);
+    query.addBindValue(userId);
+    query.addBindValue(count);
+    query.addBindValue(offset);
+    exec(query);
+    QList<DayEntry> result;
+    while (query.next()) {
+        result.append({query.value(0).toString(), query.value(1).toString(), query.value(2).toString(),
+            query.value(3).toLongLong()});
+    }
+    query.finish();
+    return result;
+}
+
+int SqlStorage::dayCount(const QString &userId)
+{
+    QSqlQuery query = prepare(u"SELECT COUNT(*) FROM user_days WHERE user_id = ?"_s);
+    query.addBindValue(userId);
+    exec(query);
+    const int count = query.next() ? query.value(0).toInt() : 0;
+    query.finish();
+    return count;
+}
+
+std::optional<DayEntry> SqlStorage::dayEntry(const QString &userId, const QString &date)
+{
+    QSqlQuery query
+        = prepare(u"SELECT day, device_id, timezone, uploaded_at FROM user_days WHERE user_id = ? AND day = ?"_s);
+    query.addBindValue(userId);
+    query.addBindValue(date);
+    exec(query);
+    std::optional<DayEntry> entry;
+    if (query.next()) {
+        entry = DayEntry {query.value(0).toString(), query.value(1).toString(), query.value(2).toString(),
+            query.value(3).toLongLong()};
+    }
+    query.finish();
+    return entry;
+}
+
+QList<UploadedDay> SqlStorage::daysBetween(const QString &userId, const QString &first, const QString &last)
+{
+    QSqlQuery query = prepare(u"SELECT day, id, taken_at, activity_type, project_name, activity_description,"
+                              " user_note FROM snapshots WHERE user_id = ? AND day >= ? AND day <= ?"
+                              " ORDER BY day, taken_at, id"_s);
+    query.addBindValue(userId);
+    query.addBindValue(first);
+    query.addBindValue(last);
+    exec(query);
+    return groupedDays(query);
+}
+
+QList<UploadedDay> SqlStorage::groupedDays(QSqlQuery &query)
+{
+    QList<UploadedDay> result;
+    while (query.next()) {
+        const QString date = query.value(0).toString();
+        if (result.isEmpty() || result.last().date != date) {
+            result.append(UploadedDay {date, {}});
+        }
+        result.last().snapshots.append({query.value(1).toString(), query.value(2).toString(), query.value(3).toString(),
+            query.value(4).toString(), optionalText(query.value(5)), optionalText(query.value(6))});
+    }
+    query.finish();
+    return result;
 }
 
 std::optional<ServerUser> SqlStorage::userForSession(const QString &tokenDigest)
@@ -415,9 +588,10 @@ std::optional<ServerUser> SqlStorage::userForSession(const QString &tokenDigest)
 
 std::optional<SessionSyncStatus> SqlStorage::syncStatusForSession(const QString &tokenDigest)
 {
-    QSqlQuery query = prepare(u"SELECT u.id, u.email, u.name, u.created_at, r.requested_at FROM sessions s"
-                              " JOIN users u ON u.id = s.user_id LEFT JOIN sync_requests r ON r.user_id = u.id"
-                              " WHERE s.token_digest = ?"_s);
+    QSqlQuery query
+        = prepare(u"SELECT u.id, u.email, u.name, u.created_at, r.requested_at, s.last_seen_at FROM sessions s"
+                  " JOIN users u ON u.id = s.user_id LEFT JOIN sync_requests r ON r.user_id = u.id"
+                  " WHERE s.token_digest = ?"_s);
     query.addBindValue(tokenDigest);
     exec(query);
     std::optional<SessionSyncStatus> status;
@@ -427,6 +601,9 @@ std::optional<SessionSyncStatus> SqlStorage::syncStatusForSession(const QString 
             std::nullopt};
         if (!query.value(4).isNull()) {
             status->syncRequestedAt = query.value(4).toLongLong();
+        }
+        if (!query.value(5).isNull()) {
+            status->lastSeenAt = query.value(5).toLongLong();
         }
     }
     query.finish();
@@ -477,6 +654,18 @@ void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qi
         device.addBindValue(now);
         device.addBindValue(upload.backfillComplete ? 1 : 0);
         exec(device);
+        for (const UploadedDay &day : upload.days) {
+            QSqlQuery entry = prepare(u"INSERT INTO user_days (user_id, day, device_id, timezone, uploaded_at)"
+                                      " VALUES (?, ?, ?, ?, ?) ON CONFLICT (user_id, day) DO UPDATE SET"
+                                      " device_id = excluded.device_id, timezone = excluded.timezone,"
+                                      " uploaded_at = excluded.uploaded_at"_s);
+            entry.addBindValue(userId);
+            entry.addBindValue(day.date);
+            entry.addBindValue(upload.deviceId);
+            entry.addBindValue(upload.timezone);
+            entry.addBindValue(now);
+            exec(entry);
+        }
         QSqlQuery clear = prepare(u"DELETE FROM sync_requests WHERE user_id = ?"_s);
         clear.addBindValue(userId);
         exec(clear);
@@ -530,16 +719,7 @@ QList<UploadedDay> SqlStorage::days(const QString &userId)
                               " user_note FROM snapshots WHERE user_id = ? ORDER BY day, taken_at, id"_s);
     query.addBindValue(userId);
     exec(query);
-    QList<UploadedDay> result;
-    while (query.next()) {
-        const QString date = query.value(0).toString();
-        if (result.isEmpty() || result.last().date != date) {
-            result.append(UploadedDay {date, {}});
-        }
-        result.last().snapshots.append({query.value(1).toString(), query.value(2).toString(), query.value(3).toString(),
-            query.value(4).toString(), optionalText(query.value(5)), optionalText(query.value(6))});
-    }
-    return result;
+    return groupedDays(query);
 }
 
 void SqlStorage::backup(const QString &file)

@@ -20,7 +20,7 @@ public:
     };
 
     // The schema version this build writes; a database that says more is refused untouched.
-    static constexpr int schemaVersion = 1;
+    static constexpr int schemaVersion = 2;
 
     // Opens (creating when needed) and migrates. Throws StorageError with a text for the operator.
     [[nodiscard]] static std::unique_ptr<SqlStorage> openSqlite(const QString &file);
@@ -55,6 +55,20 @@ public:
     [[nodiscard]] QList<DeviceRecord> devices(const QString &userId) override;
     [[nodiscard]] QList<UploadedDay> days(const QString &userId) override;
 
+    void createWebSession(const QString &tokenDigest, const QString &userId, qint64 now) override;
+    [[nodiscard]] std::optional<WebSessionInfo> webSession(const QString &tokenDigest) override;
+    void touchSession(const QString &tokenDigest, qint64 now) override;
+    void noteSessionDevice(const QString &tokenDigest, const QString &deviceId) override;
+    [[nodiscard]] QList<SessionRecord> sessions(const QString &userId) override;
+    bool revokeSession(const QString &userId, const QString &publicId) override;
+    void deleteSession(const QString &tokenDigest) override;
+
+    [[nodiscard]] QList<DayEntry> dayEntries(const QString &userId, int count, int offset) override;
+    [[nodiscard]] int dayCount(const QString &userId) override;
+    [[nodiscard]] std::optional<DayEntry> dayEntry(const QString &userId, const QString &date) override;
+    [[nodiscard]] QList<UploadedDay> daysBetween(
+        const QString &userId, const QString &first, const QString &last) override;
+
     void backup(const QString &file) override;
 
 private:
@@ -72,6 +86,8 @@ private:
     // Opens the connection again after it was lost; the request that found it lost has failed.
     void reconnectIfBroken();
     [[nodiscard]] std::optional<ServerUser> oneUser(QSqlQuery &query);
+    [[nodiscard]] static QList<UploadedDay> groupedDays(QSqlQuery &query);
+    void insertSession(const QString &tokenDigest, const QString &userId, qint64 now, SessionKind kind);
     void beginTransaction();
     void commitTransaction();
     void rollbackTransaction();

@@ -67,6 +67,40 @@ struct SessionSyncStatus
 {
     ServerUser user;
     std::optional<qint64> syncRequestedAt;
+    std::optional<qint64> lastSeenAt; // so that a poll writes only when the last activity has gone stale
+};
+
+enum class SessionKind {
+    App, // a bearer token held by the app
+    Web, // a browser's cookie
+};
+
+// A session as its owner sees it; publicId names it in forms, the token never leaves the client.
+struct SessionRecord
+{
+    QString publicId;
+    SessionKind kind = SessionKind::App;
+    qint64 createdAt = 0;
+    std::optional<qint64> lastSeenAt;
+    std::optional<QString> deviceId; // the device its last upload came from
+};
+
+// A browser's session, read in one statement on every signed-in page.
+struct WebSessionInfo
+{
+    ServerUser user;
+    QString publicId;
+    qint64 createdAt = 0;
+    std::optional<qint64> lastSeenAt;
+};
+
+// One stored day as the day list shows it: which device sent it last, and that device's time zone.
+struct DayEntry
+{
+    QString date;
+    QString deviceId;
+    QString timezone;
+    qint64 uploadedAt = 0;
 };
 
 struct DeviceRecord
@@ -110,6 +144,27 @@ public:
     [[nodiscard]] virtual QList<DeviceRecord> devices(const QString &userId) = 0;
     // Days ascending, each day's snapshots by timestamp.
     [[nodiscard]] virtual QList<UploadedDay> days(const QString &userId) = 0;
+
+    virtual void createWebSession(const QString &tokenDigest, const QString &userId, qint64 now) = 0;
+    [[nodiscard]] virtual std::optional<WebSessionInfo> webSession(const QString &tokenDigest) = 0;
+    // Records the session's last activity.
+    virtual void touchSession(const QString &tokenDigest, qint64 now) = 0;
+    // The device whose upload came with this session.
+    virtual void noteSessionDevice(const QString &tokenDigest, const QString &deviceId) = 0;
+    // Newest first.
+    [[nodiscard]] virtual QList<SessionRecord> sessions(const QString &userId) = 0;
+    // Ends one of the user's sessions at once; false when the user has no such session.
+    virtual bool revokeSession(const QString &userId, const QString &publicId) = 0;
+    virtual void deleteSession(const QString &tokenDigest) = 0;
+
+    // Newest first, count at most, after skipping offset.
+    [[nodiscard]] virtual QList<DayEntry> dayEntries(const QString &userId, int count, int offset) = 0;
+    [[nodiscard]] virtual int dayCount(const QString &userId) = 0;
+    [[nodiscard]] virtual std::optional<DayEntry> dayEntry(const QString &userId, const QString &date) = 0;
+    // The days from first to last inclusive, ascending, each day's snapshots by timestamp.
+    [[nodiscard]] virtual QList<UploadedDay> daysBetween(
+        const QString &userId, const QString &first, const QString &last)
+        = 0;
 
     // A consistent copy of the whole database, taken while it is in use.
     virtual void backup(const QString &file) = 0;

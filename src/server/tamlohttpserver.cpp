@@ -1,8 +1,10 @@
 #include "server/tamlohttpserver.h"
 
+#include "server/accountpages.h"
 #include "server/cappedtcpserver.h"
 #include "server/requestlog.h"
 #include "server/storage.h"
+#include "server/websecurity.h"
 
 #include <QElapsedTimer>
 #include <QHttpServerRequest>
@@ -33,7 +35,9 @@ QString withoutAddresses(QString text)
 const QList<QByteArray> &knownPaths()
 {
     static const QList<QByteArray> paths {"/auth/verify-token", "/activity/sync", "/activity/status", "/auth/me",
-        "/login", "/register", "/docs/installation", "/style.css", "/"};
+        "/login", "/register", "/docs/installation", "/style.css", "/", "/auth/link", "/days", "/sync", "/devices",
+        "/sessions/sign-out", "/export", "/export/tamlo-data.json", "/export/tamlo-days.csv", "/account",
+        "/account/delete", "/logout"};
     return paths;
 }
 
@@ -54,7 +58,7 @@ bool TamloHttpServer::listen(const QHostAddress &address, quint16 port)
 {
     RequestLog *log = m_log;
     auto *server = new CappedTcpServer(
-        {ApiEndpoints::maxSyncBodyBytes, maxHeadBytes},
+        {ApiEndpoints::maxSyncBodyBytes, maxHeadBytes, maxFormBodyBytes},
         [log](const QByteArray &method, const QByteArray &path, int status, qint64 ms) {
             log->record(method, loggedPath(path), status, ms);
         },
@@ -73,6 +77,9 @@ QByteArray TamloHttpServer::loggedPath(const QByteArray &path)
 {
     const qsizetype query = path.indexOf('?');
     const QByteArray bare = query < 0 ? path : path.left(query);
+    if (bare.startsWith("/days/")) {
+        return "/days/(day)";
+    }
     return knownPaths().contains(bare) ? bare : QByteArray("(other)");
 }
 
@@ -133,14 +140,30 @@ HttpReply TamloHttpServer::route(const QHttpServerRequest &request)
     if (path == u"/style.css"_s) {
         return get ? WebPages::stylesheet() : methodNotAllowed("GET");
     }
+    if (path == u"/auth/link"_s) {
+        return get || post ? m_pages->emailLink(request) : methodNotAllowed("GET, POST");
+    }
+    if (m_account) {
+        if (std::optional<HttpReply> reply = m_account->handle(request)) {
+            return *reply;
+        }
+    }
     if (path == u"/"_s) {
-        return get ? m_pages->home() : methodNotAllowed("GET");
+        if (!get) {
+            return methodNotAllowed("GET");
+        }
+        // A signed-in browser goes straight to its days.
+        return m_account && WebSecurity::cookie(request, WebSecurity::sessionCookie)
+            ? WebPages::redirect(m_pages->link(u"/days"_s))
+            : m_pages->home();
     }
     return HttpReply::error(404, u"Not found"_s);
 }
 
-void TamloHttpServer::send(const QHttpServerRequest &request, QTcpSocket *socket, const HttpReply &reply)
+void TamloHttpServer::send(const QHttpServerRequest &request, QTcpSocket *socket, const HttpReply &given)
 {
+    HttpReply reply = given;
+    WebSecurity::addSecurityHeaders(reply);
     QHttpServerResponder responder = makeResponder(request, socket);
     responder.writeStatusLine(static_cast<QHttpServerResponder::StatusCode>(reply.status));
     responder.writeHeader("Content-Type", reply.contentType);

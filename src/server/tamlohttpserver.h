@@ -9,6 +9,7 @@
 
 Q_DECLARE_LOGGING_CATEGORY(lcServer)
 
+class AccountPages;
 class CappedTcpServer;
 class RequestLog;
 
@@ -18,8 +19,13 @@ class TamloHttpServer : public QAbstractHttpServer
     Q_OBJECT
 public:
     static constexpr qint64 maxHeadBytes = 64 * 1024;
+    // Forms are small; only the upload may be large.
+    static constexpr qint64 maxFormBodyBytes = 64 * 1024;
 
     TamloHttpServer(ApiEndpoints *api, WebPages *pages, RequestLog *log, QObject *parent = nullptr);
+
+    // The signed-in pages; without them the server serves sign-in and the API alone.
+    void setAccountPages(AccountPages *pages) { m_account = pages; }
 
     // Port 0 picks a free one. Returns false with errorString() set.
     [[nodiscard]] bool listen(const QHostAddress &address, quint16 port);
@@ -39,6 +45,7 @@ private:
 
     ApiEndpoints *m_api = nullptr;
     WebPages *m_pages = nullptr;
+    AccountPages *m_account = nullptr;
     RequestLog *m_log = nullptr;
     quint16 m_port = 0;
     QString m_errorString;

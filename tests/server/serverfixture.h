@@ -106,6 +106,13 @@ protected:
         return body;
     }
 
+    // The form token a page's forms carry (the first one).
+    static QString formToken(const HttpResult &page)
+    {
+        static const QRegularExpression pattern(QStringLiteral("name=\"csrf\" value=\"([^\"]+)\""));
+        return pattern.match(page.text()).captured(1);
+    }
+
     static std::optional<QString> callbackToken(const HttpResult &page)
     {
         static const QRegularExpression pattern(QStringLiteral("tamlo://auth\\?token=([A-Za-z0-9_-]+)"));
@@ -116,8 +123,10 @@ protected:
     // The browser's part of signing in: the form posted, the link taken from the page.
     QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
     {
+        const QString csrf = formToken(send("GET", path + QStringLiteral("?redirect=tamlo://auth")));
         const HttpResult page = send("POST", path,
-            form({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("email"), email}}),
+            form({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
+                {QStringLiteral("email"), email}}),
             std::nullopt, "application/x-www-form-urlencoded");
         EXPECT_EQ(page.status, 200) << page.text().toStdString();
         return callbackToken(page).value_or(QString());
