@@ -186,25 +186,8 @@ void ActivitySnapshotStore::load()
     if (!QFile::exists(m_filePath)) {
         return;
     }
-    QByteArray bytes;
-    QJsonArray array;
-    QString error = StoreFile::readAll(m_filePath, bytes);
+    const QString error = StoreFile::readRecords(m_filePath, m_snapshots, describeBadEntry);
     if (error.isEmpty()) {
-        error = StoreFile::parseArray(bytes, array);
-    }
-    QList<ActivitySnapshot> snapshots;
-    snapshots.reserve(array.size());
-    for (qsizetype i = 0; error.isEmpty() && i < array.size(); ++i) {
-        const QJsonValue entry = array.at(i);
-        const auto snapshot = entry.isObject() ? ActivitySnapshot::fromJson(entry.toObject()) : std::nullopt;
-        if (snapshot) {
-            snapshots.append(*snapshot);
-        } else {
-            error = describeBadEntry(entry, i);
-        }
-    }
-    if (error.isEmpty()) {
-        m_snapshots = std::move(snapshots);
         return;
     }
     // One bad record empties the list in memory, so the file must be out of the way before the
@@ -218,17 +201,8 @@ void ActivitySnapshotStore::load()
 
 void ActivitySnapshotStore::persist()
 {
-    QString error;
-    if (m_writeBlocked) {
-        error = u"The unreadable file “%1” is still in its place and is not written over."_s.arg(
-            QFileInfo(m_filePath).fileName());
-    } else {
-        QJsonArray array;
-        for (const ActivitySnapshot &snapshot : std::as_const(m_snapshots)) {
-            array.append(snapshot.toJson());
-        }
-        error = StoreFile::writeAtomically(m_filePath, QJsonDocument(array).toJson(QJsonDocument::Compact));
-    }
+    const QString error
+        = m_writeBlocked ? StoreFile::writeBlockedNotice(m_filePath) : StoreFile::writeRecords(m_filePath, m_snapshots);
     if (!error.isEmpty()) {
         m_logManager->log(u"❌ Failed to save snapshots: "_s + error, LogType::Error);
     }

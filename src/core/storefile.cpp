@@ -70,3 +70,8 @@ QString StoreFile::setAsideNotice(const QString &newPath)
     }
     return u"The file was kept as “%1”."_s.arg(QFileInfo(newPath).fileName());
 }
+
+QString StoreFile::writeBlockedNotice(const QString &path)
+{
+    return u"The unreadable file “%1” is still in its place and is not written over."_s.arg(QFileInfo(path).fileName());
+}

@@ -58,23 +58,10 @@ void DailyReportStore::load()
     if (!QFile::exists(m_filePath)) {
         return;
     }
-    QByteArray bytes;
-    QJsonArray array;
-    QString error = StoreFile::readAll(m_filePath, bytes);
+    const QString error = StoreFile::readRecords(m_filePath, m_reports, [](const QJsonValue &, qsizetype index) {
+        return u"Entry %1 is not a complete daily report."_s.arg(index + 1);
+    });
     if (error.isEmpty()) {
-        error = StoreFile::parseArray(bytes, array);
-    }
-    QList<DailyReport> reports;
-    for (qsizetype i = 0; error.isEmpty() && i < array.size(); ++i) {
-        const auto report = array.at(i).isObject() ? DailyReport::fromJson(array.at(i).toObject()) : std::nullopt;
-        if (report) {
-            reports.append(*report);
-        } else {
-            error = u"Entry %1 is not a complete daily report."_s.arg(i + 1);
-        }
-    }
-    if (error.isEmpty()) {
-        m_reports = reports;
         return;
     }
     const QString keptAs = StoreFile::setAside(m_filePath);
@@ -86,17 +73,8 @@ void DailyReportStore::load()
 
 bool DailyReportStore::persist()
 {
-    QString error;
-    if (m_writeBlocked) {
-        error = u"The unreadable file “%1” is still in its place and is not written over."_s.arg(
-            QFileInfo(m_filePath).fileName());
-    } else {
-        QJsonArray array;
-        for (const DailyReport &report : std::as_const(m_reports)) {
-            array.append(report.toJson());
-        }
-        error = StoreFile::writeAtomically(m_filePath, QJsonDocument(array).toJson(QJsonDocument::Compact));
-    }
+    const QString error
+        = m_writeBlocked ? StoreFile::writeBlockedNotice(m_filePath) : StoreFile::writeRecords(m_filePath, m_reports);
     m_unsaved = !error.isEmpty();
     if (m_unsaved) {
         m_logManager->log(u"❌ Failed to save daily reports: "_s + error, LogType::Error);
