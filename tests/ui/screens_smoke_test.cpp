@@ -1,3 +1,4 @@
+#include "qmlscreentest.h"
 #include "uitestenvironment.h"
 
 #include <QCoreApplication>
@@ -17,44 +18,12 @@ Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
 using namespace Qt::StringLiterals;
 
 namespace {
-QStringList *collectedWarnings = nullptr;
-QtMessageHandler previousHandler = nullptr;
-
-void collectWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    if (collectedWarnings && type != QtDebugMsg && type != QtInfoMsg && !message.startsWith(u"QStandardPaths:"_s)) {
-        collectedWarnings->append(message);
-    }
-    previousHandler(type, context, message);
-}
-
-QString screenshotDir()
-{
-    const QString dir = QStringLiteral(TAMLO_SCREENSHOT_DIR);
-    QDir().mkpath(dir);
-    return dir;
-}
-
 // Builds the panel over real services, shows it offscreen and writes what it drew.
-class ScreensSmokeTest : public ::testing::Test
+class ScreensSmokeTest : public QmlScreenTest
 {
 protected:
-    void SetUp() override
-    {
-        static const bool softwareRendering = [] {
-            QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-            return true;
-        }();
-        Q_UNUSED(softwareRendering);
-        collectedWarnings = &m_warnings;
-        previousHandler = qInstallMessageHandler(collectWarnings);
-    }
-
-    void TearDown() override
-    {
-        qInstallMessageHandler(previousHandler);
-        collectedWarnings = nullptr;
-    }
+    // The view goes before the models it shows.
+    ~ScreensSmokeTest() override { m_view.reset(); }
 
     QQuickView *show(MainScreenModel *main)
     {
@@ -69,22 +38,7 @@ protected:
         return m_view.get();
     }
 
-    void settle(int ms = 400)
-    {
-        QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(ms);
-        QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(100);
-    }
-
-    void capture(const QString &name)
-    {
-        settle();
-        const QImage image = m_view->grabWindow();
-        ASSERT_FALSE(image.isNull());
-        EXPECT_EQ(image.size(), QSize(320, 600));
-        ASSERT_TRUE(image.save(screenshotDir() + u"/"_s + name + u".png"_s));
-        EXPECT_TRUE(m_warnings.isEmpty()) << name.toStdString() << ": " << m_warnings.join(u"\n"_s).toStdString();
-        m_warnings.clear();
-    }
+    void capture(const QString &name) { QmlScreenTest::capture(name, QSize(320, 600)); }
 
     void recordDay()
     {
@@ -103,8 +57,6 @@ protected:
 
     UiTestEnvironment env;
     std::unique_ptr<MainScreenModel> main;
-    QStringList m_warnings;
-    std::unique_ptr<QQuickView> m_view;
 };
 } // namespace
 

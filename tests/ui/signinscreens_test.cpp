@@ -1,5 +1,6 @@
 #include "account/activitysyncservice.h"
 #include "account/authservice.h"
+#include "qmlscreentest.h"
 #include "ui/appgatemodel.h"
 #include "ui/loginviewmodel.h"
 #include "uitestenvironment.h"
@@ -19,36 +20,13 @@ Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
 using namespace Qt::StringLiterals;
 
 namespace {
-QStringList *collectedWarnings = nullptr;
-QtMessageHandler previousHandler = nullptr;
-
-void collectWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    if (collectedWarnings && type != QtDebugMsg && type != QtInfoMsg && !message.startsWith(u"QStandardPaths:"_s)) {
-        collectedWarnings->append(message);
-    }
-    previousHandler(type, context, message);
-}
-
-QString screenshotDir()
-{
-    const QString dir = QStringLiteral(TAMLO_SCREENSHOT_DIR);
-    QDir().mkpath(dir);
-    return dir;
-}
-
 // The panel's gate over real services: the sign-in screen until the stand-in backend accepts a
 // token, the main screen after. Each phase is drawn offscreen and written as a picture.
-class SignInScreensTest : public ::testing::Test
+class SignInScreensTest : public QmlScreenTest
 {
 protected:
     SignInScreensTest()
     {
-        static const bool softwareRendering = [] {
-            QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-            return true;
-        }();
-        Q_UNUSED(softwareRendering);
         m_backend.on("POST", "/auth/verify-token",
             StandInServer::Reply {.status = 200,
                 .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})",
@@ -56,15 +34,10 @@ protected:
         m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
         m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
         env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-        collectedWarnings = &m_warnings;
-        previousHandler = qInstallMessageHandler(collectWarnings);
     }
 
-    ~SignInScreensTest() override
-    {
-        qInstallMessageHandler(previousHandler);
-        collectedWarnings = nullptr;
-    }
+    // The view goes before the models it shows.
+    ~SignInScreensTest() override { m_view.reset(); }
 
     void show()
     {
@@ -86,17 +59,6 @@ protected:
         return item && item->isVisible();
     }
 
-    void capture(const QString &name)
-    {
-        QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(300);
-        QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(100);
-        const QImage image = m_view->grabWindow();
-        ASSERT_FALSE(image.isNull());
-        ASSERT_TRUE(image.save(screenshotDir() + u"/"_s + name + u".png"_s));
-        EXPECT_TRUE(m_warnings.isEmpty()) << name.toStdString() << ": " << m_warnings.join(u"\n"_s).toStdString();
-        m_warnings.clear();
-    }
-
     UiTestEnvironment env;
     StandInServer m_backend;
     AppConfig m_config {&env.settings, QString(), m_backend.url().toString(), u"https://web.example"_s};
@@ -106,8 +68,6 @@ protected:
     AppGateModel m_gate {&m_auth, &m_sync};
     LoginViewModel m_login {&m_auth, m_config, &env.desktop};
     std::unique_ptr<MainScreenModel> m_main = env.makeMainScreen();
-    std::unique_ptr<QQuickView> m_view;
-    QStringList m_warnings;
 };
 } // namespace
 
