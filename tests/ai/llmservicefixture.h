@@ -5,7 +5,9 @@
 #include "core/settings.h"
 
 #include "fakeclock.h"
+#include "standinollama.h"
 #include "standinserver.h"
+#include "waitforresult.h"
 
 #include <QCoreApplication>
 #include <QCoroTask>
@@ -17,10 +19,6 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
-#include <exception>
-#include <optional>
-#include <stdexcept>
 
 namespace AiTest {
 using namespace Qt::StringLiterals;
@@ -38,21 +36,8 @@ protected:
     }
 };
 
-inline QByteArray tagsBody(const QStringList &names)
-{
-    QJsonArray models;
-    for (const QString &name : names) {
-        models.append(QJsonObject {{u"name"_s, name}, {u"model"_s, name}, {u"size"_s, 1234}});
-    }
-    return QJsonDocument(QJsonObject {{u"models"_s, models}}).toJson(QJsonDocument::Compact);
-}
-
-inline QByteArray chatBody(const QString &content)
-{
-    const QJsonObject message {{u"role"_s, u"assistant"_s}, {u"content"_s, content}};
-    return QJsonDocument(QJsonObject {{u"model"_s, u"qwen3-vl:2b"_s}, {u"message"_s, message}, {u"done"_s, true}})
-        .toJson(QJsonDocument::Compact);
-}
+using StandInOllama::chatBody;
+using StandInOllama::tagsBody;
 
 inline QJsonObject jsonOf(const QByteArray &body)
 {
@@ -64,52 +49,6 @@ inline QStringList keysOf(const QJsonObject &object)
     QStringList keys = object.keys();
     keys.sort();
     return keys;
-}
-
-// QCoro::waitFor never returns when the task throws, so the error is carried out as a value.
-// (A plain variant would not do: the promise would take its exception_ptr for a throw of its own.)
-template<typename T>
-struct Outcome
-{
-    std::optional<T> value;
-    std::exception_ptr error;
-};
-
-template<typename T>
-QCoro::Task<Outcome<T>> capture(QCoro::Task<T> task)
-{
-    Outcome<T> outcome;
-    try {
-        outcome.value = co_await task;
-    } catch (...) {
-        outcome.error = std::current_exception();
-    }
-    co_return outcome;
-}
-
-template<typename T>
-T waitForResult(QCoro::Task<T> task)
-{
-    Outcome<T> outcome = QCoro::waitFor(capture(std::move(task)));
-    if (outcome.error) {
-        std::rethrow_exception(outcome.error);
-    }
-    return std::move(*outcome.value);
-}
-
-template<typename Error, typename T>
-Error failureOf(QCoro::Task<T> task)
-{
-    try {
-        waitForResult(std::move(task));
-    } catch (const Error &error) {
-        return error;
-    } catch (const std::exception &error) {
-        ADD_FAILURE() << "raised another error: " << error.what();
-        throw;
-    }
-    ADD_FAILURE() << "the call did not raise";
-    throw std::runtime_error("no error");
 }
 } // namespace AiTest
 

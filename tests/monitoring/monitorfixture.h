@@ -13,6 +13,7 @@
 
 #include "fakeclock.h"
 #include "privatedbus.h"
+#include "standinollama.h"
 #include "standinserver.h"
 
 #include <QCoroTask>
@@ -58,13 +59,7 @@ public:
     }
 };
 
-inline QByteArray chatReply(const QJsonObject &content)
-{
-    const QJsonObject message {{u"role"_s, u"assistant"_s},
-        {u"content"_s, QString::fromUtf8(QJsonDocument(content).toJson(QJsonDocument::Compact))}};
-    return QJsonDocument(QJsonObject {{u"model"_s, u"qwen3-vl:2b"_s}, {u"message"_s, message}, {u"done"_s, true}})
-        .toJson(QJsonDocument::Compact);
-}
+using StandInOllama::chatBody;
 
 inline QDateTime at(int year, int month, int day, int hour, int minute = 0, int second = 0)
 {
@@ -85,8 +80,7 @@ protected:
         settings->setString(SettingsKey::userProjects, u"Tamlo, Garden"_s);
         settings->setString(SettingsKey::categorizeBy, u"Coding, Writing"_s);
 
-        ollama.on("GET", "/api/tags",
-            StandInServer::Reply {200, R"({"models":[{"name":"qwen3-vl:2b","model":"qwen3-vl:2b"}]})"});
+        ollama.on("GET", "/api/tags", StandInServer::Reply {200, StandInOllama::tagsBody({u"qwen3-vl:2b"_s})});
         ollama.on("POST", "/api/chat", [this](const StandInServer::Request &request) { return chat(request); });
 
         logManager = std::make_unique<LogManager>(&clock);
@@ -138,14 +132,14 @@ protected:
                 return *analysisReply;
             }
             return StandInServer::Reply {200,
-                chatReply({{u"category"_s, u"Coding"_s}, {u"projectName"_s, u"Tamlo"_s},
+                chatBody(QJsonObject {{u"category"_s, u"Coding"_s}, {u"projectName"_s, u"Tamlo"_s},
                     {u"activityDescription"_s, u"Editing activitymonitor.cpp"_s}}),
                 "application/json", analysisDelayMs};
         }
         if (summaryReply) {
             return *summaryReply;
         }
-        return StandInServer::Reply {200, chatReply({{u"summary"_s, u"A calm and focused day of work."_s}})};
+        return StandInServer::Reply {200, chatBody(QJsonObject {{u"summary"_s, u"A calm and focused day of work."_s}})};
     }
 
     [[nodiscard]] qsizetype analysisRequests() const

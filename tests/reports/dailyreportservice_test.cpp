@@ -4,6 +4,7 @@
 #include "core/settings.h"
 #include "fakeclock.h"
 #include "reports/dailyreportstore.h"
+#include "standinollama.h"
 #include "standinserver.h"
 #include "storetesthelpers.h"
 
@@ -20,13 +21,12 @@ using namespace Qt::StringLiterals;
 namespace {
 const QString ollamaDown = u"Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal."_s;
 
-const QByteArray installedModel = R"({"models":[{"name":"qwen3-vl:2b","model":"qwen3-vl:2b"}]})";
+const QByteArray installedModel = StandInOllama::tagsBody({u"qwen3-vl:2b"_s});
 
+// The model's answer to the day summary request.
 QByteArray chatBody(const QString &summary)
 {
-    const QString content = QString::fromUtf8(QJsonDocument(QJsonObject {{u"summary"_s, summary}}).toJson());
-    const QJsonObject message {{u"role"_s, u"assistant"_s}, {u"content"_s, content}};
-    return QJsonDocument(QJsonObject {{u"message"_s, message}, {u"done"_s, true}}).toJson(QJsonDocument::Compact);
+    return StandInOllama::chatBody(QJsonObject {{u"summary"_s, summary}});
 }
 
 ActivitySnapshot record(const QDateTime &timestamp, const QString &category, const QString &description)

@@ -11,6 +11,7 @@
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
+#include "standinollama.h"
 #include "standinserver.h"
 #include "ui/desktopactions.h"
 #include "ui/mainscreenmodel.h"
@@ -116,17 +117,10 @@ struct UiTestEnvironment
         , autostart(home.path() + QStringLiteral("/.config/autostart"), QStringLiteral("tamlo"))
     {
         ollama.on("GET", "/api/tags", [this](const StandInServer::Request &) {
-            QJsonArray models;
-            for (const QString &name : installedModels) {
-                models.append(QJsonObject {{QStringLiteral("name"), name}});
-            }
-            return StandInServer::Reply {200, QJsonDocument(QJsonObject {{QStringLiteral("models"), models}}).toJson()};
+            return StandInServer::Reply {200, StandInOllama::tagsBody(installedModels)};
         });
         ollama.on("POST", "/api/chat", [this](const StandInServer::Request &) {
-            const QJsonObject message {{QStringLiteral("role"), QStringLiteral("assistant")},
-                {QStringLiteral("content"), QString::fromUtf8(QJsonDocument(nextAnalysis).toJson())}};
-            return StandInServer::Reply {
-                200, QJsonDocument(QJsonObject {{QStringLiteral("message"), message}}).toJson()};
+            return StandInServer::Reply {200, StandInOllama::chatBody(nextAnalysis)};
         });
     }
 
