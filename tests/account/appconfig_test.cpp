@@ -3,9 +3,10 @@
 
 #include <QDir>
 #include <QTemporaryDir>
-#include <QUrlQuery>
 
 #include <gtest/gtest.h>
+
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -24,38 +25,34 @@ protected:
     Settings m_settings {QDir(m_home.path()).filePath(u"Tamlo.conf"_s)};
 };
 
-TEST_F(AppConfigTest, FallsBackToTheDefaultEndpointWhenNothingIsConfigured)
+// The setting, then the build value, then the default; each trimmed, an empty or unexpanded one skipped.
+TEST_F(AppConfigTest, EndpointComesFromTheFirstUsableSource)
 {
-    EXPECT_EQ(config(QString()).convexURL(), buildDefault);
-    EXPECT_EQ(config(u"$(CONVEX_URL)"_s).convexURL(), buildDefault);
-}
-
-TEST_F(AppConfigTest, SettingWinsAndIsTrimmed)
-{
-    m_settings.setString(u"convexURL"_s, u"  https://mine.example\n"_s);
-    EXPECT_EQ(config(u"https://build.example"_s).convexURL(), u"https://mine.example"_s);
-}
-
-TEST_F(AppConfigTest, UnusableSettingMovesOnToTheBuildValue)
-{
-    m_settings.setString(u"convexURL"_s, u"$(CONVEX_URL)"_s);
-    EXPECT_EQ(config(u" https://build.example\t"_s).convexURL(), u"https://build.example"_s);
-    m_settings.setString(u"convexURL"_s, QString());
-    EXPECT_EQ(config(u"https://build.example"_s).convexURL(), u"https://build.example"_s);
-}
-
-TEST_F(AppConfigTest, WhiteSpaceAloneIsUsableAndYieldsEmpty)
-{
-    m_settings.setString(u"convexURL"_s, u"   "_s);
-    EXPECT_EQ(config(u"https://build.example"_s).convexURL(), QString());
-    m_settings.remove(u"convexURL"_s);
-    EXPECT_EQ(config(u" \n"_s).convexURL(), QString());
-}
-
-TEST_F(AppConfigTest, LiteralIsComparedBeforeTrimming)
-{
-    m_settings.setString(u"convexURL"_s, u" $(CONVEX_URL)"_s);
-    EXPECT_EQ(config(u"https://build.example"_s).convexURL(), u"$(CONVEX_URL)"_s);
+    struct Row
+    {
+        std::optional<QString> setting;
+        QString buildValue;
+        QString expected;
+        const char *why;
+    };
+    const QList<Row> rows {
+        {std::nullopt, QString(), buildDefault, "nothing configured"},
+        {std::nullopt, u"$(CONVEX_URL)"_s, buildDefault, "build value never filled in"},
+        {u"  https://mine.example\n"_s, u"https://build.example"_s, u"https://mine.example"_s, "setting wins, trimmed"},
+        {u"$(CONVEX_URL)"_s, u" https://build.example\t"_s, u"https://build.example"_s, "unusable setting"},
+        {QString(), u"https://build.example"_s, u"https://build.example"_s, "empty setting"},
+        {u"   "_s, u"https://build.example"_s, QString(), "white space alone is usable and yields empty"},
+        {std::nullopt, u" \n"_s, QString(), "white-space build value"},
+        {u" $(CONVEX_URL)"_s, u"https://build.example"_s, u"$(CONVEX_URL)"_s, "literal compared before trimming"},
+    };
+    for (const Row &row : rows) {
+        if (row.setting) {
+            m_settings.setString(u"convexURL"_s, *row.setting);
+        } else {
+            m_settings.remove(u"convexURL"_s);
+        }
+        EXPECT_EQ(config(row.buildValue).convexURL(), row.expected) << row.why;
+    }
 }
 
 TEST_F(AppConfigTest, ChangedSettingAppliesWithoutRebuildingTheConfig)
@@ -70,10 +67,6 @@ TEST_F(AppConfigTest, WebAuthUrlCarriesOnlyTheRedirect)
 {
     const QUrl url = config(QString()).webAuthURL(u"/register"_s);
     EXPECT_EQ(url.toString(), u"https://web.example/register?redirect=tamlo://auth"_s);
-    const QUrlQuery query(url);
-    ASSERT_EQ(query.queryItems().size(), 1);
-    EXPECT_EQ(query.queryItems(QUrl::FullyDecoded).first(), qMakePair(u"redirect"_s, u"tamlo://auth"_s));
-    EXPECT_EQ(url.path(), u"/register"_s);
 }
 
 TEST_F(AppConfigTest, EndpointRejectsTextThatIsNoUrl)

@@ -106,15 +106,3 @@ TEST(ActivityLabelStyleTest, FirstMatchingKeywordGroupDecides)
     EXPECT_EQ(ActivityLabelStyle::color(u"Other"_s), TamloTheme::secondary());
     EXPECT_EQ(ActivityLabelStyle::color(QString()), TamloTheme::secondary());
 }
-
-TEST(TamloThemeTest, PrimaryButtonOpacityAndCardOutline)
-{
-    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(false, true), 1.0);
-    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(false, false), 0.45);
-    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(true, false), 0.85);
-    EXPECT_DOUBLE_EQ(TamloTheme::primaryButtonOpacity(true, true), 0.85);
-    EXPECT_EQ(TamloTheme::cardOutline(false).alpha(), 0);
-    EXPECT_EQ(TamloTheme::cardFill(false), TamloTheme::surfaceControl());
-    EXPECT_NEAR(TamloTheme::cardOutline(true).alphaF(), 0.55, 0.01);
-    EXPECT_EQ(TamloTheme::cardOutline(true).rgb(), TamloTheme::brandGreen().rgb());
-}
