@@ -24,6 +24,12 @@ program="$root/$build/tamlo"
 for tool in Xvfb dbus-daemon python3 xdotool; do
     command -v "$tool" >/dev/null || { echo "Missing $tool (scripts/install-deps.sh)" >&2; exit 2; }
 done
+# As root the run gets a network of its own, so neither a real Ollama nor anyone else's stand-in on
+# port 11434 can answer in place of ours.
+if [ -z "${TAMLO_MEASURE_ISOLATED:-}" ] && [ "$(id -u)" = 0 ] && command -v unshare >/dev/null; then
+    export TAMLO_MEASURE_ISOLATED=1
+    exec unshare --net -- bash -c 'ip link set lo up && exec "$0" "$@"' "$0" "$@"
+fi
 if (exec 3<>/dev/tcp/127.0.0.1/11434) 2>/dev/null; then
     echo "Port 11434 is taken (a real Ollama?); stop it first" >&2
     exit 2
@@ -165,15 +171,24 @@ first=$(awk '$2 == "ollama" {print $1; exit}' "$requests")
 first_ms=$(python3 -c "print(round(($first - $start_ns / 1e9) * 1000))")
 sleep 2
 
+# The panel is the window titled Tamlo that is more than Qt's 1x1 helper of the same name.
+panel_window() {
+    local w
+    for w in $(xdotool search --name '^Tamlo$' 2>/dev/null || true); do
+        if [ "$(xwininfo -id "$w" | awk '/Width:/ {print $2}')" -gt 1 ]; then echo "$w"; return; fi
+    done
+}
 # Without a tray under Xvfb the panel opens as a window at start; closing it only hides it.
 close_panel() {
     local window
-    window=$(xdotool search --name '^Tamlo$' 2>/dev/null | head -1) || return 0
+    window=$(panel_window)
     [ -n "$window" ] || return 0
     python3 - "$display" "$window" <<'EOF'
 import ctypes, sys
 x = ctypes.cdll.LoadLibrary("libX11.so.6")
 x.XOpenDisplay.restype = ctypes.c_void_p
+x.XOpenDisplay.argtypes = [ctypes.c_char_p]
+x.XFlush.argtypes = [ctypes.c_void_p]
 x.XInternAtom.restype = ctypes.c_ulong
 x.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
 x.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long, ctypes.c_void_p]
@@ -191,6 +206,11 @@ EOF
 }
 close_panel
 sleep 2
+panel_state() {
+    local window
+    window=$(panel_window)
+    if [ -z "$window" ]; then echo "no window"; else xwininfo -id "$window" | awk -F': *' '/Map State/ {print $2}'; fi
+}
 
 # One phase: RSS after each tick, CPU in the quiet part of each gap (from 3 s after a tick's request
 # to 3 s before the next).
@@ -226,9 +246,11 @@ EOF
 
 echo "== Tamlo resources ($(date -u +%FT%TZ), $(nproc) CPUs, $build)"
 echo "Start to first request to Ollama: ${first_ms} ms (3,000 records, 365 reports on disk; target < 300 ms)"
+echo "Panel: $(panel_state)"
 measure_phase "panel closed"
 "$program" >/dev/null 2>&1 # a second start shows the running instance's panel
 sleep 2
+echo "Panel: $(panel_state)"
 measure_phase "panel open"
 echo "Targets: panel closed <= 40 MB, open <= 60 MB, no growth across ticks, ~0 % CPU between ticks"
 
@@ -242,6 +264,10 @@ verdict "data folder mode" "$(stat -c %a "$HOME/.local/share/Tamlo")" 700
 verdict "credentials folder mode" "$(stat -c %a "$HOME/.local/share/mirevon.Tamlo" 2>/dev/null || echo missing)" 700
 images=$(find "$HOME" "$TMPDIR" -type f \( -iname '*.png' -o -iname '*.jpg' -o -iname '*.jpeg' -o -iname '*.ppm' \) | wc -l)
 verdict "picture files under home and temp" "$images" 0
-leaks=$(grep -rl --binary-files=text "$session_token" "$work/tamlo.out" "$HOME/.config" "$HOME/.local/share/Tamlo" "$HOME/Documents" 2>/dev/null | wc -l)
+# The sign-in starts the periodic upload, which carries the token to the backend.
+for _ in $(seq 100); do grep -q "backend POST /activity/sync" "$requests" && break; sleep 0.1; done
+verdict "an upload after the sign-in" "$(grep -q "backend POST /activity/sync" "$requests" && echo yes || echo no)" yes
+leaks=$({ grep -rl --binary-files=text "$session_token" "$work/tamlo.out" "$HOME/.config" "$HOME/.local/share/Tamlo" \
+    "$HOME/Documents" 2>/dev/null || true; } | wc -l)
 verdict "files or output holding the session token (besides credentials.plist)" "$leaks" 0
 exit $failed
