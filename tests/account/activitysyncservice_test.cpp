@@ -1,22 +1,11 @@
-#include "account/activitysyncservice.h"
-#include "account/authservice.h"
-#include "account/keychainservice.h"
+#include "accountfixture.h"
 #include "core/activitysnapshot.h"
-#include "core/activitysnapshotstore.h"
-#include "core/apppaths.h"
-#include "core/logmanager.h"
-#include "core/settings.h"
-#include "fakeclock.h"
-#include "standinserver.h"
 
-#include <QCoreApplication>
 #include <QCoroTask>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
 
@@ -27,11 +16,6 @@ using namespace Qt::StringLiterals;
 namespace {
 const QString deviceIdValue = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
 const QByteArray token = "sess-1";
-
-QDateTime berlin(QDate date, QTime time)
-{
-    return QDateTime(date, time, QTimeZone("Europe/Berlin"));
-}
 
 ActivitySnapshot record(const QDateTime &timestamp, const QString &category = u"Coding"_s)
 {
@@ -58,50 +42,18 @@ QStringList datesOf(const StandInServer::Request &request)
     return dates;
 }
 
-class ActivitySyncServiceTest : public ::testing::Test
+class ActivitySyncServiceTest : public AccountFixture
 {
 protected:
     ActivitySyncServiceTest()
     {
         m_settings.setString(u"tamloDeviceId"_s, deviceIdValue);
         m_settings.setString(u"userProjects"_s, u"Website, Tamlo"_s);
-        KeychainService credentials(m_paths.credentialsDir, u"mirevon.Tamlo"_s);
-        credentials.setValue(QString::fromUtf8(token), u"sessionToken"_s);
-        credentials.setValue(u"{\"id\":\"u1\",\"email\":\"ada@example.com\"}"_s, u"userData"_s);
-        m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_server.on("GET", "/auth/me", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_auth = std::make_unique<AuthService>(&m_nam, config(), m_paths.credentialsDir);
-        m_sync = makeService();
+        storeSession(QString::fromUtf8(token));
+        startServices();
     }
 
-    AppConfig config() const { return AppConfig(&m_settings, QString(), m_server.url().toString(), u"https://web"_s); }
-    std::unique_ptr<ActivitySyncService> makeService()
-    {
-        return std::make_unique<ActivitySyncService>(
-            &m_store, m_auth.get(), &m_nam, config(), &m_settings, &m_log, &m_clock);
-    }
-    QList<StandInServer::Request> uploads() const { return m_server.requestsTo("/activity/sync"); }
-    QStringList logMessages()
-    {
-        QCoreApplication::processEvents(); // the event log takes entries on the next turn
-        QStringList messages;
-        for (const LogEntry &entry : m_log.logs()) {
-            messages.append(entry.message);
-        }
-        return messages;
-    }
-
-    QTemporaryDir m_home;
-    AppPaths m_paths = AppPaths::underHome(m_home.path());
-    Settings m_settings {m_paths.settingsFile};
-    FakeClock m_clock {berlin(QDate(2026, 11, 16), QTime(14, 0))};
-    LogManager m_log {&m_clock};
-    ActivitySnapshotStore m_store {m_paths.snapshotsFile(), &m_log, &m_settings, &m_clock};
-    StandInServer m_server;
-    QNetworkAccessManager m_nam;
-    std::unique_ptr<AuthService> m_auth;
-    std::unique_ptr<ActivitySyncService> m_sync;
+    QList<StandInServer::Request> uploads() const { return m_backend.requestsTo("/activity/sync"); }
 };
 
 TEST_F(ActivitySyncServiceTest, UploadBodyMatchesTheDocumentedForm)
@@ -160,7 +112,7 @@ TEST_F(ActivitySyncServiceTest, UploadsAtMostEverySecondTimerFiring)
 {
     m_store.add(record(m_clock.now().addSecs(-60)));
     // An upload takes a few seconds, so the next firing finds an age just under the limit.
-    m_server.on("POST", "/activity/sync", [this](const StandInServer::Request &) {
+    m_backend.on("POST", "/activity/sync", [this](const StandInServer::Request &) {
         m_clock.advance(3);
         return StandInServer::Reply {.status = 200};
     });
@@ -177,7 +129,7 @@ TEST_F(ActivitySyncServiceTest, UploadsAtMostEverySecondTimerFiring)
 
     // The age survives a restart, and only a forced run ignores it.
     m_clock.advance(60);
-    auto restarted = makeService();
+    auto restarted = makeSyncService();
     EXPECT_EQ(restarted->lastSyncDate(), start.addSecs(1803));
     QCoro::waitFor(restarted->syncIfNeeded(false));
     EXPECT_EQ(uploads().size(), 2);
@@ -188,7 +140,7 @@ TEST_F(ActivitySyncServiceTest, UploadsAtMostEverySecondTimerFiring)
 TEST_F(ActivitySyncServiceTest, NothingToSendIsLoggedAndNotUploaded)
 {
     m_store.add(record(m_clock.now().addDays(-3)));
-    m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":5})"});
+    m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":5})"});
     QCoro::waitFor(m_sync->checkSyncRequest());
     QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_TRUE(uploads().isEmpty());
@@ -202,7 +154,7 @@ TEST_F(ActivitySyncServiceTest, SignedOutSendsNothing)
     QCoro::waitFor(m_sync->syncNow());
     QCoro::waitFor(m_sync->syncIfNeeded(true));
     QCoro::waitFor(m_sync->checkSyncRequest());
-    EXPECT_TRUE(m_server.requests().isEmpty());
+    EXPECT_TRUE(m_backend.requests().isEmpty());
     EXPECT_EQ(logMessages(), QStringList {u"⚠️ Sync skipped: not signed in to the macOS app"_s});
 }
 
@@ -214,16 +166,16 @@ TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenTheKeyIsThere)
 
     for (const QByteArray &noRequest : {QByteArray("{}"), QByteArray(R"({"syncRequestedAt":null})"),
              QByteArray(R"({"syncRequestedAt":"soon"})"), QByteArray("[]")}) {
-        m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = noRequest});
+        m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = noRequest});
         QCoro::waitFor(m_sync->checkSyncRequest());
     }
     EXPECT_EQ(uploads().size(), 1);
 
     // Zero is a request all the same, and the last upload being recent does not matter.
-    m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":0})"});
+    m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":0})"});
     QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_EQ(uploads().size(), 2);
-    const StandInServer::Request poll = m_server.requestsTo("/activity/status").last();
+    const StandInServer::Request poll = m_backend.requestsTo("/activity/status").last();
     EXPECT_EQ(poll.method, "GET");
     EXPECT_EQ(poll.headers.value("authorization"), "Bearer " + token);
     EXPECT_TRUE(poll.body.isEmpty());
@@ -232,10 +184,10 @@ TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenTheKeyIsThere)
 TEST_F(ActivitySyncServiceTest, RejectedPollChangesNothing)
 {
     m_store.add(record(m_clock.now()));
-    m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 401, .body = R"({"syncRequestedAt":1})"});
+    m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 401, .body = R"({"syncRequestedAt":1})"});
     QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_TRUE(uploads().isEmpty());
-    EXPECT_TRUE(m_server.requestsTo("/auth/me").isEmpty());
+    EXPECT_TRUE(m_backend.requestsTo("/auth/me").isEmpty());
     EXPECT_TRUE(m_auth->isAuthenticated());
 }
 
@@ -247,7 +199,7 @@ TEST_F(ActivitySyncServiceTest, BackfillSendsPastDaysInBatchesOldestFirstThenClo
     m_store.add(record(m_clock.now().addDays(-100)));
     m_store.add(record(m_clock.now()));
     int batch = 0;
-    m_server.on("POST", "/activity/sync", [&batch](const StandInServer::Request &) {
+    m_backend.on("POST", "/activity/sync", [&batch](const StandInServer::Request &) {
         return ++batch == 1 ? StandInServer::Reply {.status = 500, .body = R"({"error":"busy"})"}
                             : StandInServer::Reply {.status = 200};
     });
@@ -298,7 +250,7 @@ TEST_F(ActivitySyncServiceTest, DeviceIdIsMadeOnceAndKept)
     EXPECT_FALSE(QUuid(fresh).isNull());
     EXPECT_EQ(fresh, fresh.toUpper());
     EXPECT_EQ(m_settings.string(u"tamloDeviceId"_s), fresh);
-    EXPECT_EQ(makeService()->deviceId(), fresh);
+    EXPECT_EQ(makeSyncService()->deviceId(), fresh);
 }
 
 TEST_F(ActivitySyncServiceTest, FailureRepliesBecomeTheLastError)
@@ -318,20 +270,20 @@ TEST_F(ActivitySyncServiceTest, FailureRepliesBecomeTheLastError)
         {400, R"({"message":"bad"})", u"Sync failed (HTTP 400)"_s},
     };
     for (const Row &row : rows) {
-        m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = row.status, .body = row.body});
+        m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = row.status, .body = row.body});
         QCoro::waitFor(m_sync->syncIfNeeded(true));
         EXPECT_EQ(m_sync->lastError(), row.expected);
         EXPECT_EQ(logMessages().first(), u"❌ Activity sync failed: "_s + row.expected);
     }
     EXPECT_FALSE(m_sync->lastSyncDate().has_value());
 
-    m_server.on("POST", "/activity/sync", StandInServer::Reply {.drop = true});
+    m_backend.on("POST", "/activity/sync", StandInServer::Reply {.drop = true});
     QCoro::waitFor(m_sync->syncIfNeeded(true));
     ASSERT_TRUE(m_sync->lastError().has_value());
     EXPECT_EQ(logMessages().first(), u"❌ Activity sync error: "_s + *m_sync->lastError());
 
     // A success clears the error; an empty 204 is one.
-    m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 204, .contentType = "text/plain"});
+    m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 204, .contentType = "text/plain"});
     QCoro::waitFor(m_sync->syncIfNeeded(true));
     EXPECT_FALSE(m_sync->lastError().has_value());
     EXPECT_EQ(m_sync->lastSyncDate(), m_clock.now());
@@ -341,24 +293,24 @@ TEST_F(ActivitySyncServiceTest, FailureRepliesBecomeTheLastError)
 TEST_F(ActivitySyncServiceTest, RejectedUploadSignsOutOnlyWhenTheSessionCheckConfirmsIt)
 {
     m_store.add(record(m_clock.now()));
-    m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 401, .body = R"({"error":"nope"})"});
+    m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 401, .body = R"({"error":"nope"})"});
 
     for (const StandInServer::Reply &check : {StandInServer::Reply {.status = 200},
              StandInServer::Reply {.status = 500}, StandInServer::Reply {.drop = true}}) {
-        m_server.on("GET", "/auth/me", check);
+        m_backend.on("GET", "/auth/me", check);
         QCoro::waitFor(m_sync->syncIfNeeded(true));
         EXPECT_TRUE(m_auth->isAuthenticated());
         EXPECT_TRUE(QFile::exists(m_paths.credentialsFile()));
     }
     // Qt sends an idempotent request once more when the connection drops unanswered.
-    ASSERT_GE(m_server.requestsTo("/auth/me").size(), 3);
-    const StandInServer::Request check = m_server.requestsTo("/auth/me").first();
+    ASSERT_GE(m_backend.requestsTo("/auth/me").size(), 3);
+    const StandInServer::Request check = m_backend.requestsTo("/auth/me").first();
     EXPECT_EQ(check.method, "GET");
     EXPECT_EQ(check.headers.value("authorization"), "Bearer " + token);
     EXPECT_FALSE(m_sync->lastError().has_value());
     EXPECT_TRUE(logMessages().isEmpty());
 
-    m_server.on("GET", "/auth/me", StandInServer::Reply {.status = 401});
+    m_backend.on("GET", "/auth/me", StandInServer::Reply {.status = 401});
     QCoro::waitFor(m_sync->syncIfNeeded(true));
     EXPECT_FALSE(m_auth->isAuthenticated());
     EXPECT_FALSE(QFile::exists(m_paths.credentialsFile()));

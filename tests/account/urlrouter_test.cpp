@@ -1,24 +1,12 @@
-#include "account/activitysyncservice.h"
-#include "account/authservice.h"
-#include "account/keychainservice.h"
 #include "account/urlrouter.h"
+#include "accountfixture.h"
 #include "core/activitysnapshot.h"
-#include "core/activitysnapshotstore.h"
-#include "core/apppaths.h"
-#include "core/logmanager.h"
-#include "core/settings.h"
-#include "fakeclock.h"
-#include "standinserver.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
-#include <QTimeZone>
 #include <QUuid>
 
 #include <gtest/gtest.h>
@@ -28,42 +16,30 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-const QDateTime now(QDate(2026, 11, 16), QTime(14, 0), QTimeZone("Europe/Berlin"));
 const QString skippedSignedOut = u"⚠️ Sync skipped: not signed in to the macOS app"_s;
 
-class UrlRouterTest : public ::testing::Test
+class UrlRouterTest : public AccountFixture
 {
 protected:
     UrlRouterTest()
     {
-        m_server.on("POST", "/auth/verify-token",
+        m_backend.on("POST", "/auth/verify-token",
             StandInServer::Reply {
                 .status = 200, .body = R"({"sessionToken":"sess-new","user":{"id":"u1","email":"ada@example.com"}})"});
-        m_server.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_server.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_server.on("GET", "/auth/me", StandInServer::Reply {.status = 200, .body = "{}"});
     }
 
-    void signIn()
-    {
-        KeychainService credentials(m_paths.credentialsDir, u"mirevon.Tamlo"_s);
-        credentials.setValue(u"sess-1"_s, u"sessionToken"_s);
-        credentials.setValue(u"{\"id\":\"u1\",\"email\":\"ada@example.com\"}"_s, u"userData"_s);
-    }
+    void signIn() { storeSession(u"sess-1"_s); }
 
     void start()
     {
-        const AppConfig config(&m_settings, QString(), m_server.url().toString(), u"https://web"_s);
-        m_auth = std::make_unique<AuthService>(&m_nam, config, m_paths.credentialsDir);
-        m_sync = std::make_unique<ActivitySyncService>(
-            &m_store, m_auth.get(), &m_nam, config, &m_settings, &m_log, &m_clock);
+        startServices();
         m_router = std::make_unique<UrlRouter>(m_auth.get(), m_sync.get());
     }
 
     // The token that reached the backend, or nothing when no verification was started.
     std::optional<QString> verifiedToken(const QString &url)
     {
-        m_server.clearRequests();
+        m_backend.clearRequests();
         QSignalSpy loading(m_auth.get(), &AuthService::isLoadingChanged);
         m_router->handleURL(url);
         // A started verification turns isLoading on at once and off at its end.
@@ -74,7 +50,7 @@ protected:
         while (m_auth->isLoading()) {
             loading.wait(2000);
         }
-        const QList<StandInServer::Request> requests = m_server.requestsTo("/auth/verify-token");
+        const QList<StandInServer::Request> requests = m_backend.requestsTo("/auth/verify-token");
         if (requests.size() != 1) {
             ADD_FAILURE() << "expected one verification for " << url.toStdString();
             return std::nullopt;
@@ -82,26 +58,6 @@ protected:
         return QJsonDocument::fromJson(requests.first().body).object().value(u"token"_s).toString();
     }
 
-    QStringList logMessages()
-    {
-        QCoreApplication::processEvents();
-        QStringList messages;
-        for (const LogEntry &entry : m_log.logs()) {
-            messages.append(entry.message);
-        }
-        return messages;
-    }
-
-    QTemporaryDir m_home;
-    AppPaths m_paths = AppPaths::underHome(m_home.path());
-    Settings m_settings {m_paths.settingsFile};
-    FakeClock m_clock {now};
-    LogManager m_log {&m_clock};
-    ActivitySnapshotStore m_store {m_paths.snapshotsFile(), &m_log, &m_settings, &m_clock};
-    StandInServer m_server;
-    QNetworkAccessManager m_nam;
-    std::unique_ptr<AuthService> m_auth;
-    std::unique_ptr<ActivitySyncService> m_sync;
     std::unique_ptr<UrlRouter> m_router;
 };
 
@@ -143,7 +99,7 @@ TEST_F(UrlRouterTest, UnfitUrlsAreDroppedWithoutAWord)
         m_router->handleURL(url);
     }
     QTest::qWait(int(UrlRouter::syncDelay.count()) + 200);
-    EXPECT_TRUE(m_server.requests().isEmpty());
+    EXPECT_TRUE(m_backend.requests().isEmpty());
     EXPECT_TRUE(logMessages().isEmpty());
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
 }
@@ -158,7 +114,7 @@ TEST_F(UrlRouterTest, SyncWhileSignedOutOnlyAsksSyncNow)
 
     QTRY_VERIFY_WITH_TIMEOUT(logMessages().contains(skippedSignedOut), 2000);
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
-    EXPECT_TRUE(m_server.requests().isEmpty());
+    EXPECT_TRUE(m_backend.requests().isEmpty());
 }
 
 TEST_F(UrlRouterTest, SyncWhileSignedInStartsThePeriodicSyncAndUploadsHalfASecondLater)
@@ -166,10 +122,10 @@ TEST_F(UrlRouterTest, SyncWhileSignedInStartsThePeriodicSyncAndUploadsHalfASecon
     signIn();
     // A recent upload and a finished backfill: the start itself sends nothing, so every upload
     // seen below is the forced one.
-    m_settings.setDate(u"activityLastSyncDate"_s, now.addSecs(-60));
+    m_settings.setDate(u"activityLastSyncDate"_s, m_clock.now().addSecs(-60));
     m_settings.setBoolean(u"activityHistoricalBackfillDone"_s, true);
     m_store.add(ActivitySnapshot {.id = QUuid::createUuid(),
-        .timestamp = now.addSecs(-300),
+        .timestamp = m_clock.now().addSecs(-300),
         .aiCategory = u"Coding"_s,
         .imageHash = u"abc"_s,
         .projectName = u"Website"_s});
@@ -182,11 +138,11 @@ TEST_F(UrlRouterTest, SyncWhileSignedInStartsThePeriodicSyncAndUploadsHalfASecon
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning()); // the task starts on the next turn
     QTest::qWait(int(UrlRouter::syncDelay.count()) / 2);
     EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
-    EXPECT_TRUE(m_server.requestsTo("/activity/sync").isEmpty());
+    EXPECT_TRUE(m_backend.requestsTo("/activity/sync").isEmpty());
 
-    QTRY_COMPARE_WITH_TIMEOUT(m_server.requestsTo("/activity/sync").size(), 1, 3000);
+    QTRY_COMPARE_WITH_TIMEOUT(m_backend.requestsTo("/activity/sync").size(), 1, 3000);
     EXPECT_GE(elapsed.elapsed(), UrlRouter::syncDelay.count());
-    EXPECT_EQ(m_server.requestsTo("/activity/sync").first().headers.value("authorization"), "Bearer sess-1");
+    EXPECT_EQ(m_backend.requestsTo("/activity/sync").first().headers.value("authorization"), "Bearer sess-1");
     m_sync->stopPeriodicSync();
 }
 } // namespace
