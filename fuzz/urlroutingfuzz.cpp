@@ -72,9 +72,9 @@ int FuzzEntry::urlRouting(const uint8_t *data, size_t size)
     // A little longer, so a request sent again after a dropped connection is counted here and not
     // with the next input.
     waited.restart();
-    while (waited.elapsed() < 30) {
+    do {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
+    } while (token && waited.elapsed() < 30);
 
     const QList<StandInServer::Request> requests = app.backend.requests();
     if (token) {
