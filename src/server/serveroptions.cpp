@@ -62,7 +62,7 @@ bool parseListen(const QString &text, ServerOptions &options)
 
 bool ServerOptions::localSignIn() const
 {
-    return localSignInFlag || listenAddress.isLoopback();
+    return !emailSignInFlag && (localSignInFlag || listenAddress.isLoopback());
 }
 
 QUrl ServerOptions::effectivePublicUrl(quint16 boundPort) const
@@ -96,6 +96,8 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
         u"public-url"_s, u"Origin of every page and link (default http:// and the listen address)."_s, u"URL"_s);
     const QCommandLineOption localSignIn(
         u"local-sign-in"_s, u"Allow sign-in by typing an address even on a non-loopback address."_s);
+    const QCommandLineOption emailSignIn(
+        u"email-sign-in"_s, u"Sign people in by e-mailed links even on a loopback address (behind a reverse proxy)."_s);
     const QCommandLineOption name(u"name"_s, u"The name for user add."_s, u"NAME"_s);
     const QCommandLineOption smtpConfig(u"smtp-config"_s,
         u"INI file with host, port, security, user, password and from for sending sign-in links; the flags below "
@@ -109,8 +111,8 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
     const QCommandLineOption smtpPassword(
         u"smtp-password"_s, u"SMTP password (visible to other local users: prefer --smtp-config)."_s, u"PASSWORD"_s);
     const QCommandLineOption mailFrom(u"mail-from"_s, u"Sender address of sign-in mails."_s, u"ADDRESS"_s);
-    parser.addOptions({listen, data, database, publicUrl, localSignIn, name, smtpConfig, smtpHost, smtpPort,
-        smtpSecurity, smtpUser, smtpPassword, mailFrom});
+    parser.addOptions({listen, data, database, publicUrl, localSignIn, emailSignIn, name, smtpConfig, smtpHost,
+        smtpPort, smtpSecurity, smtpUser, smtpPassword, mailFrom});
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addPositionalArgument(u"command"_s, u"An administration command, see below."_s, u"[command ...]"_s);
@@ -149,6 +151,10 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
         options.publicUrl = url;
     }
     options.localSignInFlag = parser.isSet(localSignIn);
+    options.emailSignInFlag = parser.isSet(emailSignIn);
+    if (options.localSignInFlag && options.emailSignInFlag) {
+        return {std::nullopt, u"--local-sign-in and --email-sign-in exclude each other."_s, 2};
+    }
     if (parser.isSet(name)) {
         options.name = parser.value(name);
     }

@@ -23,11 +23,12 @@ struct ServerOptions
     QString databaseUrl; // empty: SQLite in dataDir
     std::optional<QUrl> publicUrl; // absent: http:// and the listen address
     bool localSignInFlag = false;
+    bool emailSignInFlag = false; // e-mail sign-in even on a loopback address
     QStringList command; // an administration command and its arguments; empty to serve
     std::optional<QString> name; // user add --name
     SmtpSettings smtp; // e-mail sign-in where local mode is off
 
-    // Local mode: on by itself on a loopback address, by the flag on any other.
+    // Local mode: on by itself on a loopback address, by the flag on any other; never with --email-sign-in.
     [[nodiscard]] bool localSignIn() const;
     [[nodiscard]] QUrl effectivePublicUrl(quint16 boundPort) const;
 

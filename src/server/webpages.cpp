@@ -49,6 +49,9 @@ header.bar form { margin-left: auto; }
 header.bar button { margin: 0; padding: 3px 10px; background: transparent; color: var(--lime);
   border: 1px solid rgba(243, 255, 192, 0.5); }
 .card + .card, .card + h2 { margin-top: 1rem; }
+.card > :first-child { margin-top: 0; }
+.card > :last-child { margin-bottom: 0; }
+td form.inline button { margin-top: -3px; }
 .day h2 { margin-top: 0; }
 .figure { font-size: 1.35rem; font-weight: 600; color: var(--dark); margin: 0.25rem 0 0.5rem; }
 .shares { display: grid; grid-template-columns: 1fr 1fr; gap: 0 1.5rem; }
