@@ -5,6 +5,7 @@
 #include "core/settings.h"
 
 #include "fakeclock.h"
+#include "logmessages.h"
 #include "standinollama.h"
 #include "standinserver.h"
 #include "waitforresult.h"
@@ -61,15 +62,7 @@ protected:
         server.on("GET", "/api/tags", StandInServer::Reply {200, AiTest::tagsBody({QStringLiteral("qwen3-vl:2b")})});
     }
 
-    QStringList messages()
-    {
-        QCoreApplication::processEvents();
-        QStringList result;
-        for (const LogEntry &entry : logManager.logs()) {
-            result.prepend(entry.message);
-        }
-        return result;
-    }
+    QStringList messages() { return logMessages(logManager); }
 
     QTemporaryDir home;
     Settings settings {home.filePath(QStringLiteral("Tamlo.conf"))};

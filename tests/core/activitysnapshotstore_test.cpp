@@ -14,11 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-QString testData(const QString &name)
-{
-    return QDir(qEnvironmentVariable("TAMLO_TEST_DATA")).filePath(name);
-}
-
 ActivitySnapshot at(const QDateTime &timestamp, const QString &description = u"Working"_s)
 {
     return ActivitySnapshot {
@@ -73,7 +68,7 @@ protected:
 
 TEST_F(ActivitySnapshotStoreTest, ReadsAndWritesTheDocumentedFileForm)
 {
-    const QByteArray example = readBytes(testData(u"snapshots-example.json"_s));
+    const QByteArray example = readBytes(testDataPath(u"snapshots-example.json"_s));
     ASSERT_FALSE(example.isEmpty());
     writeBytes(m_file, example);
     openStore()->save();
@@ -82,7 +77,7 @@ TEST_F(ActivitySnapshotStoreTest, ReadsAndWritesTheDocumentedFileForm)
     EXPECT_FALSE(written.contains('\n'));
     EXPECT_TRUE(written.contains("\"timestamp\":785000000.25")) << written.toStdString();
 
-    writeBytes(m_file, readBytes(testData(u"snapshots-null-optionals.json"_s)));
+    writeBytes(m_file, readBytes(testDataPath(u"snapshots-null-optionals.json"_s)));
     auto store = openStore();
     const QList<ActivitySnapshot> loaded = store->fetchAll();
     ASSERT_EQ(loaded.size(), 2);
@@ -110,7 +105,7 @@ TEST_F(ActivitySnapshotStoreTest, FirstStartWritesNothingUntilTheFirstChange)
 
 TEST_F(ActivitySnapshotStoreTest, OneBadRecordEmptiesTheLoadAndTheFileIsSetAsideNotOverwritten)
 {
-    QJsonArray records = QJsonDocument::fromJson(readBytes(testData(u"snapshots-null-optionals.json"_s))).array();
+    QJsonArray records = QJsonDocument::fromJson(readBytes(testDataPath(u"snapshots-null-optionals.json"_s))).array();
     QJsonObject missingCategory = records.at(1).toObject();
     missingCategory.remove(u"aiCategory"_s);
     records.append(missingCategory);

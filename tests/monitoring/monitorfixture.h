@@ -12,6 +12,7 @@
 #include "reports/dailyreportstore.h"
 
 #include "fakeclock.h"
+#include "logmessages.h"
 #include "privatedbus.h"
 #include "standinollama.h"
 #include "standinserver.h"
@@ -155,11 +156,7 @@ protected:
     [[nodiscard]] QStringList messages()
     {
         QTest::qWait(0);
-        QStringList result;
-        for (const LogEntry &entry : logManager->logs()) {
-            result.prepend(entry.message);
-        }
-        return result;
+        return logMessages(*logManager);
     }
 
     [[nodiscard]] qsizetype countOf(const QString &message) { return messages().count(message); }

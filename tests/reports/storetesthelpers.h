@@ -1,9 +1,8 @@
 #pragma once
 
-#include "core/logmanager.h"
+#include "logmessages.h"
 
 #include <QByteArray>
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -11,17 +10,6 @@
 #include <QStringList>
 
 #include <gtest/gtest.h>
-
-// The messages that reached the event log so far, oldest first.
-inline QStringList logMessages(LogManager &logManager)
-{
-    QCoreApplication::sendPostedEvents();
-    QStringList messages;
-    for (const LogEntry &entry : logManager.logs()) {
-        messages.prepend(entry.message);
-    }
-    return messages;
-}
 
 inline QByteArray readBytes(const QString &path)
 {

@@ -1,3 +1,4 @@
+#include "logmessages.h"
 #include "uitestenvironment.h"
 
 #include "ui/activitycardlistmodel.h"
@@ -13,27 +14,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 using Action = MainScreenModel::BannerAction;
-
-bool logContains(const LogManager &logManager, const QString &text)
-{
-    QCoreApplication::processEvents();
-    for (const LogEntry &entry : logManager.logs()) {
-        if (entry.message == text) {
-            return true;
-        }
-    }
-    return false;
-}
-
-int logCount(const LogManager &logManager, const QString &text)
-{
-    QCoreApplication::processEvents();
-    int count = 0;
-    for (const LogEntry &entry : logManager.logs()) {
-        count += entry.message == text ? 1 : 0;
-    }
-    return count;
-}
 
 class MainScreenModelTest : public ::testing::Test
 {
@@ -223,12 +203,12 @@ TEST_F(MainScreenModelTest, DailyReportExportRunsOnceAtATimeAndLogsTheOutcome)
     ASSERT_TRUE(requested.wait(10000));
     EXPECT_FALSE(main->isExportingDailyReport());
     EXPECT_EQ(main->exportReportLabel(), u"Export daily report"_s);
-    EXPECT_EQ(logCount(env.logManager, u"📊 Exporting today's daily report…"_s), 1);
+    EXPECT_EQ(logMessages(env.logManager).count(u"📊 Exporting today's daily report…"_s), 1);
     EXPECT_EQ(requested.count(), 1);
     EXPECT_EQ(requested.first().first().toString(), u"Tamlo_Daily_Report_2026-03-09.csv"_s);
 
     main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"report.csv"_s)));
-    EXPECT_TRUE(logContains(env.logManager, u"✅ Daily report exported"_s));
+    EXPECT_TRUE(logMessages(env.logManager).contains(u"✅ Daily report exported"_s));
     QFile file(env.home.filePath(u"report.csv"_s));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_TRUE(file.readAll().startsWith("Date,"));
