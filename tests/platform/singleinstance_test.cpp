@@ -8,7 +8,6 @@
 #include <future>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -94,9 +93,4 @@ TEST_F(SingleInstanceTest, SocketLeftByACrashedInstanceIsTakenOver)
     auto show = sendFromAnotherProcess(name(), SingleInstance::showPanelMessage);
     EXPECT_TRUE(waitFor(show));
     EXPECT_EQ(received.count(), 1);
-}
-
-TEST(SingleInstanceNameTest, NameBelongsToTheUser)
-{
-    EXPECT_EQ(SingleInstance::defaultServerName(), u"tamlo-"_s + QString::number(::getuid()));
 }

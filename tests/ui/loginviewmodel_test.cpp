@@ -3,7 +3,6 @@
 
 #include <QCoroTask>
 #include <QSignalSpy>
-#include <QUrlQuery>
 
 using namespace Qt::StringLiterals;
 
@@ -33,12 +32,7 @@ protected:
 
     static void expectPage(const QUrl &url, const QString &path)
     {
-        EXPECT_EQ(url.scheme(), u"https"_s);
-        EXPECT_EQ(url.host(), u"web.example"_s);
-        EXPECT_EQ(url.path(), path);
-        const QUrlQuery query(url);
-        ASSERT_EQ(query.queryItems().size(), 1);
-        EXPECT_EQ(query.queryItemValue(u"redirect"_s, QUrl::FullyDecoded), u"tamlo://auth"_s);
+        EXPECT_EQ(url.toString(), u"https://web.example"_s + path + u"?redirect=tamlo://auth"_s);
     }
 
     std::unique_ptr<LoginViewModel> m_login;
@@ -126,13 +120,5 @@ TEST_F(LoginViewModelTest, SignInEndsTheWaiting)
     // After a later sign-out the screen starts over in the login phase.
     m_auth->logout();
     EXPECT_EQ(m_login->phase(), Phase::Login);
-}
-
-TEST_F(LoginViewModelTest, CloseQuitsAtOnce)
-{
-    m_login->openWebLogin();
-    QSignalSpy quit(m_login.get(), &LoginViewModel::quitRequested);
-    m_login->close();
-    EXPECT_EQ(quit.count(), 1);
 }
 } // namespace
