@@ -1,16 +1,10 @@
-#include "account/authservice.h"
-#include "account/keychainservice.h"
-#include "core/settings.h"
-#include "standinserver.h"
+#include "accountfixture.h"
 
 #include <QCoroTask>
-#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -19,35 +13,27 @@ using namespace Qt::StringLiterals;
 namespace {
 const QByteArray userJson = R"({"id":"u1","email":"ada@example.com","name":"Ada"})";
 
-class AuthServiceTest : public ::testing::Test
+class AuthServiceTest : public AccountFixture
 {
 protected:
-    QString credentialsDir() const { return QDir(m_home.path()).filePath(u".local/share/mirevon.Tamlo"_s); }
-    QString credentialsFile() const { return QDir(credentialsDir()).filePath(u"credentials.plist"_s); }
-    AppConfig config() const { return AppConfig(&m_settings, QString(), m_server.url().toString(), u"https://web"_s); }
     std::unique_ptr<AuthService> makeService()
     {
-        return std::make_unique<AuthService>(&m_nam, config(), credentialsDir());
+        return std::make_unique<AuthService>(&m_nam, config(), m_paths.credentialsDir);
     }
     void store(const QString &key, const QString &value)
     {
-        KeychainService(credentialsDir(), u"mirevon.Tamlo"_s).setValue(value, key);
+        KeychainService(m_paths.credentialsDir, u"mirevon.Tamlo"_s).setValue(value, key);
     }
     QByteArray fileBytes() const
     {
-        QFile file(credentialsFile());
+        QFile file(m_paths.credentialsFile());
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
-
-    QTemporaryDir m_home;
-    Settings m_settings {QDir(m_home.path()).filePath(u"Tamlo.conf"_s)};
-    StandInServer m_server;
-    QNetworkAccessManager m_nam;
 };
 
 TEST_F(AuthServiceTest, ExchangesTheTokenAndKeepsTheSession)
 {
-    m_server.on("POST", "/auth/verify-token",
+    m_backend.on("POST", "/auth/verify-token",
         StandInServer::Reply {.status = 200,
             .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"},"extra":true})"});
     auto auth = makeService();
@@ -56,8 +42,8 @@ TEST_F(AuthServiceTest, ExchangesTheTokenAndKeepsTheSession)
 
     QCoro::waitFor(auth->verifyMagicLinkToken(u"magic-123"_s));
 
-    ASSERT_EQ(m_server.requests().size(), 1);
-    const StandInServer::Request request = m_server.requests().first();
+    ASSERT_EQ(m_backend.requests().size(), 1);
+    const StandInServer::Request request = m_backend.requests().first();
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.path, "/auth/verify-token");
     EXPECT_EQ(request.headers.value("content-type"), "application/json");
@@ -75,7 +61,7 @@ TEST_F(AuthServiceTest, ExchangesTheTokenAndKeepsTheSession)
     EXPECT_FALSE(auth->currentUser()->name.has_value());
 
     // The user is stored as JSON text, with no name key when there is none.
-    const KeychainService stored(credentialsDir(), u"mirevon.Tamlo"_s);
+    const KeychainService stored(m_paths.credentialsDir, u"mirevon.Tamlo"_s);
     EXPECT_EQ(stored.value(u"sessionToken"_s), u"sess-1"_s);
     const QJsonObject userData = QJsonDocument::fromJson(stored.value(u"userData"_s)->toUtf8()).object();
     EXPECT_EQ(userData, (QJsonObject {{u"id"_s, u"u1"_s}, {u"email"_s, u"ada@example.com"_s}}));
@@ -84,7 +70,7 @@ TEST_F(AuthServiceTest, ExchangesTheTokenAndKeepsTheSession)
     auto restarted = makeService();
     EXPECT_TRUE(restarted->isAuthenticated());
     EXPECT_EQ(restarted->currentUser(), auth->currentUser());
-    EXPECT_EQ(m_server.requests().size(), 1);
+    EXPECT_EQ(m_backend.requests().size(), 1);
 }
 
 struct FailureRow
@@ -114,18 +100,18 @@ TEST_F(AuthServiceTest, EveryRejectionShowsItsTextAndStoresNothing)
     };
     auto auth = makeService();
     for (const FailureRow &row : rows) {
-        m_server.on("POST", "/auth/verify-token", StandInServer::Reply {.status = row.status, .body = row.body});
+        m_backend.on("POST", "/auth/verify-token", StandInServer::Reply {.status = row.status, .body = row.body});
         QCoro::waitFor(auth->verifyMagicLinkToken(u"t"_s));
         EXPECT_EQ(auth->error(), row.expected) << row.status << " " << row.body.toStdString();
         EXPECT_FALSE(auth->isAuthenticated());
         EXPECT_FALSE(auth->isLoading());
-        EXPECT_FALSE(QFile::exists(credentialsFile()));
+        EXPECT_FALSE(QFile::exists(m_paths.credentialsFile()));
     }
 }
 
 TEST_F(AuthServiceTest, TransportFailureShowsTheNetworkText)
 {
-    m_server.on("POST", "/auth/verify-token", StandInServer::Reply {.drop = true});
+    m_backend.on("POST", "/auth/verify-token", StandInServer::Reply {.drop = true});
     auto auth = makeService();
     QCoro::waitFor(auth->verifyMagicLinkToken(u"t"_s));
     ASSERT_TRUE(auth->error().has_value());
@@ -146,36 +132,32 @@ TEST_F(AuthServiceTest, UnusableBackendAddressSendsNothing)
     QCoro::waitFor(auth->verifyMagicLinkToken(u"t"_s));
     EXPECT_EQ(auth->error(), u"Invalid backend URL."_s);
     EXPECT_FALSE(auth->isLoading());
-    EXPECT_TRUE(m_server.requests().isEmpty());
+    EXPECT_TRUE(m_backend.requests().isEmpty());
 }
 
 TEST_F(AuthServiceTest, FailedExchangeWhileSignedInKeepsTheSession)
 {
     store(u"sessionToken"_s, u"old"_s);
     store(u"userData"_s, QString::fromUtf8(userJson));
-    m_server.on("POST", "/auth/verify-token", StandInServer::Reply {.status = 410});
+    m_backend.on("POST", "/auth/verify-token", StandInServer::Reply {.status = 410});
     auto auth = makeService();
     QCoro::waitFor(auth->verifyMagicLinkToken(u"t"_s));
     EXPECT_TRUE(auth->isAuthenticated());
     EXPECT_EQ(auth->sessionToken(), u"old"_s);
 }
 
-TEST_F(AuthServiceTest, TokenWithoutUserStartsSignedOut)
+TEST_F(AuthServiceTest, AStoredTokenWithoutADecodableUserStartsSignedOutAndLeavesTheFile)
 {
     store(u"sessionToken"_s, u"sess-1"_s);
-    auto auth = makeService();
-    EXPECT_FALSE(auth->isAuthenticated());
-    EXPECT_EQ(auth->sessionToken(), u"sess-1"_s);
-}
+    auto withoutUser = makeService();
+    EXPECT_FALSE(withoutUser->isAuthenticated());
+    EXPECT_EQ(withoutUser->sessionToken(), u"sess-1"_s);
 
-TEST_F(AuthServiceTest, UndecodableUserStartsSignedOutAndLeavesTheFile)
-{
-    store(u"sessionToken"_s, u"sess-1"_s);
     store(u"userData"_s, u"{\"id\":\"u1\"}"_s);
     const QByteArray before = fileBytes();
-    auto auth = makeService();
-    EXPECT_FALSE(auth->isAuthenticated());
-    EXPECT_FALSE(auth->currentUser().has_value());
+    auto undecodable = makeService();
+    EXPECT_FALSE(undecodable->isAuthenticated());
+    EXPECT_FALSE(undecodable->currentUser().has_value());
     EXPECT_EQ(fileBytes(), before);
 }
 
@@ -193,8 +175,8 @@ TEST_F(AuthServiceTest, LogoutForgetsTheSessionLocally)
     EXPECT_EQ(authenticated.count(), 1);
     EXPECT_FALSE(auth->currentUser().has_value());
     EXPECT_FALSE(auth->sessionToken().has_value());
-    EXPECT_FALSE(QFile::exists(credentialsFile()));
-    EXPECT_TRUE(m_server.requests().isEmpty());
+    EXPECT_FALSE(QFile::exists(m_paths.credentialsFile()));
+    EXPECT_TRUE(m_backend.requests().isEmpty());
     auth->logout(); // nothing left to remove
     EXPECT_FALSE(makeService()->isAuthenticated());
 }
