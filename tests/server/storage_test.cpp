@@ -161,6 +161,34 @@ TEST_P(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM users"_s).toInt(), 1);
 }
 
+TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsAndDaysWhenMigrated)
+{
+    const ServerUser ada = storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
+    storage->createSession(u"digest-of-an-old-session-token-0123456789"_s, ada.id, 1500);
+    storage->storeUpload(ada.id, upload({{u"2026-11-16"_s, {snapshot(idA, u"2026-11-16T09:30:12Z"_s)}}}), 2000);
+    // Back to the first version's schema, as a server of that version left it.
+    for (const QString &statement : {u"DROP INDEX sessions_public_id"_s,
+             u"ALTER TABLE sessions DROP COLUMN public_id"_s, u"ALTER TABLE sessions DROP COLUMN kind"_s,
+             u"ALTER TABLE sessions DROP COLUMN last_seen_at"_s, u"ALTER TABLE sessions DROP COLUMN device_id"_s,
+             u"DROP TABLE user_days"_s, u"DELETE FROM schema_version WHERE version > 1"_s}) {
+        QSqlQuery query(storage->database());
+        ASSERT_TRUE(query.exec(statement)) << statement.toStdString();
+    }
+    storage.reset();
+
+    storage = backend->open();
+    EXPECT_EQ(storage->userForSession(u"digest-of-an-old-session-token-0123456789"_s), ada);
+    const QList<SessionRecord> sessions = storage->sessions(ada.id);
+    ASSERT_EQ(sessions.size(), 1);
+    EXPECT_EQ(sessions[0].kind, SessionKind::App);
+    EXPECT_TRUE(storage->revokeSession(ada.id, sessions[0].publicId));
+    const QList<DayEntry> days = storage->dayEntries(ada.id, 10, 0);
+    ASSERT_EQ(days.size(), 1);
+    EXPECT_EQ(days[0].date, u"2026-11-16"_s);
+    EXPECT_EQ(days[0].timezone, u"Europe/Berlin"_s);
+    EXPECT_EQ(days[0].deviceId, deviceA);
+}
+
 INSTANTIATE_TEST_SUITE_P(Server, StorageTest, ::testing::ValuesIn(testBackends()), backendName);
 
 namespace {
