@@ -13,12 +13,7 @@ class DayRolloverTest : public MonitorFixture
 protected:
     void addRecord(const QDateTime &time, const QString &description = u"Writing code"_s)
     {
-        ActivitySnapshot snapshot;
-        snapshot.id = QUuid::createUuid();
-        snapshot.timestamp = time;
-        snapshot.aiCategory = u"Coding"_s;
-        snapshot.projectName = u"Tamlo"_s;
-        snapshot.activityDescription = description;
+        ActivitySnapshot snapshot = recordAt(time, description);
         snapshot.imageHash = u"00"_s;
         snapshotStore->add(snapshot);
     }

@@ -67,6 +67,18 @@ inline QDateTime at(int year, int month, int day, int hour, int minute = 0, int 
     return QDateTime(QDate(year, month, day), QTime(hour, minute, second));
 }
 
+// An analysed record of coding on Tamlo, as an earlier tick would have stored it.
+inline ActivitySnapshot recordAt(const QDateTime &time, const QString &description)
+{
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = time;
+    snapshot.aiCategory = u"Coding"_s;
+    snapshot.projectName = u"Tamlo"_s;
+    snapshot.activityDescription = description;
+    return snapshot;
+}
+
 // The whole monitor on real parts: stores in a temporary home, the model client against a
 // stand-in Ollama, screen events from a private D-Bus daemon, and a fake clock.
 class MonitorFixture : public ::testing::Test
@@ -176,15 +188,13 @@ protected:
     void sendScreenSaver(const QString &interface, bool active)
     {
         PrivateDBus::roundTrip(*sessionBus);
-        ASSERT_TRUE(bus.sendSignal(false, u"/org/freedesktop/ScreenSaver"_s, interface + u".ActiveChanged"_s,
-            {active ? u"boolean:true"_s : u"boolean:false"_s}));
+        ASSERT_TRUE(bus.sendScreenSaverActive(interface, active));
     }
 
     void sendPrepareForSleep(bool sleeping)
     {
         PrivateDBus::roundTrip(*systemBus);
-        ASSERT_TRUE(bus.sendSignal(true, u"/org/freedesktop/login1"_s,
-            u"org.freedesktop.login1.Manager.PrepareForSleep"_s, {sleeping ? u"boolean:true"_s : u"boolean:false"_s}));
+        ASSERT_TRUE(bus.sendPrepareForSleep(sleeping));
     }
 
     QTemporaryDir home;

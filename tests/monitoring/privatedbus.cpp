@@ -53,6 +53,18 @@ bool PrivateDBus::sendSignal(bool systemBus, const QString &path, const QString 
     return send.waitForFinished(5000) && send.exitStatus() == QProcess::NormalExit && send.exitCode() == 0;
 }
 
+bool PrivateDBus::sendScreenSaverActive(const QString &interface, bool active)
+{
+    const QString path = u'/' + QString(interface).replace(u'.', u'/');
+    return sendSignal(false, path, interface + u".ActiveChanged"_s, {active ? u"boolean:true"_s : u"boolean:false"_s});
+}
+
+bool PrivateDBus::sendPrepareForSleep(bool sleeping)
+{
+    return sendSignal(true, u"/org/freedesktop/login1"_s, u"org.freedesktop.login1.Manager.PrepareForSleep"_s,
+        {sleeping ? u"boolean:true"_s : u"boolean:false"_s});
+}
+
 void PrivateDBus::roundTrip(const QDBusConnection &connection)
 {
     const QDBusMessage ping = QDBusMessage::createMethodCall(

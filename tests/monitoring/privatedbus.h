@@ -25,6 +25,11 @@ public:
 
     // dbus-send --session|--system --type=signal PATH INTERFACE.MEMBER ARGS...; true when it succeeded.
     bool sendSignal(bool systemBus, const QString &path, const QString &member, const QStringList &arguments);
+    // ActiveChanged of a screen saver interface (org.freedesktop.ScreenSaver, org.gnome.ScreenSaver)
+    // from its object path on the session bus.
+    bool sendScreenSaverActive(const QString &interface, bool active);
+    // logind's PrepareForSleep on the system bus.
+    bool sendPrepareForSleep(bool sleeping);
 
     // Returns once the daemon has handled everything the connection sent before, match rules included.
     static void roundTrip(const QDBusConnection &connection);

@@ -9,17 +9,6 @@ class RecordingTest : public MonitorFixture
 {
 };
 
-ActivitySnapshot recordAt(const QDateTime &time, const QString &description)
-{
-    ActivitySnapshot snapshot;
-    snapshot.id = QUuid::createUuid();
-    snapshot.timestamp = time;
-    snapshot.aiCategory = u"Coding"_s;
-    snapshot.projectName = u"Tamlo"_s;
-    snapshot.activityDescription = description;
-    return snapshot;
-}
-
 TEST_F(RecordingTest, AnAnalysedTickStoresTheModelsAnswerWithTheHashOfTheSentImage)
 {
     clock.set(at(2026, 3, 9, 10, 0, 5));

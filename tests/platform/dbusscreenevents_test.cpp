@@ -14,18 +14,16 @@ class DBusScreenEventsTest : public ::testing::Test
 protected:
     void SetUp() override { ASSERT_TRUE(bus.isRunning()) << bus.errorText().toStdString(); }
 
-    void lock(bool active)
+    void lock(bool active, const QString &interface = u"org.freedesktop.ScreenSaver"_s)
     {
         PrivateDBus::roundTrip(session);
-        ASSERT_TRUE(bus.sendSignal(false, u"/org/freedesktop/ScreenSaver"_s,
-            u"org.freedesktop.ScreenSaver.ActiveChanged"_s, {active ? u"boolean:true"_s : u"boolean:false"_s}));
+        ASSERT_TRUE(bus.sendScreenSaverActive(interface, active));
     }
 
     void sleep(bool sleeping)
     {
         PrivateDBus::roundTrip(system);
-        ASSERT_TRUE(bus.sendSignal(true, u"/org/freedesktop/login1"_s,
-            u"org.freedesktop.login1.Manager.PrepareForSleep"_s, {sleeping ? u"boolean:true"_s : u"boolean:false"_s}));
+        ASSERT_TRUE(bus.sendPrepareForSleep(sleeping));
     }
 
     PrivateDBus bus;
@@ -54,9 +52,7 @@ TEST_F(DBusScreenEventsTest, EachSignalReachesTheObserversOfItsEvent)
     sleep(false);
     ASSERT_TRUE(QTest::qWaitFor([&] { return seen.size() == 5; }, 5000));
     // GNOME's screen saver interface locks as well.
-    PrivateDBus::roundTrip(session);
-    ASSERT_TRUE(bus.sendSignal(
-        false, u"/org/gnome/ScreenSaver"_s, u"org.gnome.ScreenSaver.ActiveChanged"_s, {u"boolean:true"_s}));
+    lock(true, u"org.gnome.ScreenSaver"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return seen.size() == 6; }, 5000));
 
     EXPECT_EQ(seen, (QStringList {u"locked"_s, u"unlocked"_s, u"sleep"_s, u"wake"_s, u"day wake"_s, u"locked"_s}));
