@@ -52,6 +52,7 @@ header.bar button { margin: 0; padding: 3px 10px; background: transparent; color
 .card > :first-child { margin-top: 0; }
 .card > :last-child { margin-bottom: 0; }
 td form.inline button { margin-top: -3px; }
+p > .button { margin-top: 0.25rem; }
 .day h2 { margin-top: 0; }
 .figure { font-size: 1.35rem; font-weight: 600; color: var(--dark); margin: 0.25rem 0 0.5rem; }
 .shares { display: grid; grid-template-columns: 1fr 1fr; gap: 0 1.5rem; }
