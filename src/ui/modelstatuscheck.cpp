@@ -27,6 +27,15 @@ void ModelStatusCheck::start()
     });
 }
 
+void ModelStatusCheck::select(const QString &name)
+{
+    if (name == m_llmService->localModelName()) {
+        return;
+    }
+    m_llmService->selectModel(name);
+    start();
+}
+
 void ModelStatusCheck::setChecking(bool value)
 {
     if (m_isChecking == value) {

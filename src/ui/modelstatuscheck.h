@@ -22,6 +22,8 @@ public:
     [[nodiscard]] bool modelAvailable() const { return m_modelAvailable; }
 
     Q_INVOKABLE void start();
+    // Makes name the service's model and checks it, unless it is the model already.
+    void select(const QString &name);
 
 Q_SIGNALS:
     void isCheckingChanged();

@@ -43,11 +43,7 @@ void SettingsViewModel::setSelectedIndex(int index)
 
 void SettingsViewModel::setSelectedModel(const QString &name)
 {
-    if (name == selectedModel()) {
-        return;
-    }
-    m_llmService->selectModel(name);
-    m_check->start();
+    m_check->select(name);
 }
 
 QStringList SettingsViewModel::modelLabels() const

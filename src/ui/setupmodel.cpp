@@ -78,11 +78,7 @@ void SetupModel::appear()
 
 void SetupModel::selectModel(const QString &name)
 {
-    if (name == selectedModel()) {
-        return;
-    }
-    m_llmService->selectModel(name);
-    m_check->start();
+    m_check->select(name);
 }
 
 void SetupModel::checkModel()
