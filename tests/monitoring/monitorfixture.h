@@ -16,13 +16,13 @@
 #include "privatedbus.h"
 #include "standinollama.h"
 #include "standinserver.h"
+#include "stillimagegrabber.h"
 
 #include <QCoroTask>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QPainter>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -33,32 +33,6 @@
 
 namespace MonitorTest {
 using namespace Qt::StringLiterals;
-
-// A screen that always shows the same picture, or fails the way it is told to.
-class StillImageGrabber final : public ScreenGrabber
-{
-public:
-    QImage image;
-    std::optional<ScreenCaptureError::Kind> failWith;
-    int grabs = 0;
-
-    StillImageGrabber() : image(1600, 900, QImage::Format_RGB32)
-    {
-        image.fill(Qt::white);
-        QPainter painter(&image);
-        painter.fillRect(100, 100, 600, 300, Qt::darkBlue);
-        painter.fillRect(900, 400, 500, 400, Qt::darkGreen);
-    }
-
-    QCoro::Task<ScreenGrab> grab() override
-    {
-        ++grabs;
-        if (failWith) {
-            co_return ScreenGrab::failure(*failWith);
-        }
-        co_return ScreenGrab::success(image);
-    }
-};
 
 using StandInOllama::chatBody;
 

@@ -38,7 +38,7 @@ TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
 TEST_F(MainScreenModelTest, BannerOnlyOnActivityTabOnceSetupIsDone)
 {
     auto main = env.makeMainScreen();
-    env.grabber.failure = ScreenCaptureError::Kind::CaptureFailed;
+    env.grabber.failWith = ScreenCaptureError::Kind::CaptureFailed;
     QCoro::waitFor(env.monitor.performCapture());
     ASSERT_TRUE(env.monitor.hasError());
 
@@ -65,7 +65,7 @@ TEST_F(MainScreenModelTest, PermissionBannerOffersSettingsOnlyWhereTheDesktopHas
     env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
     auto main = env.makeMainScreen();
     main->setSelectedTab(1);
-    env.grabber.failure = ScreenCaptureError::Kind::PermissionDenied;
+    env.grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     QCoro::waitFor(env.monitor.performCapture());
     EXPECT_EQ(main->bannerText(), u"Screen Recording permission denied."_s);
     EXPECT_TRUE(main->showSettingsButton());

@@ -120,17 +120,17 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariants)
     main->setSelectedTab(1);
     show(main.get());
 
-    env.grabber.failure = ScreenCaptureError::Kind::PermissionDenied;
+    env.grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     QCoro::waitFor(env.monitor.performCapture());
     capture(u"07-banner-permission"_s);
 
-    env.grabber.failure.reset();
+    env.grabber.failWith.reset();
     env.installedModels.clear();
     env.llm.invalidateInstalledModelsCache();
     QCoro::waitFor(env.monitor.performCapture());
     capture(u"08-banner-model-hint"_s);
 
-    env.grabber.failure = ScreenCaptureError::Kind::CaptureFailed;
+    env.grabber.failWith = ScreenCaptureError::Kind::CaptureFailed;
     QCoro::waitFor(env.monitor.performCapture());
     capture(u"09-banner-plain"_s);
 }

@@ -13,6 +13,7 @@
 #include "reports/dailyreportstore.h"
 #include "standinollama.h"
 #include "standinserver.h"
+#include "stillimagegrabber.h"
 #include "ui/desktopactions.h"
 #include "ui/mainscreenmodel.h"
 
@@ -27,22 +28,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-
-// The platform's side of the screen: an image that tests choose, or a failure.
-class FakeScreenGrabber final : public ScreenGrabber
-{
-public:
-    QCoro::Task<ScreenGrab> grab() override
-    {
-        if (failure) {
-            co_return ScreenGrab::failure(*failure);
-        }
-        QImage image(320, 200, QImage::Format_RGB32);
-        image.fill(QColor(30, 60, 90));
-        co_return ScreenGrab::success(image);
-    }
-    std::optional<ScreenCaptureError::Kind> failure;
-};
 
 // Lock, unlock, sleep and wake, fired by the test.
 class FakeScreenEvents final : public ScreenEventSource, public WakeEventSource
@@ -151,7 +136,7 @@ struct UiTestEnvironment
     LLMService llm;
     ActivitySnapshotStore snapshotStore;
     DailyReportStore reportStore;
-    FakeScreenGrabber grabber;
+    StillImageGrabber grabber;
     ScreenCaptureService captureService;
     FakeScreenEvents events;
     DailyReportService reportService;
