@@ -3,6 +3,7 @@
 #include "server/httpreply.h"
 #include "server/storage.h"
 
+#include <QCache>
 #include <QString>
 
 #include <optional>
@@ -23,6 +24,8 @@ public:
     static constexpr qint64 idleLimitMs = 30LL * 24 * 60 * 60 * 1000;
     // The last activity of a session is written at most this often.
     static constexpr qint64 touchIntervalMs = 60 * 1000;
+    // Day summaries kept worked out; an upload that touches a day gives it a new key.
+    static constexpr int cachedDaySummaries = 8192;
 
     AccountPages(Storage *storage, WebPages *pages, const Clock *clock);
 
@@ -59,4 +62,6 @@ private:
     Storage *m_storage = nullptr;
     WebPages *m_pages = nullptr;
     const Clock *m_clock = nullptr;
+    // The figures of a day as the list shows them, by user, day and the time of its last upload.
+    QCache<QString, QString> m_summaries {cachedDaySummaries};
 };
