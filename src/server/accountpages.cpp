@@ -199,7 +199,7 @@ std::optional<HttpReply> AccountPages::handle(const QHttpServerRequest &request)
         return day(*who, path.mid(6));
     }
     if (path == u"/sync"_s) {
-        return syncPage(*who, false);
+        return syncPage(*who);
     }
     if (path == u"/devices"_s) {
         return devicesPage(*who);
@@ -224,7 +224,7 @@ HttpReply AccountPages::post(const Visitor &visitor, const QString &path, const 
     const QString userId = visitor.session.user.id;
     if (path == u"/sync"_s) {
         m_storage->requestSync(userId, m_clock->now().toMSecsSinceEpoch());
-        return WebPages::redirect(m_pages->link(u"/sync?requested=1"_s));
+        return WebPages::redirect(m_pages->link(u"/sync"_s));
     }
     if (path == u"/sessions/sign-out"_s) {
         const QString session = WebPages::field(fields, u"session"_s);
@@ -401,7 +401,7 @@ HttpReply AccountPages::day(const Visitor &visitor, const QString &date)
     return render(visitor, u"/days"_s, 200, dayHeading(date), content);
 }
 
-HttpReply AccountPages::syncPage(const Visitor &visitor, bool)
+HttpReply AccountPages::syncPage(const Visitor &visitor)
 {
     const QString userId = visitor.session.user.id;
     const std::optional<qint64> requested = m_storage->syncRequestedAt(userId);

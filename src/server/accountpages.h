@@ -45,7 +45,7 @@ private:
     [[nodiscard]] std::optional<Visitor> visitor(const QHttpServerRequest &request);
     [[nodiscard]] HttpReply days(const Visitor &visitor, const QHttpServerRequest &request);
     [[nodiscard]] HttpReply day(const Visitor &visitor, const QString &date);
-    [[nodiscard]] HttpReply syncPage(const Visitor &visitor, bool justRequested);
+    [[nodiscard]] HttpReply syncPage(const Visitor &visitor);
     [[nodiscard]] HttpReply devicesPage(const Visitor &visitor);
     [[nodiscard]] HttpReply exportPage(const Visitor &visitor);
     [[nodiscard]] HttpReply exportJson(const Visitor &visitor);

@@ -1,4 +1,9 @@
 #include "server/serveroptions.h"
+#include "server/smtpmailer.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -51,4 +56,56 @@ TEST(ServerOptionsTest, BadValuesAreRefusedWithExitCode2AndCommandsKeepTheirArgu
     EXPECT_EQ(add.options->command, (QStringList {u"user"_s, u"add"_s, u"ada@example.org"_s}));
     EXPECT_EQ(add.options->name, u"Ada"_s);
     EXPECT_EQ(add.options->dataDir, u"/srv/tamlo"_s);
+}
+
+TEST(ServerOptionsTest, SmtpSettingsComeFromTheFileAndTheFlagsOverrideThem)
+{
+    QTemporaryDir dir;
+    QFile file(dir.filePath(u"smtp.ini"_s));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("host=smtp.example.org\nport=465\nsecurity=tls\nuser=tamlo\npassword=s3cret\nfrom=tamlo@example.org\n");
+    file.close();
+    const ParsedServerOptions fromFile = parse({u"--smtp-config"_s, file.fileName()});
+    ASSERT_TRUE(fromFile.options) << fromFile.message.toStdString();
+    const SmtpSettings &smtp = fromFile.options->smtp;
+    EXPECT_EQ(smtp.host, u"smtp.example.org"_s);
+    EXPECT_EQ(smtp.port, 465);
+    EXPECT_EQ(smtp.security, SmtpSettings::Security::Tls);
+    EXPECT_EQ(smtp.password, u"s3cret"_s);
+    EXPECT_TRUE(smtp.isComplete());
+
+    const ServerOptions overridden
+        = *parse({u"--smtp-config"_s, file.fileName(), u"--smtp-port"_s, u"587"_s, u"--smtp-security"_s, u"starttls"_s})
+               .options;
+    EXPECT_EQ(overridden.smtp.port, 587);
+    EXPECT_EQ(overridden.smtp.security, SmtpSettings::Security::StartTls);
+    EXPECT_EQ(overridden.smtp.host, u"smtp.example.org"_s);
+
+    for (const QStringList &bad : {QStringList {u"--smtp-port"_s, u"0"_s}, QStringList {u"--smtp-security"_s, u"ssl"_s},
+             QStringList {u"--smtp-config"_s, dir.filePath(u"missing.ini"_s)},
+             QStringList {u"--email-sign-in"_s, u"--local-sign-in"_s}}) {
+        EXPECT_EQ(parse(bad).exitCode, 2) << bad.join(u' ').toStdString();
+    }
+    EXPECT_FALSE(parse({u"--email-sign-in"_s}).options->localSignIn());
+}
+
+TEST(ServerOptionsTest, WithoutLocalModeAndWithoutSmtpTheServerRefusesToStart)
+{
+    QTemporaryDir dir;
+    QProcess server;
+    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
+        {u"--data"_s, dir.path(), u"--listen"_s, u"127.0.0.1:0"_s, u"--email-sign-in"_s});
+    ASSERT_TRUE(server.waitForFinished(20000));
+    EXPECT_EQ(server.exitCode(), 2);
+    EXPECT_TRUE(server.readAllStandardError().contains("no SMTP server is set"));
+    EXPECT_FALSE(QFile::exists(dir.filePath(u"tamlo-server.sqlite3"_s)));
+}
+
+TEST(ServerOptionsTest, AMailIsDotSafeAndNoHeaderTakesALineBreakFromOutside)
+{
+    const QByteArray message = SmtpMailer::message(u"Tamlo <tamlo@example.org>"_s,
+        OutgoingMail {u"ada@example.org"_s, u"Hi\r\nBcc: eve@example.org"_s, u"one\n.\n..two\nthree"_s}, "id@x");
+    EXPECT_TRUE(message.contains("\r\nSubject: Hi  Bcc: eve@example.org\r\n")) << message.toStdString();
+    EXPECT_FALSE(message.contains("\r\nBcc:"));
+    EXPECT_TRUE(message.endsWith("\r\n\r\none\r\n..\r\n...two\r\nthree\r\n")) << message.toStdString();
 }
