@@ -215,7 +215,7 @@ panel_state() {
 # One phase: RSS after each tick, CPU in the quiet part of each gap (from 3 s after a tick's request
 # to 3 s before the next).
 measure_phase() { # name
-    local name=$1 done=0 base cpu_idle=0 idle_s=0 rss_first rss_last rss_max c0 c1 t0 t1
+    local name=$1 done=0 base cpu_idle=0 idle_s=0 rss_first rss_tick1=0 rss_last rss_max c0 c1 t0 t1
     base=$(chats)
     rss_first=$(rss_kb "$app"); rss_max=$rss_first
     while [ $done -lt "$ticks" ]; do
@@ -229,18 +229,20 @@ measure_phase() { # name
             cpu_idle=$((cpu_idle + c1 - c0)); idle_s=$((idle_s + (t1 - t0) / 1000000))
         fi
         rss_last=$(rss_kb "$app")
+        if [ $done -eq 1 ]; then rss_tick1=$rss_last; fi
         if [ "$rss_last" -gt "$rss_max" ]; then rss_max=$rss_last; fi
     done
     local hz
     hz=$(getconf CLK_TCK)
-    python3 - "$name" "$ticks" "$rss_first" "$rss_last" "$rss_max" "$cpu_idle" "$hz" "$idle_s" <<'EOF'
+    python3 - "$name" "$ticks" "$rss_first" "$rss_tick1" "$rss_last" "$rss_max" "$cpu_idle" "$hz" "$idle_s" <<'EOF'
 import sys
-name, ticks, first, last, peak, cpu, hz, idle_ms = sys.argv[1], *map(int, sys.argv[2:])
+name, ticks, first, tick1, last, peak, cpu, hz, idle_ms = sys.argv[1], *map(int, sys.argv[2:])
 cpu_ms = cpu * 1000 / hz
 share = 100 * cpu_ms / idle_ms if idle_ms else 0.0
-print("%-13s RSS %.1f MB after start, %.1f MB after %d ticks (peak %.1f MB, growth %+.1f MB); "
-      "CPU between ticks %.0f ms over %.0f s (%.3f %%)" % (name, first / 1024, last / 1024, ticks, peak / 1024,
-      (last - first) / 1024, cpu_ms, idle_ms / 1000, share))
+print("%-13s RSS %.1f MB as the phase starts, %.1f MB after its first tick, %.1f MB after %d ticks (peak %.1f MB; "
+      "growth from the first tick %+.1f MB); CPU between ticks %.0f ms over %.0f s (%.3f %%)"
+      % (name, first / 1024, tick1 / 1024, last / 1024, ticks, peak / 1024, (last - tick1) / 1024, cpu_ms,
+         idle_ms / 1000, share))
 EOF
 }
 
