@@ -471,31 +471,37 @@ TEST_P(EmailSignInTest, KnownAndUnknownAddressesGetTheSamePageInTheSameTime)
 {
     storage->createUser(u"ada@example.org"_s, std::nullopt, 0);
     Browser browser(baseUrl);
-    const QString token = browser.formToken(u"/login"_s);
-    auto ask = [&](const QString &email) {
-        QElapsedTimer timer;
-        timer.start();
-        const WebResult reply = browser.post(u"/login"_s, {{u"csrf"_s, token}, {u"email"_s, email}});
-        return std::pair {reply, timer.nsecsElapsed()};
-    };
-    QList<qint64> known;
-    QList<qint64> unknown;
-    for (int i = 0; i < 4; ++i) {
-        const auto [a, aTime] = ask(u"ada@example.org"_s);
-        const auto [b, bTime] = ask(u"nobody%1@example.org"_s.arg(i));
-        ASSERT_EQ(a.status, 200);
-        ASSERT_EQ(b.status, 200);
-        EXPECT_EQ(a.text(), b.text().replace(u"nobody%1@example.org"_s.arg(i), u"ada@example.org"_s));
-        known.append(aTime);
-        unknown.append(bTime);
+    int asked = 0;
+    for (const QString &path : {u"/login"_s, u"/register"_s}) {
+        const QString token = browser.formToken(path);
+        auto ask = [&](const QString &email) {
+            QElapsedTimer timer;
+            timer.start();
+            const WebResult reply = browser.post(path, {{u"csrf"_s, token}, {u"email"_s, email}});
+            ++asked;
+            return std::pair {reply, timer.nsecsElapsed()};
+        };
+        QList<qint64> known;
+        QList<qint64> unknown;
+        for (int i = 0; i < 4; ++i) {
+            const QString stranger = u"nobody%1@example.org"_s.arg(asked);
+            const auto [a, aTime] = ask(u"ada@example.org"_s);
+            const auto [b, bTime] = ask(stranger);
+            ASSERT_EQ(a.status, 200);
+            ASSERT_EQ(b.status, 200);
+            EXPECT_EQ(a.text(), b.text().replace(stranger, u"ada@example.org"_s)) << path.toStdString();
+            known.append(aTime);
+            unknown.append(bTime);
+        }
+        std::sort(known.begin(), known.end());
+        std::sort(unknown.begin(), unknown.end());
+        // Mail goes out in the background: neither reply waits for it, so both take the same few milliseconds.
+        const qint64 slower = std::max(known[1], unknown[1]);
+        const qint64 faster = std::min(known[1], unknown[1]);
+        EXPECT_LT(slower, faster * 3 + 20'000'000) << path.toStdString() << ": " << known[1] << " vs " << unknown[1];
+        clock.advance(60 * 60); // past the per-address limit for the next round
     }
-    std::sort(known.begin(), known.end());
-    std::sort(unknown.begin(), unknown.end());
-    // Mail goes out in the background: neither reply waits for it, so both take the same few milliseconds.
-    const qint64 slower = std::max(known[1], unknown[1]);
-    const qint64 faster = std::min(known[1], unknown[1]);
-    EXPECT_LT(slower, faster * 3 + 20'000'000) << known[1] << " vs " << unknown[1];
-    EXPECT_EQ(mailedLinks().size(), 8);
+    EXPECT_EQ(mailedLinks().size(), asked);
 }
 
 TEST_P(EmailSignInTest, TheMailedLinkSignsTheBrowserInOnceOrHandsTheAppItsToken)
