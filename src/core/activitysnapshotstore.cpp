@@ -132,18 +132,12 @@ void ActivitySnapshotStore::trim(qsizetype maxRecords, const DailyReportStore &r
 {
     const QDateTime startOfToday = m_clock->now().toLocalTime().date().startOfDay();
 
-    // Past days go only once their report exists, and is on disk: a report that only lives in
-    // memory would vanish with the records at the next start.
-    QSet<QString> reportedDays;
-    if (reportStore.isSaved()) {
-        for (const DailyReport &report : reportStore.reports()) {
-            reportedDays.insert(report.date);
-        }
-    }
-
+    // Past days go only once their report is on disk: a report that only lives in memory would
+    // vanish with the records at the next start.
     QSet<QUuid> removal;
     for (const ActivitySnapshot &snapshot : std::as_const(m_snapshots)) {
-        if (snapshot.timestamp < startOfToday && reportedDays.contains(TamloDataPaths::dateLabel(snapshot.timestamp))) {
+        if (snapshot.timestamp < startOfToday
+            && reportStore.hasSavedReport(TamloDataPaths::dateLabel(snapshot.timestamp))) {
             removal.insert(snapshot.id);
         }
     }

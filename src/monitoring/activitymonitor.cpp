@@ -479,11 +479,12 @@ QCoro::Task<bool> ActivityMonitor::finalizeDay(QDateTime date, bool removeFromSt
 QCoro::Task<> ActivityMonitor::deleteDayRecords(QDateTime before)
 {
     const qsizetype count = m_snapshotStore->count();
-    // Only days that have their report: a past day without one still goes through the catch-up.
+    // Only days whose report is on disk: a past day without one still goes through the catch-up,
+    // and one whose report could not be written keeps its records until it is.
     std::set<QDate> reported;
     const QList<ActivitySnapshot> records = m_snapshotStore->fetchAll();
     for (const ActivitySnapshot &record : records) {
-        if (record.timestamp < before && hasReportFor(record.timestamp)) {
+        if (record.timestamp < before && m_reportStore->hasSavedReport(TamloDataPaths::dateLabel(record.timestamp))) {
             reported.insert(localDate(record.timestamp));
         }
     }

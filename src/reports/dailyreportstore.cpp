@@ -62,6 +62,7 @@ void DailyReportStore::load()
         return u"Entry %1 is not a complete daily report."_s.arg(index + 1);
     });
     if (error.isEmpty()) {
+        rememberSavedDates();
         return;
     }
     const QString keptAs = StoreFile::setAside(m_filePath);
@@ -75,9 +76,18 @@ bool DailyReportStore::persist()
 {
     const QString error
         = m_writeBlocked ? StoreFile::writeBlockedNotice(m_filePath) : StoreFile::writeRecords(m_filePath, m_reports);
-    m_unsaved = !error.isEmpty();
-    if (m_unsaved) {
+    if (!error.isEmpty()) {
         m_logManager->log(u"❌ Failed to save daily reports: "_s + error, LogType::Error);
+        return false;
     }
-    return !m_unsaved;
+    rememberSavedDates();
+    return true;
+}
+
+void DailyReportStore::rememberSavedDates()
+{
+    m_savedDates.clear();
+    for (const DailyReport &report : std::as_const(m_reports)) {
+        m_savedDates.insert(report.date);
+    }
 }

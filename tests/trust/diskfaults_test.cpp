@@ -118,10 +118,7 @@ TEST_F(DiskFaultsTest, FullDiskKeepsEveryRecordAndCatchesUpWhenThereIsRoom)
 
 // A day closed while its report cannot be written stays pending: after a restart either the
 // report or the day's records are on disk, never neither.
-// Disabled until the day check's sweep of past records asks whether a day's report reached the
-// disk rather than whether it is in memory: today the sweep removes the day's records after a
-// failed report write, and a quit before the next report write loses the day.
-TEST_F(DiskFaultsTest, DISABLED_FullDiskWhileClosingADayLosesNeitherReportNorRecords)
+TEST_F(DiskFaultsTest, FullDiskWhileClosingADayLosesNeitherReportNorRecords)
 {
     monitor->configure();
     ASSERT_TRUE(QTest::qWaitFor([this] { return monitor->captureCount() == 1; }, 10000));
