@@ -93,6 +93,16 @@ HttpReply ApiEndpoints::verifyToken(const QHttpServerRequest &request)
     if (!document.isObject() || !token.isString() || token.toString().isEmpty()) {
         return HttpReply::error(400, u"The body must be a JSON object with a string token"_s);
     }
+    if (m_limiter) {
+        const std::optional<QString> email = m_signIn->linkEmail(token.toString());
+        if (const std::optional<qint64> wait = email
+                ? m_limiter->hit(u"exchange-email:"_s + *email, RateLimiter::tokenExchangePerEmail)
+                : std::nullopt) {
+            HttpReply reply = HttpReply::error(429, u"Too many sign-in attempts; try again later"_s);
+            reply.headers.emplaceBack(QByteArray("Retry-After"), QByteArray::number(*wait));
+            return reply;
+        }
+    }
     const SignInService::Verification verification = m_signIn->verify(token.toString());
     switch (verification.outcome) {
     case SignInService::Outcome::UnknownToken:

@@ -20,10 +20,12 @@ public:
         std::chrono::seconds window {0};
     };
 
-    // Sign-in forms and link pages, per client address and per e-mail address; token exchanges per client.
+    // Sign-in forms and token exchanges, each per client address and per e-mail address (an
+    // exchange's address is the one its link was made for).
     static constexpr Rule signInPerClient {20, std::chrono::minutes(10)};
     static constexpr Rule signInPerEmail {5, std::chrono::minutes(30)};
     static constexpr Rule tokenExchangePerClient {30, std::chrono::minutes(10)};
+    static constexpr Rule tokenExchangePerEmail {10, std::chrono::minutes(30)};
 
     explicit RateLimiter(const Clock *clock);
 

@@ -61,6 +61,12 @@ ServerUser SignInService::registerUser(const QString &email, const std::optional
     return m_storage->createUser(normalized, name, now());
 }
 
+std::optional<QString> SignInService::linkEmail(const QString &token)
+{
+    const std::optional<SignInLink> link = m_storage->signInLink(SecretToken::digest(token));
+    return link ? std::optional<QString>(link->email) : std::nullopt;
+}
+
 SignInService::Verification SignInService::verify(const QString &token)
 {
     return verify(token, SessionKind::App);

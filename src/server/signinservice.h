@@ -45,6 +45,8 @@ public:
     // The existing account of the address, or a new one.
     [[nodiscard]] std::optional<ServerUser> existingUser(const QString &email);
     ServerUser registerUser(const QString &email, const std::optional<QString> &name);
+    // The address a link was made for, whatever its state; none for an unknown token.
+    [[nodiscard]] std::optional<QString> linkEmail(const QString &token);
     [[nodiscard]] Verification verify(const QString &token);
     // The same checks; the session it makes is of the given kind.
     [[nodiscard]] Verification verify(const QString &token, SessionKind kind);

@@ -330,6 +330,12 @@ HttpReply WebPages::emailLink(const QHttpServerRequest &request)
             = m_limiter->hit(u"exchange:"_s + clientKey(request), RateLimiter::tokenExchangePerClient)) {
             return tooManyRequests(*wait);
         }
+        const std::optional<QString> email = m_signIn->linkEmail(linkToken);
+        if (const std::optional<qint64> wait = email
+                ? m_limiter->hit(u"exchange-email:"_s + *email, RateLimiter::tokenExchangePerEmail)
+                : std::nullopt) {
+            return tooManyRequests(*wait);
+        }
     }
     const SignInService::Verification verification = m_signIn->verify(linkToken, SessionKind::Web);
     switch (verification.outcome) {

@@ -261,6 +261,18 @@ TEST_P(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
     EXPECT_EQ(guessing.body, R"({"error":"Too many sign-in attempts; try again later"})");
     clock.advance(10 * 60);
     EXPECT_EQ(send("POST", u"/auth/verify-token"_s, tokenBody(u"guess"_s)).status, 401);
+
+    // Per address too: links made for one address can be tried ten times in half an hour.
+    QStringList links;
+    for (int i = 0; i < RateLimiter::tokenExchangePerEmail.limit + 1; ++i) {
+        links.append(ServerTest::signIn->createLink(u"zoe@example.org"_s));
+    }
+    for (int i = 0; i < RateLimiter::tokenExchangePerEmail.limit; ++i) {
+        ASSERT_EQ(send("POST", u"/auth/verify-token"_s, tokenBody(links[i])).status, 404);
+    }
+    const HttpResult perAddress = send("POST", u"/auth/verify-token"_s, tokenBody(links.last()));
+    EXPECT_EQ(perAddress.status, 429);
+    EXPECT_EQ(send("POST", u"/auth/verify-token"_s, tokenBody(u"guess"_s)).status, 401);
 }
 
 TEST_P(WebTest, RevokingASessionLocksItsAppOutAtOnce)
