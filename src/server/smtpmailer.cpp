@@ -1,5 +1,7 @@
 #include "server/smtpmailer.h"
 
+#include "server/tamlohttpserver.h"
+
 #include <QDateTime>
 #include <QLocale>
 #include <QUuid>
@@ -8,8 +10,6 @@
 
 #include <cstring>
 #include <mutex>
-
-Q_LOGGING_CATEGORY(lcMail, "tamlo.server.mail")
 
 using namespace Qt::StringLiterals;
 
@@ -81,7 +81,7 @@ void SmtpMailer::send(const OutgoingMail &mail)
 {
     m_pool.start([this, mail] {
         if (!deliver(mail)) {
-            qCWarning(lcMail) << "a sign-in mail could not be sent";
+            qCWarning(lcServer) << "a sign-in mail could not be sent";
         }
     });
 }
@@ -142,7 +142,7 @@ bool SmtpMailer::deliver(const OutgoingMail &mail) const
     }
     const CURLcode result = curl_easy_perform(curl);
     if (result != CURLE_OK) {
-        qCWarning(lcMail) << "SMTP:" << curl_easy_strerror(result);
+        qCWarning(lcServer) << "SMTP:" << curl_easy_strerror(result);
     }
     curl_slist_free_all(recipients);
     curl_easy_cleanup(curl);

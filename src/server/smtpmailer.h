@@ -2,13 +2,10 @@
 
 #include "server/mailer.h"
 
-#include <QLoggingCategory>
 #include <QString>
 #include <QThreadPool>
 
 #include <optional>
-
-Q_DECLARE_LOGGING_CATEGORY(lcMail)
 
 struct SmtpSettings
 {
