@@ -15,7 +15,7 @@ packages=(
     qt6-qpa-plugins qt6-wayland
     fonts-material-design-icons-iconfont fonts-dejavu-core
     googletest libgtest-dev libgmock-dev libbenchmark-dev
-    xvfb xauth x11-utils dbus dbus-x11
+    xvfb xauth x11-utils x11-apps xdotool dbus dbus-x11 at-spi2-core iproute2
     postgresql
     clang libclang-rt-14-dev
     libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
