@@ -1,4 +1,5 @@
 #include "app/tamloapp.h"
+#include "platform/memoryrelief.h"
 #include "platform/singleinstance.h"
 
 #include <QApplication>
@@ -12,6 +13,7 @@ using namespace Qt::StringLiterals;
 
 int main(int argc, char **argv)
 {
+    MemoryRelief::limitRetainedBuffers();
     QApplication application(argc, argv);
     QApplication::setApplicationName(u"Tamlo"_s);
     QApplication::setApplicationDisplayName(u"Tamlo"_s);

@@ -1,5 +1,6 @@
 #include "app/tamloapp.h"
 
+#include "platform/memoryrelief.h"
 #include "platform/singleinstance.h"
 #include "platform/traypanel.h"
 #include "ui/tamlotheme.h"
@@ -17,7 +18,8 @@ Q_LOGGING_CATEGORY(lcApp, "tamlo.app")
 
 namespace {
 const QSize panelSize(320, 600);
-}
+constexpr auto memoryReliefDelay = std::chrono::seconds(1);
+} // namespace
 
 TamloApp::TamloApp(QObject *parent)
     : QObject(parent)
@@ -62,6 +64,14 @@ TamloApp::TamloApp(QObject *parent)
     m_appDelegate.setUrlHandler([this](const QString &url) { m_urlRouter.handleURL(url); });
     connect(&m_mainScreen, &MainScreenModel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     connect(&m_login, &LoginViewModel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+
+    // A tick ends with a record or an error; a moment later its image buffers are free to go back.
+    m_memoryRelief.setSingleShot(true);
+    m_memoryRelief.setInterval(memoryReliefDelay);
+    connect(&m_memoryRelief, &QTimer::timeout, this, &MemoryRelief::releaseFreedMemory);
+    const auto afterTick = [this] { m_memoryRelief.start(); };
+    connect(&m_monitor, &ActivityMonitor::captureCountChanged, this, afterTick);
+    connect(&m_monitor, &ActivityMonitor::lastErrorChanged, this, afterTick);
 }
 
 TamloApp::~TamloApp()

@@ -27,6 +27,7 @@
 
 #include <QNetworkAccessManager>
 #include <QObject>
+#include <QTimer>
 
 #include <memory>
 
@@ -87,6 +88,7 @@ private:
     UrlRouter m_urlRouter;
     LinuxDesktopActions m_desktop;
     XdgAutostart m_autostart;
+    QTimer m_memoryRelief;
     MainScreenModel m_mainScreen;
     AppGateModel m_gate;
     LoginViewModel m_login;
