@@ -69,6 +69,7 @@ ActivitySnapshotStore::ActivitySnapshotStore(
 void ActivitySnapshotStore::add(const ActivitySnapshot &snapshot)
 {
     m_snapshots.append(snapshot);
+    m_encoded.append(QByteArray());
     persist();
 }
 
@@ -109,6 +110,7 @@ void ActivitySnapshotStore::updateNote(const QUuid &id, const QString &note)
         return;
     }
     found->userNote = note;
+    m_encoded[std::distance(m_snapshots.begin(), found)].clear();
     const QStringList projects = UserPreferences::parsedList(m_settings->string(SettingsKey::userProjects));
     const QString project = UserPreferences::normalizedLabel(note, projects);
     if (project != UserPreferences::otherLabel) {
@@ -164,15 +166,34 @@ void ActivitySnapshotStore::trim(qsizetype maxRecords, const DailyReportStore &r
     if (removal.isEmpty()) {
         return;
     }
-    m_snapshots.removeIf([&removal](const ActivitySnapshot &snapshot) { return removal.contains(snapshot.id); });
+    removeRecordsIf([&removal](const ActivitySnapshot &snapshot) { return removal.contains(snapshot.id); });
     persist();
 }
 
 void ActivitySnapshotStore::removeIf(const std::function<bool(const ActivitySnapshot &)> &predicate)
 {
-    if (m_snapshots.removeIf(predicate) > 0) {
+    if (removeRecordsIf(predicate) > 0) {
         persist();
     }
+}
+
+qsizetype ActivitySnapshotStore::removeRecordsIf(const std::function<bool(const ActivitySnapshot &)> &predicate)
+{
+    qsizetype kept = 0;
+    for (qsizetype i = 0; i < m_snapshots.size(); ++i) {
+        if (predicate(m_snapshots.at(i))) {
+            continue;
+        }
+        if (kept != i) {
+            m_snapshots[kept] = std::move(m_snapshots[i]);
+            m_encoded[kept] = std::move(m_encoded[i]);
+        }
+        ++kept;
+    }
+    const qsizetype removed = m_snapshots.size() - kept;
+    m_snapshots.resize(kept);
+    m_encoded.resize(kept);
+    return removed;
 }
 
 void ActivitySnapshotStore::load()
@@ -182,6 +203,7 @@ void ActivitySnapshotStore::load()
     }
     const QString error = StoreFile::readRecords(m_filePath, m_snapshots, describeBadEntry);
     if (error.isEmpty()) {
+        m_encoded = QList<QByteArray>(m_snapshots.size());
         return;
     }
     // One bad record empties the list in memory, so the file must be out of the way before the
@@ -195,8 +217,17 @@ void ActivitySnapshotStore::load()
 
 void ActivitySnapshotStore::persist()
 {
-    const QString error
-        = m_writeBlocked ? StoreFile::writeBlockedNotice(m_filePath) : StoreFile::writeRecords(m_filePath, m_snapshots);
+    QString error;
+    if (m_writeBlocked) {
+        error = StoreFile::writeBlockedNotice(m_filePath);
+    } else {
+        for (qsizetype i = 0; i < m_snapshots.size(); ++i) {
+            if (m_encoded.at(i).isEmpty()) {
+                m_encoded[i] = StoreFile::compactJson(m_snapshots.at(i).toJson());
+            }
+        }
+        error = StoreFile::writeAtomically(m_filePath, StoreFile::joinedArray(m_encoded));
+    }
     if (!error.isEmpty()) {
         m_logManager->log(u"❌ Failed to save snapshots: "_s + error, LogType::Error);
     }

@@ -2,6 +2,7 @@
 
 #include "core/activitysnapshot.h"
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QList>
 #include <QString>
@@ -52,12 +53,17 @@ private:
     void load();
     void persist();
     void removeIf(const std::function<bool(const ActivitySnapshot &)> &predicate);
+    // Removes the records the predicate picks, with their encodings; returns how many went.
+    qsizetype removeRecordsIf(const std::function<bool(const ActivitySnapshot &)> &predicate);
 
     QString m_filePath;
     LogManager *m_logManager = nullptr;
     const Settings *m_settings = nullptr;
     const Clock *m_clock = nullptr;
     QList<ActivitySnapshot> m_snapshots;
+    // Each record's compact JSON, index for index with m_snapshots; empty until first written and
+    // again after the record changes. Encoding every record on every save dwarfs the write itself.
+    QList<QByteArray> m_encoded;
     // Set when an unreadable file could not be moved out of the way: the store then never writes
     // over it, so whatever it holds can still be rescued by hand.
     bool m_writeBlocked = false;

@@ -6,6 +6,8 @@
 #include <QJsonParseError>
 #include <QSaveFile>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 QString StoreFile::writeAtomically(const QString &path, const QByteArray &bytes)
@@ -25,6 +27,30 @@ QString StoreFile::writeAtomically(const QString &path, const QByteArray &bytes)
         return file.errorString();
     }
     return {};
+}
+
+QByteArray StoreFile::compactJson(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+QByteArray StoreFile::joinedArray(const QList<QByteArray> &elements)
+{
+    qsizetype size = 2 + std::max<qsizetype>(elements.size() - 1, 0);
+    for (const QByteArray &element : elements) {
+        size += element.size();
+    }
+    QByteArray bytes;
+    bytes.reserve(size);
+    bytes.append('[');
+    for (qsizetype i = 0; i < elements.size(); ++i) {
+        if (i > 0) {
+            bytes.append(',');
+        }
+        bytes.append(elements.at(i));
+    }
+    bytes.append(']');
+    return bytes;
 }
 
 QString StoreFile::setAside(const QString &path)

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QJsonValue>
 #include <QList>
 #include <QString>
@@ -55,6 +56,12 @@ template<typename T, typename DescribeBadEntry>
     records = std::move(decoded);
     return {};
 }
+
+// One record's compact JSON, exactly as it appears inside the compact form of an array holding it.
+[[nodiscard]] QByteArray compactJson(const QJsonObject &object);
+// The compact JSON array of elements already in compact form: the same bytes the array's own
+// QJsonDocument::toJson(Compact) gives, without encoding anything again.
+[[nodiscard]] QByteArray joinedArray(const QList<QByteArray> &elements);
 
 // Writes records as one compact JSON array of their toJson() forms, atomically. Returns the
 // failure's description, or an empty string.

@@ -254,3 +254,47 @@ TEST_F(ActivitySnapshotStoreTest, AFailedWriteLosesNothingInMemory)
     store->save();
     EXPECT_EQ(descriptionsOf(openStore()->fetchAll()), (QStringList {u"kept on disk"_s, u"only in memory"_s}));
 }
+
+TEST_F(ActivitySnapshotStoreTest, EveryChangeWritesExactlyTheArraysOwnCompactForm)
+{
+    m_settings.setString(SettingsKey::userProjects, u"Website, Tamlo"_s);
+    DailyReportStore reports(m_folder + u"/daily-reports.json"_s, &m_log);
+    const auto expectFileMatchesStore = [this](const ActivitySnapshotStore &store) {
+        QJsonArray array;
+        for (const ActivitySnapshot &snapshot : store.fetchAll()) {
+            array.append(snapshot.toJson());
+        }
+        EXPECT_EQ(readBytes(m_file), QJsonDocument(array).toJson(QJsonDocument::Compact));
+    };
+
+    auto store = openStore();
+    const QDateTime morning = m_today.startOfDay().addSecs(8 * 3600);
+    QList<QUuid> ids;
+    for (int i = 0; i < 6; ++i) {
+        // Fractions of a second, quotes, control characters and non-ASCII text exercise the
+        // number and string forms.
+        ActivitySnapshot snapshot = at(morning.addMSecs(i * 30250), u"Step %1: “quoted” \"raw\"\t✓"_s.arg(i));
+        if (i % 2 == 0) {
+            snapshot.projectName.reset();
+        }
+        ids.append(snapshot.id);
+        store->add(snapshot);
+        expectFileMatchesStore(*store);
+    }
+    store->updateNote(ids[1], u"Tamlo release"_s);
+    expectFileMatchesStore(*store);
+    store->deleteRange(morning.addSecs(60), morning.addSecs(80));
+    EXPECT_EQ(store->count(), 5);
+    expectFileMatchesStore(*store);
+    store->trim(3, reports);
+    EXPECT_EQ(store->count(), 3);
+    expectFileMatchesStore(*store);
+
+    // A store read back from the file changes the same way.
+    auto reopened = openStore();
+    reopened->updateNote(ids[5], u"Website copy"_s);
+    reopened->add(at(morning.addSecs(600)));
+    expectFileMatchesStore(*reopened);
+    reopened->deleteBefore(morning.addDays(1));
+    EXPECT_EQ(readBytes(m_file), "[]");
+}
