@@ -131,7 +131,7 @@ TEST_F(CaptureCycleTest, ScreenStateFollowsRealBusSignalsOnlyWhileMonitoring)
 
 TEST_F(CaptureCycleTest, ATickThatSeesTheLockWhileWaitingForTheModelStillRecordsItsAnalysis)
 {
-    analysisDelayMs = 1500;
+    analysis.delayMs = 1500;
     monitor->startMonitoring();
     ASSERT_TRUE(waitFor([&] { return analysisRequests() == 1; }));
     sendScreenSaver(u"org.freedesktop.ScreenSaver"_s, true);

@@ -242,7 +242,7 @@ TEST_F(DayRolloverTest, ACheckWhileAnotherIsFinalisingDoesNotFinaliseTheDayAgain
     addRecord(at(2026, 3, 9, 9));
     launch();
     ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
-    summaryReply
+    summary
         = StandInServer::Reply {200, chatBody(QJsonObject {{u"summary"_s, u"A slow day."_s}}), "application/json", 300};
 
     clock.set(at(2026, 3, 10, 0, 1));

@@ -51,7 +51,7 @@ TEST_F(RecordingTest, AnAnalysedTickStoresTheModelsAnswerWithTheHashOfTheSentIma
 
 TEST_F(RecordingTest, ModelFailureCountsTheScreenshotOnlyAndTheErrorStaysUntilAGoodAnalysis)
 {
-    analysisReply = StandInServer::Reply {500, R"({"error":"model crashed"})"};
+    analysis = StandInServer::Reply {500, R"({"error":"model crashed"})"};
     QCoro::waitFor(monitor->performCapture());
     EXPECT_TRUE(monitor->lastError().startsWith(u"AI analysis failed: "_s)) << monitor->lastError().toStdString();
     EXPECT_EQ(monitor->screenshotCount(), 1);
@@ -70,7 +70,7 @@ TEST_F(RecordingTest, ModelFailureCountsTheScreenshotOnlyAndTheErrorStaysUntilAG
     EXPECT_EQ(monitor->captureCount(), 1);
     EXPECT_EQ(monitor->lastError(), error);
 
-    analysisReply.reset();
+    analysis = goodAnalysis;
     sendScreenSaver(u"org.freedesktop.ScreenSaver"_s, false);
     ASSERT_TRUE(waitFor([&] { return monitor->screenState() == ScreenState::Active; }));
     QCoro::waitFor(monitor->performCapture());

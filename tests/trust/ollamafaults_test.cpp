@@ -32,7 +32,7 @@ TEST_P(OllamaFaultsTest, AFailedTickRecordsNothingAndTheNextOneRecovers)
     EXPECT_EQ(recordsOnDisk(), 1);
     EXPECT_EQ(monitor->captureCount(), 1);
 
-    analysis = StandInServer::Reply {200, analysisReply()};
+    analysis = goodAnalysis;
     tick();
     EXPECT_TRUE(monitor->lastError().isEmpty());
     EXPECT_EQ(snapshotStore->count(), 2);

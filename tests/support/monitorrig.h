@@ -1,0 +1,136 @@
+#pragma once
+
+#include "ai/llmservice.h"
+#include "core/activitysnapshotstore.h"
+#include "core/apppaths.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "monitoring/activitymonitor.h"
+#include "monitoring/screencaptureservice.h"
+#include "reports/dailyreportservice.h"
+#include "reports/dailyreportstore.h"
+
+#include "fakeclock.h"
+#include "logmessages.h"
+#include "standinollama.h"
+#include "standinserver.h"
+#include "stillimagegrabber.h"
+
+#include <QCoroTask>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// The monitor and the services under it on real parts: settings and stores in a temporary home,
+// the model client against a stand-in Ollama, a still screen and a fake clock. The fixture built
+// on it brings the screen events and decides when the parts are built.
+class MonitorRig : public ::testing::Test
+{
+protected:
+    // The model describes every screenshot as coding on Tamlo with activity, and every day as daySummary.
+    MonitorRig(const QString &activity, const QString &daySummary)
+        : goodAnalysis {200,
+            StandInOllama::chatBody(QJsonObject {{QStringLiteral("category"), QStringLiteral("Coding")},
+                {QStringLiteral("projectName"), QStringLiteral("Tamlo")},
+                {QStringLiteral("activityDescription"), activity}})}
+        , goodSummary {200, StandInOllama::chatBody(QJsonObject {{QStringLiteral("summary"), daySummary}})}
+        , analysis(goodAnalysis)
+        , summary(goodSummary)
+    {
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(home.isValid());
+        paths = AppPaths::underHome(home.path());
+        settings = std::make_unique<Settings>(paths.settingsFile);
+        settings->setString(SettingsKey::userProjects, QStringLiteral("Tamlo, Garden"));
+        settings->setString(SettingsKey::categorizeBy, QStringLiteral("Coding, Writing"));
+
+        ollama.on(
+            "GET", "/api/tags", StandInServer::Reply {200, StandInOllama::tagsBody({QStringLiteral("qwen3-vl:2b")})});
+        // Analysis requests carry an image; the day summary does not.
+        ollama.on("POST", "/api/chat", [this](const StandInServer::Request &request) {
+            return request.body.contains("\"images\"") ? analysis : summary;
+        });
+        logManager = std::make_unique<LogManager>(&clock);
+    }
+
+    void TearDown() override
+    {
+        monitor.reset();
+        QTest::qWait(0);
+    }
+
+    // Everything under the monitor, afresh: building it again is a restart on the same data.
+    void buildParts()
+    {
+        snapshotStore
+            = std::make_unique<ActivitySnapshotStore>(paths.snapshotsFile(), logManager.get(), settings.get(), &clock);
+        reportStore = std::make_unique<DailyReportStore>(paths.dailyReportsFile(), logManager.get());
+        llm = std::make_unique<LLMService>(
+            &nam, settings.get(), logManager.get(), ollamaUrl.isEmpty() ? ollama.url() : ollamaUrl, &clock);
+        llm->configure();
+        reportService = std::make_unique<DailyReportService>(
+            llm.get(), logManager.get(), settings.get(), &clock, paths.exportRoot);
+        capture = std::make_unique<ScreenCaptureService>(nullptr, &grabber, ScreenCaptureService::SessionType::X11);
+    }
+
+    // A new monitor on the parts, taking its screenshots through screenCapture (the still screen when null).
+    template<typename Events>
+    void buildMonitor(ScreenCaptureService *screenCapture, Events *events)
+    {
+        monitor.reset();
+        monitor = std::make_unique<ActivityMonitor>(ActivityMonitor::Services {
+            .snapshotStore = snapshotStore.get(),
+            .reportStore = reportStore.get(),
+            .reportService = reportService.get(),
+            .llmService = llm.get(),
+            .logManager = logManager.get(),
+            .settings = settings.get(),
+            .clock = &clock,
+            .screenCapture = screenCapture ? screenCapture : capture.get(),
+            .screenEvents = events,
+            .wakeEvents = events,
+        });
+    }
+
+    void tick()
+    {
+        clock.advance(30);
+        QCoro::waitFor(monitor->performCapture());
+    }
+
+    // Event log messages, oldest first, once the log has caught up.
+    [[nodiscard]] QStringList messages() const
+    {
+        QTest::qWait(0);
+        return logMessages(*logManager);
+    }
+
+    QTemporaryDir home;
+    AppPaths paths;
+    FakeClock clock {QDateTime(QDate(2026, 3, 9), QTime(10, 0))};
+    StandInServer ollama;
+    QUrl ollamaUrl; // the stand-in's when empty
+    const StandInServer::Reply goodAnalysis;
+    const StandInServer::Reply goodSummary;
+    StandInServer::Reply analysis;
+    StandInServer::Reply summary;
+    QNetworkAccessManager nam;
+    StillImageGrabber grabber;
+
+    std::unique_ptr<Settings> settings;
+    std::unique_ptr<LogManager> logManager;
+    std::unique_ptr<ActivitySnapshotStore> snapshotStore;
+    std::unique_ptr<DailyReportStore> reportStore;
+    std::unique_ptr<LLMService> llm;
+    std::unique_ptr<DailyReportService> reportService;
+    std::unique_ptr<ScreenCaptureService> capture;
+    std::unique_ptr<ActivityMonitor> monitor;
+};
