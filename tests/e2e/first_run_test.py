@@ -348,17 +348,17 @@ class Run:
         base["PATH"] = os.path.dirname(opener) + os.pathsep + base.get("PATH", "/usr/bin:/bin")
         self.env = base
 
-        # A display nobody holds, found as Xvfb itself marks one as taken; another test may
-        # take the same one at the same moment, so a refused start moves on to the next.
-        for display in (n for n in range(90, 400) if not os.path.exists("/tmp/.X%d-lock" % n)
-                        and not os.path.exists("/tmp/.X11-unix/X%d" % n)):
-            xvfb = self.start("xvfb", ["Xvfb", ":%d" % display, "-screen", "0", "1280x800x24", "-nolisten", "tcp"])
-            wait_for("Xvfb on :%d" % display, lambda: xvfb.poll() is not None or subprocess.run(
-                ["xdpyinfo", "-display", ":%d" % display], capture_output=True).returncode == 0, 20)
-            if xvfb.poll() is None:
-                break
-        check(xvfb.poll() is None, "Xvfb ended: " + self.log_text("xvfb"))
-        self.env["DISPLAY"] = ":%d" % display
+        # Xvfb picks a display nobody holds and names it once it accepts connections, so a test
+        # running beside this one can never leave it talking to a display that is about to go.
+        read_end, write_end = os.pipe()
+        xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x800x24",
+                                   "-nolisten", "tcp"], pass_fds=(write_end,))
+        os.close(write_end)
+        ready, _, _ = select.select([read_end], [], [], 20)
+        display = os.read(read_end, 64).decode().strip() if ready else ""
+        os.close(read_end)
+        check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
+        self.env["DISPLAY"] = ":" + display
 
         bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                          stdout=subprocess.PIPE)
