@@ -350,13 +350,15 @@ class Run:
 
         # Xvfb picks a display nobody holds and names it once it accepts connections, so a test
         # running beside this one can never leave it talking to a display that is about to go.
+        # The read end stays open for the whole run: a server that writes to it again and finds it
+        # closed ends itself.
         read_end, write_end = os.pipe()
-        xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x800x24",
+        self.display_pipe = read_end
+        xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1280x800x24",
                                    "-nolisten", "tcp"], pass_fds=(write_end,))
         os.close(write_end)
         ready, _, _ = select.select([read_end], [], [], 20)
         display = os.read(read_end, 64).decode().strip() if ready else ""
-        os.close(read_end)
         check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
         self.env["DISPLAY"] = ":" + display
 

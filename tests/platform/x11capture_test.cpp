@@ -51,7 +51,7 @@ public:
         // Xvfb picks a display nobody holds and prints it once it accepts connections, so a test
         // running beside this one can never leave us talking to its display.
         m_server.start(program,
-            {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s,
+            {u"-displayfd"_s, u"1"_s, u"-noreset"_s, u"-screen"_s, u"0"_s,
                 u"%1x%2x24"_s.arg(screenSize().width()).arg(screenSize().height()), u"-nolisten"_s, u"tcp"_s});
         if (m_server.waitForStarted(5000)) {
             while (!m_server.canReadLine() && m_server.waitForReadyRead(10000)) { }
