@@ -38,7 +38,6 @@ try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
-    from selenium.webdriver.support import expected_conditions
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError as error:  # pragma: no cover - depends on the machine
     print(f"SKIP: {error.name} is not installed (Debian: python3-selenium, python3-aiosmtpd)")
@@ -182,9 +181,15 @@ class Round:
         buttons = self.driver.find_elements(By.CSS_SELECTOR, "main button[type=submit]")
         if button_text:
             buttons = [b for b in buttons if b.text == button_text]
-        page = self.driver.find_element(By.TAG_NAME, "html")
-        buttons[0].click()
-        WebDriverWait(self.driver, 15).until(expected_conditions.staleness_of(page))
+        self.click_through(buttons[0])
+
+    def click_through(self, element):
+        """Clicks and waits for the next page. The old page is marked on its window object, not held
+        by an element reference: newer drivers report a stale reference with a generic error."""
+        self.driver.execute_script("window.tamloOldPage = true;")
+        element.click()
+        WebDriverWait(self.driver, 15).until(lambda driver: driver.execute_script(
+            "return window.tamloOldPage === undefined && document.readyState === 'complete';"))
 
     def mailed_link(self, count):
         recipients, message = self.catcher.wait_for(count)
@@ -258,9 +263,7 @@ class Round:
         self.open("/days")
         check("active" in self.text() and "Website" in self.text(), self.text())
         self.shoot("days")
-        page = self.driver.find_element(By.TAG_NAME, "html")
-        self.driver.find_element(By.CSS_SELECTOR, "article.day h2 a").click()
-        WebDriverWait(self.driver, 15).until(expected_conditions.staleness_of(page))
+        self.click_through(self.driver.find_element(By.CSS_SELECTOR, "article.day h2 a"))
         check("Editing the day page, record 12" in self.text(), self.text())
         check("Screen locked" in self.text(), self.text())
         check("Note: shipped the export" in self.text(), self.text())
@@ -285,9 +288,7 @@ class Round:
         self.shoot("devices")
         rows = self.driver.find_elements(By.CSS_SELECTOR, "tbody tr")
         app_row = [row for row in rows if "Tamlo app" in row.text][0]
-        page = self.driver.find_element(By.TAG_NAME, "html")
-        app_row.find_element(By.TAG_NAME, "button").click()
-        WebDriverWait(self.driver, 15).until(expected_conditions.staleness_of(page))
+        self.click_through(app_row.find_element(By.TAG_NAME, "button"))
         check("Tamlo app" not in self.text(), self.text())
         after = self.client("sync")
         check(not after["authenticated"], f"the app is still signed in: {after}")
