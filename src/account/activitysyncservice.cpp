@@ -61,7 +61,7 @@ std::optional<bool> decodeSyncRequested(const QByteArray &body)
 
 ActivitySyncService::ActivitySyncService(ActivitySnapshotStore *snapshotStore, AuthService *authService,
     QNetworkAccessManager *nam, AppConfig config, Settings *settings, LogManager *logManager, const Clock *clock,
-    QObject *parent)
+    BackendTimeouts timeouts, QObject *parent)
     : QObject(parent)
     , m_snapshotStore(snapshotStore)
     , m_authService(authService)
@@ -70,6 +70,7 @@ ActivitySyncService::ActivitySyncService(ActivitySnapshotStore *snapshotStore, A
     , m_settings(settings)
     , m_logManager(logManager)
     , m_clock(clock)
+    , m_timeouts(timeouts)
     , m_lastSyncDate(settings->date(SettingsKey::activityLastSyncDate))
 {
     m_syncTimer.setInterval(syncInterval);
@@ -135,7 +136,7 @@ QCoro::Task<> ActivitySyncService::checkSyncRequest()
     if (!url) {
         co_return;
     }
-    const BackendReply reply = co_await BackendRequest::get(m_nam, *url, *token, statusTimeout);
+    const BackendReply reply = co_await BackendRequest::get(m_nam, *url, *token, m_timeouts.status);
     if (!reply.isSuccess()) {
         co_return;
     }
@@ -202,7 +203,7 @@ QCoro::Task<> ActivitySyncService::uploadDays(QString token, QList<SyncDayPayloa
         .backfillComplete = backfillComplete,
         .days = days,
     };
-    const BackendReply reply = co_await BackendRequest::postJson(m_nam, *url, token, body.encoded(), uploadTimeout);
+    const BackendReply reply = co_await BackendRequest::postJson(m_nam, *url, token, body.encoded(), m_timeouts.upload);
 
     if (!reply.status) {
         if (!reply.transportError.isNull()) {
@@ -232,7 +233,7 @@ QCoro::Task<> ActivitySyncService::validateSessionBeforeLogout(QString token)
         m_authService->logout();
         co_return;
     }
-    const BackendReply reply = co_await BackendRequest::get(m_nam, *url, token, sessionCheckTimeout);
+    const BackendReply reply = co_await BackendRequest::get(m_nam, *url, token, m_timeouts.sessionCheck);
     if (reply.status == 401) {
         m_authService->logout();
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "account/appconfig.h"
+#include "account/backendrequest.h"
 #include "account/syncrequestbody.h"
 
 #include <QCoroTask>
@@ -37,12 +38,10 @@ public:
     static constexpr auto pollInterval = std::chrono::seconds(60);
     static constexpr int backfillDepthDays = 90;
     static constexpr int backfillBatchDays = 7;
-    static constexpr auto uploadTimeout = std::chrono::seconds(120);
-    static constexpr auto statusTimeout = std::chrono::seconds(15);
-    static constexpr auto sessionCheckTimeout = std::chrono::seconds(15);
 
     ActivitySyncService(ActivitySnapshotStore *snapshotStore, AuthService *authService, QNetworkAccessManager *nam,
-        AppConfig config, Settings *settings, LogManager *logManager, const Clock *clock, QObject *parent = nullptr);
+        AppConfig config, Settings *settings, LogManager *logManager, const Clock *clock, BackendTimeouts timeouts = {},
+        QObject *parent = nullptr);
 
     [[nodiscard]] std::optional<QDateTime> lastSyncDate() const { return m_lastSyncDate; }
     [[nodiscard]] bool isSyncing() const { return m_isSyncing; }
@@ -88,6 +87,7 @@ private:
     Settings *m_settings = nullptr;
     LogManager *m_logManager = nullptr;
     const Clock *m_clock = nullptr;
+    BackendTimeouts m_timeouts;
 
     std::optional<QDateTime> m_lastSyncDate;
     bool m_isSyncing = false;

@@ -100,10 +100,12 @@ std::optional<QString> errorField(const QByteArray &data)
 }
 } // namespace
 
-AuthService::AuthService(QNetworkAccessManager *nam, AppConfig config, const QString &credentialsDir, QObject *parent)
+AuthService::AuthService(QNetworkAccessManager *nam, AppConfig config, const QString &credentialsDir,
+    BackendTimeouts timeouts, QObject *parent)
     : QObject(parent)
     , m_nam(nam)
     , m_config(std::move(config))
+    , m_timeouts(timeouts)
     , m_storage(credentialsDir, QString::fromLatin1(serviceId))
 {
     restoreSession();
@@ -128,7 +130,8 @@ QCoro::Task<> AuthService::verifyMagicLinkToken(QString token)
             throw AuthError(AuthError::Kind::InvalidURL);
         }
         const QByteArray body = QJsonDocument(QJsonObject {{u"token"_s, token}}).toJson(QJsonDocument::Compact);
-        const BackendReply reply = co_await BackendRequest::postJson(m_nam, *url, QString(), body, verifyTokenTimeout);
+        const BackendReply reply
+            = co_await BackendRequest::postJson(m_nam, *url, QString(), body, m_timeouts.verifyToken);
         if (!reply.status && !reply.transportError.isNull()) {
             throw DescribedError(reply.transportError);
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "account/appconfig.h"
+#include "account/backendrequest.h"
 #include "account/keychainservice.h"
 #include "account/tamlouser.h"
 
@@ -26,11 +27,11 @@ class AuthService : public QObject
     Q_PROPERTY(QString error READ errorText NOTIFY errorChanged)
 
 public:
-    static constexpr auto verifyTokenTimeout = std::chrono::seconds(15);
     static constexpr auto serviceId = "mirevon.Tamlo";
 
     // The stored session is restored here, without asking the backend.
-    AuthService(QNetworkAccessManager *nam, AppConfig config, const QString &credentialsDir, QObject *parent = nullptr);
+    AuthService(QNetworkAccessManager *nam, AppConfig config, const QString &credentialsDir,
+        BackendTimeouts timeouts = {}, QObject *parent = nullptr);
 
     [[nodiscard]] bool isAuthenticated() const { return m_isAuthenticated; }
     [[nodiscard]] std::optional<TamloUser> currentUser() const { return m_currentUser; }
@@ -67,6 +68,7 @@ private:
 
     QNetworkAccessManager *m_nam = nullptr;
     AppConfig m_config;
+    BackendTimeouts m_timeouts;
     KeychainService m_storage;
     bool m_isAuthenticated = false;
     std::optional<TamloUser> m_currentUser;

@@ -1,5 +1,7 @@
 #include "account/backendrequest.h"
 
+#include "core/transporttext.h"
+
 #include <QCoroNetworkReply>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -31,7 +33,7 @@ QCoro::Task<BackendReply> finish(QNetworkReply *sent)
         result.status = status.toInt();
         result.body = reply->readAll();
     } else if (reply->error() != QNetworkReply::NoError) {
-        result.transportError = reply->errorString();
+        result.transportError = transportErrorText(reply.get());
     }
     co_return result;
 }

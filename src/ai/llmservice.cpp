@@ -7,6 +7,7 @@
 #include "core/clock.h"
 #include "core/logmanager.h"
 #include "core/settings.h"
+#include "core/transporttext.h"
 #include "core/userpreferences.h"
 #include "reports/activityreportcalculator.h"
 
@@ -185,13 +186,14 @@ QJsonObject LLMService::analysisRequestBody(const QString &tag, const QString &p
 }
 
 LLMService::LLMService(QNetworkAccessManager *nam, Settings *settings, LogManager *logManager, QUrl baseUrl,
-    const Clock *clock, QObject *parent)
+    const Clock *clock, LLMTimeouts timeouts, QObject *parent)
     : QObject(parent)
     , m_nam(nam)
     , m_settings(settings)
     , m_logManager(logManager)
     , m_localModelURL(std::move(baseUrl))
     , m_clock(clock)
+    , m_timeouts(timeouts)
 {
 }
 
@@ -233,7 +235,7 @@ QCoro::Task<QStringList> LLMService::fetchInstalledModelNames()
     QUrl url = m_localModelURL;
     url.setPath(u"/api/tags"_s);
     QNetworkRequest request(url);
-    request.setTransferTimeout(int(std::chrono::milliseconds(tagsTimeout).count()));
+    request.setTransferTimeout(int(m_timeouts.tags.count()));
     ReplyPtr reply(m_nam->get(request));
     co_await reply.get();
 
@@ -296,7 +298,7 @@ QCoro::Task<QByteArray> LLMService::postChat(QJsonObject body, std::chrono::mill
 
     const std::optional<int> status = httpStatus(reply.get());
     if (isTransportFailure(reply.get(), status)) {
-        throw TransportError(reply->error(), reply->errorString());
+        throw TransportError(reply->error(), transportErrorText(reply.get()));
     }
     const QByteArray replyBody = reply->readAll();
     if (!isSuccess(status)) {
@@ -339,7 +341,7 @@ QCoro::Task<AIAnalysisResult> LLMService::analyzeScreenshotWithLocalModel(QByteA
     QJsonObject body
         = analysisRequestBody(tag, analysisPrompt(categories, projects), QString::fromLatin1(imageData.toBase64()));
     imageData.clear();
-    const QByteArray replyBody = co_await postChat(std::move(body), analysisTimeout, u"Local model error"_s);
+    const QByteArray replyBody = co_await postChat(std::move(body), m_timeouts.analysis, u"Local model error"_s);
 
     const QJsonValue envelope = parseJsonValue(replyBody);
     const QJsonValue messageValue = envelope.toObject().value(u"message"_s);
@@ -401,7 +403,7 @@ QCoro::Task<DaySummaryResult> LLMService::requestDaySummary(QString prompt)
         {u"format"_s, u"json"_s},
         {u"options"_s, QJsonObject {{u"num_predict"_s, 1024}}},
     };
-    const QByteArray replyBody = co_await postChat(body, daySummaryTimeout, u"Day summary request failed"_s);
+    const QByteArray replyBody = co_await postChat(body, m_timeouts.daySummary, u"Day summary request failed"_s);
 
     const QString content = OllamaResponseParser::extractAssistantContent(replyBody);
     const QJsonObject object = OllamaResponseParser::parseJSONObject(content);

@@ -40,6 +40,14 @@ struct DaySummaryResult
     friend bool operator==(const DaySummaryResult &, const DaySummaryResult &) = default;
 };
 
+// How long each kind of request to the model server may take; tests shorten them.
+struct LLMTimeouts
+{
+    std::chrono::milliseconds tags = std::chrono::seconds(3);
+    std::chrono::milliseconds analysis = std::chrono::seconds(60);
+    std::chrono::milliseconds daySummary = std::chrono::seconds(180);
+};
+
 // The one client of the local Ollama server: model choice, installed models, analysis and day summary.
 //
 // Errors raised by the suspending calls: LLMError (ai/llmerror.h) for what the service decides,
@@ -58,9 +66,6 @@ class LLMService : public QObject
 public:
     static inline const QString defaultModelName = QStringLiteral("qwen3-vl:2b");
     static constexpr auto installedModelsCacheTTL = std::chrono::seconds(30);
-    static constexpr auto tagsTimeout = std::chrono::seconds(3);
-    static constexpr auto analysisTimeout = std::chrono::seconds(60);
-    static constexpr auto daySummaryTimeout = std::chrono::seconds(180);
     // Group limits of the day summary's attempts, in order.
     static constexpr int daySummaryGroupLimits[] = {50, 30, 15};
 
@@ -70,7 +75,7 @@ public:
     [[nodiscard]] static QStringList availableModelNames();
 
     LLMService(QNetworkAccessManager *nam, Settings *settings, LogManager *logManager, QUrl baseUrl, const Clock *clock,
-        QObject *parent = nullptr);
+        LLMTimeouts timeouts = {}, QObject *parent = nullptr);
 
     // Loads the stored choice; an unknown stored name is replaced on disk by the default.
     Q_INVOKABLE void configure();
@@ -137,6 +142,7 @@ private:
     LogManager *m_logManager = nullptr;
     QUrl m_localModelURL;
     const Clock *m_clock = nullptr;
+    LLMTimeouts m_timeouts;
 
     QString m_localModelName = defaultModelName;
     QStringList m_cachedInstalledModels;

@@ -73,8 +73,8 @@ protected:
         snapshotStore
             = std::make_unique<ActivitySnapshotStore>(paths.snapshotsFile(), logManager.get(), settings.get(), &clock);
         reportStore = std::make_unique<DailyReportStore>(paths.dailyReportsFile(), logManager.get());
-        llm = std::make_unique<LLMService>(
-            &nam, settings.get(), logManager.get(), ollamaUrl.isEmpty() ? ollama.url() : ollamaUrl, &clock);
+        llm = std::make_unique<LLMService>(&nam, settings.get(), logManager.get(),
+            ollamaUrl.isEmpty() ? ollama.url() : ollamaUrl, &clock, llmTimeouts);
         llm->configure();
         reportService = std::make_unique<DailyReportService>(
             llm.get(), logManager.get(), settings.get(), &clock, paths.exportRoot);
@@ -130,6 +130,7 @@ protected:
     std::unique_ptr<ActivitySnapshotStore> snapshotStore;
     std::unique_ptr<DailyReportStore> reportStore;
     std::unique_ptr<LLMService> llm;
+    LLMTimeouts llmTimeouts;
     std::unique_ptr<DailyReportService> reportService;
     std::unique_ptr<ScreenCaptureService> capture;
     std::unique_ptr<ActivityMonitor> monitor;

@@ -26,6 +26,12 @@ protected:
 
     [[nodiscard]] AppConfig config() const { return AppConfig(settings.get(), QString(), u"http://127.0.0.1:9"_s, {}); }
 
+    // Short enough that a backend that never answers costs a test seconds, not minutes.
+    static constexpr BackendTimeouts timeouts {.verifyToken = std::chrono::seconds(2),
+        .upload = std::chrono::seconds(2),
+        .status = std::chrono::seconds(2),
+        .sessionCheck = std::chrono::seconds(2)};
+
     void storeSession() const
     {
         KeychainService storage(paths.credentialsDir, u"mirevon.Tamlo"_s);
@@ -43,9 +49,10 @@ TEST_P(BackendFaultsTest, AFailedUploadKeepsEverythingAndSaysWhy)
     tick();
     tick();
     storeSession();
-    AuthService auth(&nam, config(), paths.credentialsDir);
+    AuthService auth(&nam, config(), paths.credentialsDir, timeouts);
     ASSERT_TRUE(auth.isAuthenticated());
-    ActivitySyncService sync(snapshotStore.get(), &auth, &nam, config(), settings.get(), logManager.get(), &clock);
+    ActivitySyncService sync(
+        snapshotStore.get(), &auth, &nam, config(), settings.get(), logManager.get(), &clock, timeouts);
     backend.on("POST", "/activity/sync", GetParam().reply);
 
     QCoro::waitFor(sync.syncNow());
@@ -55,7 +62,9 @@ TEST_P(BackendFaultsTest, AFailedUploadKeepsEverythingAndSaysWhy)
     } else {
         EXPECT_FALSE(sync.lastError()->isEmpty());
     }
-    const QString prefix = GetParam().reply.drop ? u"❌ Activity sync error: "_s : u"❌ Activity sync failed: "_s;
+    // No HTTP answer at all is an error of the transfer; an answer that refuses is a failed sync.
+    const bool noAnswer = GetParam().reply.drop || GetParam().reply.silent;
+    const QString prefix = noAnswer ? u"❌ Activity sync error: "_s : u"❌ Activity sync failed: "_s;
     EXPECT_TRUE(logged(prefix + *sync.lastError())) << messages().join(u'\n').toStdString();
     EXPECT_FALSE(sync.isSyncing());
     EXPECT_FALSE(sync.lastSyncDate().has_value());
@@ -77,12 +86,15 @@ TEST_P(BackendFaultsTest, AFailedUploadKeepsEverythingAndSaysWhy)
 TEST_P(BackendFaultsTest, AFailedSignInStoresNothing)
 {
     backend.on("POST", "/auth/verify-token", GetParam().reply);
-    AuthService auth(&nam, config(), paths.credentialsDir);
+    AuthService auth(&nam, config(), paths.credentialsDir, timeouts);
     QCoro::waitFor(auth.verifyMagicLinkToken(u"one-time"_s));
     EXPECT_FALSE(auth.isAuthenticated());
     EXPECT_FALSE(auth.isLoading());
     ASSERT_TRUE(auth.error().has_value());
     EXPECT_FALSE(auth.error()->isEmpty());
+    if (GetParam().reply.silent) {
+        EXPECT_EQ(*auth.error(), QStringLiteral("The request timed out."));
+    }
     EXPECT_FALSE(QFile::exists(paths.credentialsFile()));
 }
 
@@ -90,6 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Faults, BackendFaultsTest,
     ::testing::Values(BackendFault {"Resets", {200, {}, "application/json", 20, true}, ""},
         BackendFault {"Answers500WithMessage", {500, R"({"error":"Database unavailable"})"}, "Database unavailable"},
         BackendFault {"Answers502Html", {502, "<html>Bad Gateway</html>", "text/html"}, "Sync failed (HTTP 502)"},
-        BackendFault {"Answers503Empty", {503, ""}, "Sync failed (HTTP 503)"}),
+        BackendFault {"Answers503Empty", {503, ""}, "Sync failed (HTTP 503)"},
+        BackendFault {"NeverAnswers", {200, {}, "application/json", 0, false, true}, "The request timed out."}),
     [](const ::testing::TestParamInfo<BackendFault> &info) { return std::string(info.param.name); });
 } // namespace

@@ -43,6 +43,10 @@ protected:
     void SetUp() override
     {
         MonitorRig::SetUp();
+        // Short enough that a server that never answers costs a test seconds, not minutes.
+        llmTimeouts = {.tags = std::chrono::seconds(1),
+            .analysis = std::chrono::seconds(2),
+            .daySummary = std::chrono::seconds(2)};
         // A smaller screen than the rig's, with one window on it.
         grabber.image = QImage(1280, 800, QImage::Format_RGB32);
         grabber.image.fill(Qt::white);

@@ -31,6 +31,9 @@ TEST_P(OllamaFaultsTest, AFailedTickRecordsNothingAndTheNextOneRecovers)
     EXPECT_EQ(snapshotStore->count(), 1);
     EXPECT_EQ(recordsOnDisk(), 1);
     EXPECT_EQ(monitor->captureCount(), 1);
+    if (GetParam().reply.silent) {
+        EXPECT_EQ(monitor->lastError(), u"AI analysis failed: The request timed out."_s);
+    }
 
     analysis = goodAnalysis;
     tick();
@@ -45,7 +48,8 @@ INSTANTIATE_TEST_SUITE_P(Faults, OllamaFaultsTest,
         OllamaFault {"AnswersNothing", {200, ""}},
         OllamaFault {"AnswersProseForJson", {200, R"({"message":{"content":"I cannot tell what is on the screen."}})"}},
         OllamaFault {"Answers5xx", {500, R"({"error":"out of memory"})"}},
-        OllamaFault {"Answers5xxWithoutBody", {503, ""}}),
+        OllamaFault {"Answers5xxWithoutBody", {503, ""}},
+        OllamaFault {"NeverAnswers", {200, {}, "application/json", 0, false, true}}),
     [](const ::testing::TestParamInfo<OllamaFault> &info) { return std::string(info.param.name); });
 
 // No server on the port at all.
@@ -62,8 +66,8 @@ TEST_F(OllamaFaultsTest, NoServerListeningFailsTheTickWithTheNotRunningText)
     EXPECT_EQ(snapshotStore->count(), 0);
 }
 
-// A server that takes the connection and never answers the model list: the list's short time-out
-// ends the wait, and the tick fails as if no server ran.
+// A server that takes the connection and never answers the model list: the list's time-out ends
+// the wait, and the tick fails as if no server ran.
 TEST_F(OllamaFaultsTest, ServerThatNeverAnswersEndsTheTickAfterTheListTimeout)
 {
     ollama.on("GET", "/api/tags", StandInServer::Reply {200, {}, "application/json", 0, false, true});
@@ -104,6 +108,7 @@ TEST_P(DayCloseFaultsTest, AModelFailureStillClosesTheDay)
 INSTANTIATE_TEST_SUITE_P(Faults, DayCloseFaultsTest,
     ::testing::Values(OllamaFault {"DiesMidRequest", {200, {}, "application/json", 50, true}},
         OllamaFault {"AnswersGarbage", {200, "not json"}}, OllamaFault {"AnswersNothing", {200, ""}},
-        OllamaFault {"Answers5xx", {500, R"({"error":"context too long"})"}}),
+        OllamaFault {"Answers5xx", {500, R"({"error":"context too long"})"}},
+        OllamaFault {"NeverAnswers", {200, {}, "application/json", 0, false, true}}),
     [](const ::testing::TestParamInfo<OllamaFault> &info) { return std::string(info.param.name); });
 } // namespace
