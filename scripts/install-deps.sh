@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build ccache pkg-config clang-format
     qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-httpserver-dev qt6-websockets-dev
-    qcoro-qt6-dev libplist-dev
+    qcoro-qt6-dev libplist-dev libpng-dev zlib1g-dev
     libqt6sql6-sqlite libqt6sql6-psql libqt6svg6
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
     qml6-module-qtquick-window qml6-module-qtquick-dialogs qml6-module-qtquick-templates

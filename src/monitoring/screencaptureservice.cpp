@@ -1,8 +1,8 @@
 #include "monitoring/screencaptureservice.h"
 
-#include <QBuffer>
+#include "monitoring/pngencoder.h"
+
 #include <QCryptographicHash>
-#include <QImageWriter>
 
 using namespace Qt::StringLiterals;
 
@@ -44,10 +44,6 @@ QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreenLegacy()
     co_return co_await m_x11Grabber->grab();
 }
 
-namespace {
-constexpr int pngCompression = 11;
-} // namespace
-
 std::optional<QByteArray> ScreenCaptureService::imageToData(const QImage &image, std::optional<double> maxWidth)
 {
     if (image.isNull()) {
@@ -59,20 +55,7 @@ std::optional<QByteArray> ScreenCaptureService::imageToData(const QImage &image,
         const int height = qRound(source.height() * (*maxWidth / source.width()));
         source = source.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     }
-
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    if (!buffer.open(QIODevice::WriteOnly)) {
-        return std::nullopt;
-    }
-    QImageWriter writer(&buffer, "png");
-    // Qt maps compression c to zlib level c*9/91, so 11 is level 1: a third less CPU than the
-    // default level 6 for a file under a tenth larger, and the image is sent once and dropped.
-    writer.setCompression(pngCompression);
-    if (!writer.write(source)) {
-        return std::nullopt;
-    }
-    return bytes;
+    return PngEncoder::encode(source);
 }
 
 QString ScreenCaptureService::sha256Hex(const QByteArray &data)
