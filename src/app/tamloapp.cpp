@@ -19,6 +19,8 @@ Q_LOGGING_CATEGORY(lcApp, "tamlo.app")
 namespace {
 const QSize panelSize(320, 600);
 constexpr auto memoryReliefDelay = std::chrono::seconds(1);
+// Long enough that a glance shortly after keeps the panel as it was left.
+constexpr auto panelReleaseDelay = std::chrono::minutes(1);
 } // namespace
 
 TamloApp::TamloApp(QObject *parent)
@@ -78,40 +80,46 @@ TamloApp::~TamloApp()
 {
     // The panel's bindings read the models, so it goes first.
     m_tray.reset();
-    m_panel.reset();
 }
 
 void TamloApp::body()
 {
-    if (!m_panel) {
-        buildPanel();
+    if (!m_tray) {
+        buildTray();
     }
     wireAppDelegate(&m_appDelegate, &m_launchTarget);
 }
 
-void TamloApp::buildPanel()
+std::unique_ptr<QQuickView> TamloApp::buildPanel()
 {
-    m_panel = std::make_unique<QQuickView>();
-    m_panel->setColor(TamloTheme::surfaceWindow());
-    m_panel->resize(panelSize);
-    m_panel->setResizeMode(QQuickView::SizeRootObjectToView);
-    m_panel->engine()->addImportPath(u"qrc:/"_s);
-    m_panel->setInitialProperties({
+    auto panel = std::make_unique<QQuickView>();
+    panel->setColor(TamloTheme::surfaceWindow());
+    panel->resize(panelSize);
+    panel->setResizeMode(QQuickView::SizeRootObjectToView);
+    panel->engine()->addImportPath(u"qrc:/"_s);
+    panel->setInitialProperties({
         {u"gate"_s, QVariant::fromValue(&m_gate)},
         {u"login"_s, QVariant::fromValue(&m_login)},
         {u"main"_s, QVariant::fromValue(&m_mainScreen)},
     });
-    m_panel->setSource(QUrl(u"qrc:/Tamlo/Ui/qml/AppGateView.qml"_s));
-    for (const QQmlError &error : m_panel->errors()) {
+    panel->setSource(QUrl(u"qrc:/Tamlo/Ui/qml/AppGateView.qml"_s));
+    for (const QQmlError &error : panel->errors()) {
         qCWarning(lcApp) << error.toString();
     }
+    return panel;
+}
 
-    m_tray = std::make_unique<TrayPanel>(m_panel.get());
+void TamloApp::buildTray()
+{
+    m_tray = std::make_unique<TrayPanel>([this] { return buildPanel(); }, panelReleaseDelay);
     m_tray->setSignedIn(m_gate.menuBarIconActive());
     connect(&m_gate, &AppGateModel::isAuthenticatedChanged, this,
         [this] { m_tray->setSignedIn(m_gate.menuBarIconActive()); });
     connect(m_tray.get(), &TrayPanel::panelShown, &m_mainScreen, &MainScreenModel::panelShown);
     connect(m_tray.get(), &TrayPanel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    // The scene hands some of its objects to the event loop to delete; the pages go after them.
+    connect(m_tray.get(), &TrayPanel::panelReleased, this,
+        [this] { QTimer::singleShot(memoryReliefDelay, this, &MemoryRelief::releaseIdlePages); });
     // Without a tray there is no icon to click, so the panel opens as a window at once.
     if (!m_tray->hasTray()) {
         m_tray->showPanel();

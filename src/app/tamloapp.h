@@ -58,14 +58,16 @@ public:
     explicit TamloApp(QObject *parent = nullptr);
     ~TamloApp() override;
 
-    // Builds the panel the first time and wires the delegate each time, as a scene evaluation does.
+    // Sets up the tray item the first time and wires the delegate each time, as a scene
+    // evaluation does.
     void body();
     [[nodiscard]] AppDelegate *appDelegate() { return &m_appDelegate; }
     // A message from a second `tamlo` process: show the panel, or open a URL.
     void handleInstanceMessage(const QString &message);
 
 private:
-    void buildPanel();
+    void buildTray();
+    [[nodiscard]] std::unique_ptr<QQuickView> buildPanel();
 
     SystemClock m_clock;
     AppPaths m_paths;
@@ -93,6 +95,5 @@ private:
     AppGateModel m_gate;
     LoginViewModel m_login;
     AppDelegate m_appDelegate;
-    std::unique_ptr<QQuickView> m_panel;
     std::unique_ptr<TrayPanel> m_tray;
 };

@@ -8,4 +8,8 @@ namespace MemoryRelief {
 void limitRetainedBuffers();
 // Returns freed heap pages to the system; cheap enough to run after every tick.
 void releaseFreedMemory();
+// After the panel goes: also asks the kernel to reclaim the pages only Tamlo maps, mostly the
+// code of the graphics and scene libraries. What a tick needs comes back on its first use; pages
+// shared with other programs stay where they are.
+void releaseIdlePages();
 } // namespace MemoryRelief

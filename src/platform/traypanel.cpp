@@ -18,12 +18,13 @@ constexpr auto focusHideGrace = std::chrono::milliseconds(300);
 constexpr int panelMargin = 8;
 } // namespace
 
-TrayPanel::TrayPanel(QWindow *panel, QObject *parent) : QObject(parent), m_panel(panel)
+TrayPanel::TrayPanel(PanelFactory buildPanel, std::chrono::milliseconds releaseAfter, QObject *parent)
+    : QObject(parent), m_buildPanel(std::move(buildPanel))
 {
-    m_panel->setTitle(u"Tamlo"_s);
-    m_panel->installEventFilter(this);
+    m_release.setSingleShot(true);
+    m_release.setInterval(releaseAfter);
+    connect(&m_release, &QTimer::timeout, this, &TrayPanel::releasePanel);
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        m_panel->setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
         m_tray = new QSystemTrayIcon(icon(false), this);
         m_tray->setToolTip(u"Tamlo"_s);
         m_menu = new QMenu();
@@ -35,13 +36,28 @@ TrayPanel::TrayPanel(QWindow *panel, QObject *parent) : QObject(parent), m_panel
                 togglePanel();
             }
         });
-        connect(m_panel, &QWindow::activeChanged, this, [this] {
+        m_tray->show();
+    }
+}
+
+TrayPanel::~TrayPanel()
+{
+    delete m_menu;
+}
+
+void TrayPanel::buildPanel()
+{
+    m_panel = m_buildPanel();
+    m_panel->setTitle(u"Tamlo"_s);
+    m_panel->installEventFilter(this);
+    if (m_tray) {
+        m_panel->setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+        connect(m_panel.get(), &QWindow::activeChanged, this, [this] {
             if (m_panel && m_panel->isVisible() && !m_panel->isActive()) {
                 m_sinceFocusHide.start();
-                m_panel->hide();
+                hidePanel();
             }
         });
-        m_tray->show();
     } else {
         m_panel->setFlags(Qt::Window);
         m_panel->setMinimumSize(m_panel->size());
@@ -49,9 +65,18 @@ TrayPanel::TrayPanel(QWindow *panel, QObject *parent) : QObject(parent), m_panel
     }
 }
 
-TrayPanel::~TrayPanel()
+void TrayPanel::panelHidden()
 {
-    delete m_menu;
+    m_release.start();
+}
+
+void TrayPanel::releasePanel()
+{
+    if (!m_panel || m_panel->isVisible()) {
+        return;
+    }
+    m_panel.reset();
+    Q_EMIT panelReleased();
 }
 
 QIcon TrayPanel::icon(bool signedIn)
@@ -92,8 +117,9 @@ void TrayPanel::setSignedIn(bool signedIn)
 
 void TrayPanel::showPanel()
 {
+    m_release.stop();
     if (!m_panel) {
-        return;
+        buildPanel();
     }
     if (m_tray) {
         placePanel();
@@ -106,17 +132,15 @@ void TrayPanel::showPanel()
 
 void TrayPanel::hidePanel()
 {
-    if (m_panel) {
+    if (m_panel && m_panel->isVisible()) {
         m_panel->hide();
+        panelHidden();
     }
 }
 
 void TrayPanel::togglePanel()
 {
-    if (!m_panel) {
-        return;
-    }
-    if (m_panel->isVisible()) {
+    if (m_panel && m_panel->isVisible()) {
         hidePanel();
     } else if (!m_sinceFocusHide.isValid() || m_sinceFocusHide.elapsed() > focusHideGrace.count()) {
         showPanel();
@@ -149,9 +173,9 @@ void TrayPanel::placePanel()
 bool TrayPanel::eventFilter(QObject *watched, QEvent *event)
 {
     // Closing the window only hides it: the program keeps running until the user quits.
-    if (watched == m_panel && event->type() == QEvent::Close) {
+    if (watched == m_panel.get() && event->type() == QEvent::Close) {
         event->ignore();
-        m_panel->hide();
+        hidePanel();
         return true;
     }
     return QObject::eventFilter(watched, event);

@@ -3,6 +3,7 @@
 #include <QImage>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -35,20 +36,61 @@ TEST(TrayPanelTest, SignedInIconIsFilledAndSignedOutIconIsAnOutline)
 
 TEST(TrayPanelTest, WithoutATrayThePanelIsAWindowThatOnlyHidesWhenClosed)
 {
-    QQuickWindow panel;
-    panel.resize(320, 600);
-    TrayPanel tray(&panel);
+    int built = 0;
+    TrayPanel tray(
+        [&built] {
+            ++built;
+            auto panel = std::make_unique<QQuickWindow>();
+            panel->resize(320, 600);
+            return panel;
+        },
+        std::chrono::hours(1));
     ASSERT_FALSE(tray.hasTray()) << "the offscreen platform has no tray";
+    EXPECT_EQ(tray.panel(), nullptr) << "nothing is built before it is first shown";
     QSignalSpy shown(&tray, &TrayPanel::panelShown);
     tray.showPanel();
-    EXPECT_TRUE(panel.isVisible());
+    QWindow *panel = tray.panel();
+    ASSERT_NE(panel, nullptr);
+    EXPECT_TRUE(panel->isVisible());
     EXPECT_EQ(shown.count(), 1);
-    EXPECT_EQ(panel.size(), QSize(320, 600));
+    EXPECT_EQ(panel->size(), QSize(320, 600));
 
-    panel.close();
-    EXPECT_FALSE(panel.isVisible());
+    panel->close();
+    EXPECT_FALSE(panel->isVisible());
     tray.togglePanel();
-    EXPECT_TRUE(panel.isVisible());
+    EXPECT_TRUE(panel->isVisible());
     tray.togglePanel();
-    EXPECT_FALSE(panel.isVisible());
+    EXPECT_FALSE(panel->isVisible());
+    EXPECT_EQ(tray.panel(), panel) << "hidden, not destroyed";
+    EXPECT_EQ(built, 1);
+}
+
+TEST(TrayPanelTest, APanelHiddenForTheDelayIsReleasedAndBuiltAfreshWhenShownAgain)
+{
+    int built = 0;
+    TrayPanel tray(
+        [&built] {
+            ++built;
+            return std::make_unique<QQuickWindow>();
+        },
+        std::chrono::milliseconds(50));
+    QSignalSpy released(&tray, &TrayPanel::panelReleased);
+
+    // Shown again within the delay: the same panel, and the pending release is called off.
+    tray.showPanel();
+    tray.panel()->close();
+    tray.showPanel();
+    QTest::qWait(150);
+    EXPECT_EQ(released.count(), 0);
+    EXPECT_NE(tray.panel(), nullptr);
+
+    tray.panel()->close();
+    ASSERT_TRUE(released.wait(2000));
+    EXPECT_EQ(tray.panel(), nullptr);
+    EXPECT_EQ(built, 1);
+
+    tray.togglePanel();
+    ASSERT_NE(tray.panel(), nullptr);
+    EXPECT_TRUE(tray.panel()->isVisible());
+    EXPECT_EQ(built, 2);
 }
