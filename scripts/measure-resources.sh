@@ -156,6 +156,8 @@ for _ in $(seq 50); do xdpyinfo -display "$display" >/dev/null 2>&1 && break; sl
 for _ in $(seq 50); do (exec 3<>/dev/tcp/127.0.0.1/11434) 2>/dev/null && break; sleep 0.1; done
 
 rss_kb() { awk '/^VmRSS:/ {print $2}' "/proc/$1/status"; }
+# Resident pages shared with other programs count in full in each one's RSS, and in shares in PSS.
+pss_kb() { awk '/^Pss:/ {print $2}' "/proc/$1/smaps_rollup"; }
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 chats() { grep -c "ollama POST /api/chat" "$requests" || true; }
 wait_for_chats() { # count, seconds
@@ -239,15 +241,15 @@ measure_phase() { # name ticks
     done
     local hz
     hz=$(getconf CLK_TCK)
-    python3 - "$name" "$ticks" "$rss_first" "$rss_tick1" "$rss_last" "$rss_max" "$cpu_idle" "$hz" "$idle_s" <<'EOF'
+    python3 - "$name" "$ticks" "$rss_first" "$rss_tick1" "$rss_last" "$rss_max" "$cpu_idle" "$hz" "$idle_s" "$(pss_kb "$app")" <<'EOF'
 import sys
-name, ticks, first, tick1, last, peak, cpu, hz, idle_ms = sys.argv[1], *map(int, sys.argv[2:])
+name, ticks, first, tick1, last, peak, cpu, hz, idle_ms, pss = sys.argv[1], *map(int, sys.argv[2:])
 cpu_ms = cpu * 1000 / hz
 share = 100 * cpu_ms / idle_ms if idle_ms else 0.0
 print("%-13s RSS %.1f MB as the phase starts, %.1f MB after its first tick, %.1f MB after %d ticks (peak %.1f MB; "
-      "growth from the first tick %+.1f MB); CPU between ticks %.0f ms over %.0f s (%.3f %%)"
-      % (name, first / 1024, tick1 / 1024, last / 1024, ticks, peak / 1024, (last - tick1) / 1024, cpu_ms,
-         idle_ms / 1000, share))
+      "growth from the first tick %+.1f MB; PSS %.1f MB); CPU between ticks %.0f ms over %.0f s (%.3f %%)"
+      % (name, first / 1024, tick1 / 1024, last / 1024, ticks, peak / 1024, (last - tick1) / 1024, pss / 1024,
+         cpu_ms, idle_ms / 1000, share))
 EOF
 }
 
