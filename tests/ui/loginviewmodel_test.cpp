@@ -9,9 +9,6 @@ using namespace Qt::StringLiterals;
 namespace {
 using Phase = LoginViewModel::Phase;
 
-const QString expiredLink = u"This sign-in link has expired. Please log in again on Tamloweb."_s;
-const QString unknownAccount = u"Account not found. Please register on Tamloweb."_s;
-
 class LoginViewModelTest : public SignInFixture
 {
 protected:
@@ -30,94 +27,66 @@ protected:
         QCoro::waitFor(m_auth->verifyMagicLinkToken(u"magic"_s));
     }
 
-    static void expectPage(const QUrl &url, const QString &path)
+    [[nodiscard]] QString lastPage() const
     {
-        EXPECT_EQ(url.toString(), u"https://web.example"_s + path + u"?redirect=tamlo://auth"_s);
+        return m_browser.openedUrls.value(m_browser.openedUrls.size() - 1).toString();
     }
 
     std::unique_ptr<LoginViewModel> m_login;
     QList<Phase> m_phases;
 };
 
-TEST_F(LoginViewModelTest, CallbackWithoutLogInShowsVerifyingThenTheLoginPhaseWithTheError)
+// One user's way through the screen: each step's phase, message and the page it opened.
+TEST_F(LoginViewModelTest, PhasesErrorsAndPagesThroughAFailedAndAGoodSignIn)
 {
+    const QString expiredLink = u"This sign-in link has expired. Please log in again on Tamloweb."_s;
     EXPECT_EQ(m_login->phase(), Phase::Login);
     EXPECT_FALSE(m_login->showsError());
 
+    // A callback without "Log in" in this run still shows the verification.
     verify(StandInServer::Reply {.status = 410});
-
     EXPECT_EQ(m_phases, (QList<Phase> {Phase::Verifying, Phase::Login}));
-    EXPECT_TRUE(m_login->showsError());
     EXPECT_EQ(m_login->errorText(), expiredLink);
     EXPECT_TRUE(m_browser.openedUrls.isEmpty());
-}
 
-TEST_F(LoginViewModelTest, LogInClearsTheErrorAndOpensTheLoginPage)
-{
-    verify(StandInServer::Reply {.status = 410});
+    // "Create an account" opens registration and changes nothing else.
+    m_login->createAccount();
+    EXPECT_EQ(lastPage(), u"https://web.example/register?redirect=tamlo://auth"_s);
+    EXPECT_EQ(m_phases.size(), 2);
+    EXPECT_EQ(m_login->errorText(), expiredLink);
+
+    // "Log in" is a new attempt: the message goes first.
     QSignalSpy errorChanges(m_login.get(), &LoginViewModel::errorChanged);
-
     m_login->openWebLogin();
-
     EXPECT_FALSE(m_login->showsError());
     EXPECT_EQ(errorChanges.count(), 1);
-    EXPECT_TRUE(m_login->openedWebLogin());
     EXPECT_EQ(m_login->phase(), Phase::Waiting);
-    ASSERT_EQ(m_browser.openedUrls.size(), 1);
-    expectPage(m_browser.openedUrls.first(), u"/login"_s);
-}
+    EXPECT_EQ(lastPage(), u"https://web.example/login?redirect=tamlo://auth"_s);
 
-TEST_F(LoginViewModelTest, FailureWhileWaitingKeepsWaitingUntilBack)
-{
-    m_login->openWebLogin();
+    // A failure while waiting keeps waiting, with the message, until "Back".
+    m_phases.clear();
     verify(StandInServer::Reply {.status = 404, .body = R"({"error":"user not found"})"});
-
-    EXPECT_EQ(m_phases, (QList<Phase> {Phase::Waiting, Phase::Verifying, Phase::Waiting}));
-    EXPECT_EQ(m_login->errorText(), unknownAccount);
-
-    // "Open login page again" is a new attempt: the message goes first.
+    EXPECT_EQ(m_phases, (QList<Phase> {Phase::Verifying, Phase::Waiting}));
+    EXPECT_EQ(m_login->errorText(), u"Account not found. Please register on Tamloweb."_s);
     m_login->openWebLogin();
-    EXPECT_EQ(m_login->phase(), Phase::Waiting);
     EXPECT_FALSE(m_login->showsError());
-    EXPECT_EQ(m_browser.openedUrls.size(), 2);
-
+    EXPECT_EQ(m_browser.openedUrls.size(), 3);
     verify(StandInServer::Reply {.status = 410});
     EXPECT_EQ(m_login->phase(), Phase::Waiting);
     EXPECT_TRUE(m_login->showsError());
-
     m_login->back();
     EXPECT_EQ(m_login->phase(), Phase::Login);
     EXPECT_FALSE(m_login->openedWebLogin());
     EXPECT_FALSE(m_login->showsError());
-    EXPECT_EQ(m_browser.openedUrls.size(), 2);
-}
+    EXPECT_EQ(m_browser.openedUrls.size(), 3);
 
-TEST_F(LoginViewModelTest, CreateAccountOpensRegistrationAndChangesNothing)
-{
-    verify(StandInServer::Reply {.status = 410});
-    m_phases.clear();
-
-    m_login->createAccount();
-
-    ASSERT_EQ(m_browser.openedUrls.size(), 1);
-    expectPage(m_browser.openedUrls.first(), u"/register"_s);
-    EXPECT_EQ(m_login->phase(), Phase::Login);
-    EXPECT_FALSE(m_login->openedWebLogin());
-    EXPECT_TRUE(m_phases.isEmpty());
-    EXPECT_EQ(m_login->errorText(), expiredLink);
-}
-
-TEST_F(LoginViewModelTest, SignInEndsTheWaiting)
-{
+    // Signing in ends the waiting; after a later sign-out the screen starts over.
     m_login->openWebLogin();
     verify(signedInReply());
-
     EXPECT_TRUE(m_auth->isAuthenticated());
     EXPECT_FALSE(m_login->openedWebLogin());
     EXPECT_EQ(m_login->phase(), Phase::Login);
     EXPECT_FALSE(m_login->showsError());
-
-    // After a later sign-out the screen starts over in the login phase.
     m_auth->logout();
     EXPECT_EQ(m_login->phase(), Phase::Login);
 }
