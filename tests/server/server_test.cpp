@@ -206,7 +206,7 @@ TEST_P(ServerApiTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
         EXPECT_TRUE(page.text().contains(u"only returns to the Tamlo app"_s));
     }
     const HttpResult posted = send("POST", u"/login"_s,
-        form({{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}}), std::nullopt,
+        formBody({{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}}), std::nullopt,
         "application/x-www-form-urlencoded");
     EXPECT_EQ(posted.status, 400);
     EXPECT_FALSE(callbackToken(posted).has_value());

@@ -25,11 +25,54 @@ struct HttpResult
 {
     int status = 0;
     QByteArray body;
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    QList<QNetworkReply::RawHeaderPair> headers;
 
     [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     [[nodiscard]] QString text() const { return QString::fromUtf8(body); }
+    [[nodiscard]] QByteArray header(const QByteArray &name) const
+    {
+        for (const auto &[key, value] : headers) {
+            if (key.compare(name, Qt::CaseInsensitive) == 0) {
+                return value;
+            }
+        }
+        return {};
+    }
 };
+
+inline HttpResult finished(QNetworkReply *reply)
+{
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    HttpResult result {
+        reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), reply->rawHeaderPairs()};
+    reply->deleteLater();
+    return result;
+}
+
+inline QByteArray formBody(const QList<std::pair<QString, QString>> &fields)
+{
+    QByteArray body;
+    for (const auto &[key, value] : fields) {
+        body += (body.isEmpty() ? "" : "&") + QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value);
+    }
+    return body;
+}
+
+// The form token a page's forms carry (the first one).
+inline QString formToken(const HttpResult &page)
+{
+    static const QRegularExpression pattern(QStringLiteral("name=\"csrf\" value=\"([^\"]+)\""));
+    return pattern.match(page.text()).captured(1);
+}
+
+inline std::optional<QString> callbackToken(const HttpResult &page)
+{
+    static const QRegularExpression pattern(QStringLiteral("tamlo://auth\\?token=([A-Za-z0-9_-]+)"));
+    const QRegularExpressionMatch match = pattern.match(page.text());
+    return match.hasMatch() ? std::optional<QString>(match.captured(1)) : std::nullopt;
+}
 
 // A real server on 127.0.0.1, on the engine of the test's parameter, with a clock the test moves.
 class ServerTest : public BackendTest
@@ -63,14 +106,7 @@ protected:
         if (bearer) {
             request.setRawHeader("Authorization", "Bearer " + bearer->toUtf8());
         }
-        QNetworkReply *reply = nam.sendCustomRequest(request, method, body);
-        QEventLoop loop;
-        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-        loop.exec();
-        HttpResult result {
-            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), reply->error()};
-        reply->deleteLater();
-        return result;
+        return finished(nam.sendCustomRequest(request, method, body));
     }
 
     // Bytes exactly as given, for requests a well-behaved client never sends.
@@ -94,38 +130,12 @@ protected:
         return answer;
     }
 
-    static QByteArray form(const QList<std::pair<QString, QString>> &fields)
-    {
-        QByteArray body;
-        for (const auto &[key, value] : fields) {
-            if (!body.isEmpty()) {
-                body += '&';
-            }
-            body += QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value);
-        }
-        return body;
-    }
-
-    // The form token a page's forms carry (the first one).
-    static QString formToken(const HttpResult &page)
-    {
-        static const QRegularExpression pattern(QStringLiteral("name=\"csrf\" value=\"([^\"]+)\""));
-        return pattern.match(page.text()).captured(1);
-    }
-
-    static std::optional<QString> callbackToken(const HttpResult &page)
-    {
-        static const QRegularExpression pattern(QStringLiteral("tamlo://auth\\?token=([A-Za-z0-9_-]+)"));
-        const QRegularExpressionMatch match = pattern.match(page.text());
-        return match.hasMatch() ? std::optional<QString>(match.captured(1)) : std::nullopt;
-    }
-
     // The browser's part of signing in: the form posted, the link taken from the page.
     QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
     {
         const QString csrf = formToken(send("GET", path + QStringLiteral("?redirect=tamlo://auth")));
         const HttpResult page = send("POST", path,
-            form({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
+            formBody({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
                 {QStringLiteral("email"), email}}),
             std::nullopt, "application/x-www-form-urlencoded");
         EXPECT_EQ(page.status, 200) << page.text().toStdString();

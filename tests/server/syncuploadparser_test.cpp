@@ -24,15 +24,6 @@ TEST(SyncUploadParserTest, ReadsTheWorkedExampleAndIgnoresKeysItDoesNotDefine)
     EXPECT_EQ(snapshots[1].activityDescription, u"Screen Locked"_s);
 }
 
-TEST(SyncUploadParserTest, TheClosingBackfillUploadHasNoDays)
-{
-    const SyncUploadParser::Result result = SyncUploadParser::parse(
-        R"({"timezone":"UTC","deviceId":"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11","backfillComplete":true,"days":[]})");
-    ASSERT_TRUE(result.upload);
-    EXPECT_TRUE(result.upload->backfillComplete);
-    EXPECT_TRUE(result.upload->days.isEmpty());
-}
-
 TEST(SyncUploadParserTest, ValueChecksAcceptOnlyTheExactForms)
 {
     EXPECT_TRUE(SyncUploadParser::isUtcTimestamp(u"2024-02-29T23:59:59Z"_s));
