@@ -61,40 +61,33 @@ protected:
     std::unique_ptr<UrlRouter> m_router;
 };
 
-TEST_F(UrlRouterTest, CallbackTokenSignsIn)
+TEST_F(UrlRouterTest, CallbackTokenSignsInAndUnfitUrlsAreDroppedWithoutAWord)
 {
     start();
     EXPECT_EQ(verifiedToken(u"tamlo://auth?token=magic-1"_s), u"magic-1"_s);
     EXPECT_TRUE(m_auth->isAuthenticated());
     EXPECT_EQ(m_auth->sessionToken(), u"sess-new"_s);
-}
 
-TEST_F(UrlRouterTest, SchemeAndHostMatchInAnyCaseButTheKeyDoesNot)
-{
-    start();
-    EXPECT_EQ(verifiedToken(u"TAMLO://AUTH?token=upper"_s), u"upper"_s);
-    EXPECT_EQ(verifiedToken(u"Tamlo://Auth/?token=mixed"_s), u"mixed"_s);
-    EXPECT_EQ(verifiedToken(u"tamlo://auth?Token=capital"_s), std::nullopt);
-    EXPECT_EQ(verifiedToken(u"tamlo://auth?TOKEN=capital"_s), std::nullopt);
-}
-
-TEST_F(UrlRouterTest, FirstItemNamedTokenIsUsedDecoded)
-{
-    start();
-    EXPECT_EQ(verifiedToken(u"tamlo://auth?redirect=x&Token=no&token=first&token=second"_s), u"first"_s);
-    EXPECT_EQ(verifiedToken(u"tamlo://auth?token=a%2Bb%3D%26c"_s), u"a+b=&c"_s);
-    // An empty first token ends the search: a later one is not taken.
-    EXPECT_EQ(verifiedToken(u"tamlo://auth?token=&token=second"_s), std::nullopt);
-}
-
-TEST_F(UrlRouterTest, UnfitUrlsAreDroppedWithoutAWord)
-{
-    start();
+    // Scheme and host match in any case, the key does not; the first item named token is used, decoded.
+    const QList<std::pair<QString, std::optional<QString>>> rows {
+        {u"TAMLO://AUTH?token=upper"_s, u"upper"_s},
+        {u"Tamlo://Auth/?token=mixed"_s, u"mixed"_s},
+        {u"tamlo://auth?Token=capital"_s, std::nullopt},
+        {u"tamlo://auth?TOKEN=capital"_s, std::nullopt},
+        {u"tamlo://auth?redirect=x&Token=no&token=first&token=second"_s, u"first"_s},
+        {u"tamlo://auth?token=a%2Bb%3D%26c"_s, u"a+b=&c"_s},
+        // An empty first token ends the search: a later one is not taken.
+        {u"tamlo://auth?token=&token=second"_s, std::nullopt},
+    };
+    for (const auto &[url, token] : rows) {
+        EXPECT_EQ(verifiedToken(url), token) << url.toStdString();
+    }
     for (const QString &url : {u"tamlo://auth?token="_s, u"tamlo://auth?token"_s, u"tamlo://auth"_s, u"tamlo://auth?"_s,
              u"tamlo://login?token=abc"_s, u"tamlo://?token=abc"_s, u"tamlo:auth?token=abc"_s,
              u"https://auth?token=abc"_s, u"tamlox://auth?token=abc"_s, u"//auth?token=abc"_s, u""_s}) {
         EXPECT_EQ(verifiedToken(url), std::nullopt) << url.toStdString();
     }
+    m_backend.clearRequests();
     for (const QString &url : {u"https://sync"_s, u"tamlo:sync"_s, u"tamlo://synchronize"_s}) {
         m_router->handleURL(url);
     }

@@ -1,5 +1,4 @@
 #include "core/activitysnapshot.h"
-#include "core/referencedate.h"
 #include "core/tamlodatapaths.h"
 
 #include <QJsonDocument>
@@ -9,7 +8,7 @@
 
 using namespace Qt::StringLiterals;
 
-TEST(ActivitySnapshotJsonTest, LeavesOutAbsentFieldsAndCountsFrom2001)
+TEST(ActivitySnapshotJsonTest, LeavesOutAbsentFieldsCountsFrom2001AndRoundTrips)
 {
     const ActivitySnapshot marker {
         .id = QUuid(u"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"_s),
@@ -19,10 +18,7 @@ TEST(ActivitySnapshotJsonTest, LeavesOutAbsentFieldsAndCountsFrom2001)
     };
     EXPECT_EQ(QJsonDocument(marker.toJson()).toJson(QJsonDocument::Compact),
         R"({"activityDescription":"Screen Locked","aiCategory":"","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":90})");
-}
 
-TEST(ActivitySnapshotJsonTest, RoundTripsEveryField)
-{
     const ActivitySnapshot full {
         .id = QUuid::createUuid(),
         .timestamp = QDateTime(QDate(2026, 3, 9), QTime(8, 5, 0, 250)),
@@ -30,42 +26,61 @@ TEST(ActivitySnapshotJsonTest, RoundTripsEveryField)
         .imageHash = QString(64, u'a'),
         .projectName = u"Tamlo"_s,
         .activityDescription = u"Writing tests"_s,
-        .userNote = QString(),
+        .userNote = QString(), // an empty note is a value, not an absence
     };
-    const auto decoded = ActivitySnapshot::fromJson(full.toJson());
-    ASSERT_TRUE(decoded.has_value());
-    EXPECT_EQ(*decoded, full);
-    // An empty note is a value, not an absence.
-    EXPECT_TRUE(full.toJson().contains(u"userNote"_s));
+    EXPECT_EQ(ActivitySnapshot::fromJson(full.toJson()), full);
 }
 
 TEST(ActivitySnapshotJsonTest, RejectsMissingRequiredOrMistypedFields)
 {
     const QJsonObject good
         = ActivitySnapshot {.id = QUuid::createUuid(), .timestamp = QDateTime::currentDateTime()}.toJson();
+    const auto with = [&good](const QString &key, const QJsonValue &value) {
+        QJsonObject changed = good;
+        if (value.isUndefined()) {
+            changed.remove(key);
+        } else {
+            changed.insert(key, value);
+        }
+        return ActivitySnapshot::fromJson(changed);
+    };
     for (const QString &key : {u"id"_s, u"timestamp"_s, u"aiCategory"_s}) {
-        QJsonObject broken = good;
-        broken.remove(key);
-        EXPECT_FALSE(ActivitySnapshot::fromJson(broken).has_value()) << key.toStdString();
+        EXPECT_FALSE(with(key, QJsonValue::Undefined).has_value()) << key.toStdString();
     }
-    QJsonObject nullNote = good;
-    nullNote.insert(u"userNote"_s, QJsonValue::Null);
-    ASSERT_TRUE(ActivitySnapshot::fromJson(nullNote).has_value());
-    EXPECT_FALSE(ActivitySnapshot::fromJson(nullNote)->userNote.has_value());
-    QJsonObject numberNote = good;
-    numberNote.insert(u"userNote"_s, 3);
-    EXPECT_FALSE(ActivitySnapshot::fromJson(numberNote).has_value());
-    QJsonObject badId = good;
-    badId.insert(u"id"_s, u"not-a-uuid"_s);
-    EXPECT_FALSE(ActivitySnapshot::fromJson(badId).has_value());
+    EXPECT_FALSE(with(u"userNote"_s, 3).has_value());
+    EXPECT_FALSE(with(u"id"_s, u"not-a-uuid"_s).has_value());
+    // A null optional reads as absent (an earlier build wrote them).
+    ASSERT_TRUE(with(u"userNote"_s, QJsonValue::Null).has_value());
+    EXPECT_FALSE(with(u"userNote"_s, QJsonValue::Null)->userNote.has_value());
 }
 
-TEST(ReferenceDateTest, WireFormIsUtcWithWholeSeconds)
+TEST(ActivitySnapshotTest, NoteOutranksProjectOnlyWhenItNamesAProject)
 {
-    const QDateTime berlinMorning(QDate(2026, 3, 9), QTime(9, 5, 0, 900), QTimeZone("Europe/Berlin"));
-    EXPECT_EQ(ReferenceDate::toIso8601(berlinMorning), u"2026-03-09T08:05:00Z"_s);
-    EXPECT_EQ(ReferenceDate::fromIso8601(u"2026-03-09T08:05:00Z"_s).toUTC(),
-        QDateTime(QDate(2026, 3, 9), QTime(8, 5), QTimeZone::utc()));
+    const QStringList projects {u"Tamlo"_s, u"Website"_s};
+    ActivitySnapshot snapshot {.id = QUuid::createUuid(), .projectName = u"Website"_s};
+    snapshot.userNote = u"fixing tamlo sync"_s;
+    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Tamlo"_s);
+
+    snapshot.userNote = u"lunch with friends"_s;
+    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Website"_s);
+
+    // The model's project is reported as it came, not normalised.
+    snapshot.projectName = u"  Side Quest "_s;
+    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Side Quest"_s);
+
+    snapshot.userNote = u"  "_s;
+    snapshot.projectName = u" \t"_s;
+    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Other"_s);
+}
+
+TEST(ActivitySnapshotTest, OnlyTheExactMarkersAreInactive)
+{
+    EXPECT_FALSE(ActivitySnapshot().isInactiveScreenState());
+    for (const auto &[description, inactive] : {std::pair {u"Screen Locked"_s, true}, {u"Display Sleeping"_s, true},
+             {u"Reading why the Screen Locked early"_s, false}, {u"screen locked"_s, false}, {u"Active"_s, false}}) {
+        const ActivitySnapshot snapshot {.aiCategory = QString(), .activityDescription = description};
+        EXPECT_EQ(snapshot.isInactiveScreenState(), inactive) << description.toStdString();
+    }
 }
 
 TEST(TamloDataPathsTest, DateLabelTurnsAtLocalMidnight)

@@ -157,37 +157,11 @@ TEST_F(ActivitySnapshotStoreTest, TodayOfADaylightSavingChangeHasTwentyThreeHour
 {
     m_clock.set(QDateTime(QDate(2026, 3, 29), QTime(12, 0)));
     auto store = openStore();
-    store->add(at(QDateTime(QDate(2026, 3, 29), QTime(0, 0)), u"start"_s));
-    store->add(at(QDateTime(QDate(2026, 3, 29), QTime(23, 59)), u"end"_s));
-    store->add(at(QDateTime(QDate(2026, 3, 30), QTime(0, 0)), u"next day"_s));
-    store->add(at(QDateTime(QDate(2026, 3, 28), QTime(23, 59)), u"day before"_s));
+    for (const auto &[day, time, description] : {std::tuple {29, QTime(0, 0), u"start"_s},
+             {29, QTime(23, 59), u"end"_s}, {30, QTime(0, 0), u"next day"_s}, {28, QTime(23, 59), u"day before"_s}}) {
+        store->add(at(QDateTime(QDate(2026, 3, day), time), description));
+    }
     EXPECT_EQ(descriptionsOf(store->fetchToday()), (QStringList {u"end"_s, u"start"_s}));
-}
-
-TEST_F(ActivitySnapshotStoreTest, NotesMoveARecordToTheProjectTheyName)
-{
-    m_settings.setString(SettingsKey::userProjects, u"Website, Tamlo"_s);
-    auto store = openStore();
-    const ActivitySnapshot first = at(m_clock.now());
-    const ActivitySnapshot second = at(m_clock.now());
-    store->add(first);
-    store->add(second);
-
-    store->updateNote(second.id, u"Fixed the TAMLO build"_s);
-    EXPECT_EQ(store->fetchAll()[1].userNote, u"Fixed the TAMLO build"_s);
-    EXPECT_EQ(store->fetchAll()[1].projectName, u"Tamlo"_s);
-    EXPECT_EQ(store->fetchAll()[0].userNote, std::nullopt);
-
-    markFile();
-    store->updateNote(QUuid::createUuid(), u"Tamlo"_s);
-    EXPECT_FALSE(fileWasWritten());
-
-    m_settings.setString(SettingsKey::userProjects, QString());
-    store->updateNote(first.id, u"Lunch with Tamlo people"_s);
-    EXPECT_TRUE(fileWasWritten());
-    const ActivitySnapshot reread = openStore()->fetchAll()[0];
-    EXPECT_EQ(reread.userNote, u"Lunch with Tamlo people"_s);
-    EXPECT_EQ(reread.projectName, u"Website"_s);
 }
 
 TEST_F(ActivitySnapshotStoreTest, TrimNeverTouchesAPastDayWithoutAReport)

@@ -29,61 +29,44 @@ ActivitySnapshot marker(ScreenState state)
         .activityDescription = ActivitySnapshot::screenStateMarker(state),
     };
 }
+
+// Statistics as label, seconds and percentage, in order.
+QStringList statsOf(const QList<LabelTimeStat> &stats)
+{
+    QStringList rows;
+    for (const LabelTimeStat &stat : stats) {
+        rows.append(u"%1 %2 %3"_s.arg(stat.name).arg(stat.seconds).arg(stat.percentage, 0, 'f', 4));
+    }
+    return rows;
+}
 } // namespace
 
-TEST(ActivityReportCalculatorTest, ScreenStateRecordsCountForNothing)
+TEST(ActivityReportCalculatorTest, ScreenStateRecordsCountForNothingAndSharesKeepTheirFraction)
 {
     const QList<ActivitySnapshot> inactive {marker(ScreenState::Locked), marker(ScreenState::Sleeping)};
     EXPECT_TRUE(ActivityReportCalculator::activeSnapshots(inactive).isEmpty());
     EXPECT_EQ(ActivityReportCalculator::totalActiveSeconds(inactive), 0);
     EXPECT_TRUE(ActivityReportCalculator::categoryTimeStats(inactive).isEmpty());
     EXPECT_TRUE(ActivityReportCalculator::projectShares(inactive, QStringList()).isEmpty());
-    EXPECT_TRUE(ActivityReportCalculator::categoryTimeStats({}).isEmpty());
-}
 
-TEST(ActivityReportCalculatorTest, SharesAreOfActiveSnapshotsOnlyAndKeepTheirFraction)
-{
     const QList<ActivitySnapshot> day {
         active(u"A"_s), marker(ScreenState::Locked), active(u"B"_s), marker(ScreenState::Sleeping), active(u"A"_s)};
     EXPECT_EQ(ActivityReportCalculator::totalActiveSeconds(day), 90);
     const QList<LabelTimeStat> stats = ActivityReportCalculator::categoryTimeStats(day);
-    ASSERT_EQ(stats.size(), 2);
-    EXPECT_EQ(stats[0].name, u"A"_s);
-    EXPECT_EQ(stats[0].seconds, 60);
-    EXPECT_DOUBLE_EQ(stats[0].percentage, 2.0 / 3.0 * 100.0);
-    EXPECT_EQ(stats[1].name, u"B"_s);
-    EXPECT_EQ(stats[1].seconds, 30);
-    EXPECT_DOUBLE_EQ(stats[1].percentage, 1.0 / 3.0 * 100.0);
-
+    EXPECT_EQ(statsOf(stats), (QStringList {u"A 60 66.6667"_s, u"B 30 33.3333"_s}));
     const QList<LabelShare> shares = ActivityReportCalculator::categoryShares(day);
     ASSERT_EQ(shares.size(), 2);
     EXPECT_EQ(shares[0].snapshotCount, 2);
     EXPECT_DOUBLE_EQ(shares[0].percentage, stats[0].percentage);
 }
 
-TEST(ActivityReportCalculatorTest, CategoriesAreTrimmedAndBlankOnesCountAsOther)
+TEST(ActivityReportCalculatorTest, CategoriesAreTrimmedBlankOnesAreOtherAndTiesKeepFirstAppearance)
 {
-    const QList<ActivitySnapshot> day {
-        active(u"  Coding \n"_s), active(u"Coding"_s), active(u" \t"_s), active(u"Other"_s), active(u"coding"_s)};
-    const QList<LabelTimeStat> stats = ActivityReportCalculator::categoryTimeStats(day);
-    ASSERT_EQ(stats.size(), 3);
-    EXPECT_EQ(stats[0].name, u"Coding"_s);
-    EXPECT_EQ(stats[0].seconds, 60);
-    EXPECT_EQ(stats[1].name, u"Other"_s);
-    EXPECT_EQ(stats[1].seconds, 60);
-    // Labels compare as exact strings.
-    EXPECT_EQ(stats[2].name, u"coding"_s);
-}
-
-TEST(ActivityReportCalculatorTest, EqualSharesKeepTheOrderOfFirstAppearance)
-{
-    const QList<ActivitySnapshot> day {
-        active(u"Mail"_s), active(u"Zoo"_s), active(u"Coding"_s), active(u"Coding"_s), active(u"Zoo"_s)};
-    QStringList names;
-    for (const LabelTimeStat &stat : ActivityReportCalculator::categoryTimeStats(day)) {
-        names.append(stat.name);
-    }
-    EXPECT_EQ(names, (QStringList {u"Zoo"_s, u"Coding"_s, u"Mail"_s}));
+    // Labels compare as exact strings once trimmed.
+    const QList<ActivitySnapshot> day {active(u"coding"_s), active(u"Mail"_s), active(u"  Coding \n"_s),
+        active(u" \t"_s), active(u"Coding"_s), active(u"Other"_s), active(u"Mail"_s)};
+    EXPECT_EQ(statsOf(ActivityReportCalculator::categoryTimeStats(day)),
+        (QStringList {u"Mail 60 28.5714"_s, u"Coding 60 28.5714"_s, u"Other 60 28.5714"_s, u"coding 30 14.2857"_s}));
 }
 
 TEST(ActivityReportCalculatorTest, ProjectsFollowNotesNamingTheUsersProjects)
@@ -91,28 +74,19 @@ TEST(ActivityReportCalculatorTest, ProjectsFollowNotesNamingTheUsersProjects)
     ActivitySnapshot noted = active(u"Coding"_s, u"Website"_s);
     noted.userNote = u"fixing the TAMLO build"_s;
     const QList<ActivitySnapshot> day {noted, active(u"Coding"_s, u"Website"_s), active(u"Coding"_s, u"  "_s)};
-    const QList<LabelTimeStat> stats
-        = ActivityReportCalculator::projectTimeStats(day, QStringList {u"Website"_s, u"Tamlo"_s});
-    ASSERT_EQ(stats.size(), 3);
-    EXPECT_EQ(stats[0].name, u"Tamlo"_s);
-    EXPECT_EQ(stats[1].name, u"Website"_s);
-    EXPECT_EQ(stats[2].name, u"Other"_s);
-
-    const auto first = ActivityReportCalculator::projectShares(day, QStringList());
-    const auto second = ActivityReportCalculator::projectShares(day, QStringList());
-    EXPECT_NE(first[0].id, second[0].id);
+    EXPECT_EQ(statsOf(ActivityReportCalculator::projectTimeStats(day, QStringList {u"Website"_s, u"Tamlo"_s})),
+        (QStringList {u"Tamlo 30 33.3333"_s, u"Website 30 33.3333"_s, u"Other 30 33.3333"_s}));
+    // Every call gives fresh ids, so the screens see a new list.
+    EXPECT_NE(ActivityReportCalculator::projectShares(day, QStringList())[0].id,
+        ActivityReportCalculator::projectShares(day, QStringList())[0].id);
 }
 
 TEST(ActivityReportCalculatorTest, DurationsRoundDownToWholeMinutesAndSharesHalfAwayFromZero)
 {
-    using ActivityReportCalculator::formatDuration;
-    EXPECT_EQ(formatDuration(0), u"0m"_s);
-    EXPECT_EQ(formatDuration(59), u"0m"_s);
-    EXPECT_EQ(formatDuration(3599), u"59m"_s);
-    EXPECT_EQ(formatDuration(3600), u"1h"_s);
-    EXPECT_EQ(formatDuration(3659), u"1h"_s);
-    EXPECT_EQ(formatDuration(3660), u"1h 1m"_s);
-    EXPECT_EQ(formatDuration(9000), u"2h 30m"_s);
+    for (const auto &[seconds, text] : {std::pair {0, u"0m"_s}, {59, u"0m"_s}, {3599, u"59m"_s}, {3600, u"1h"_s},
+             {3659, u"1h"_s}, {3660, u"1h 1m"_s}, {9000, u"2h 30m"_s}}) {
+        EXPECT_EQ(ActivityReportCalculator::formatDuration(seconds), text) << seconds;
+    }
     EXPECT_EQ(ActivityReportCalculator::roundedPercentage(66.6), 67);
     EXPECT_EQ(ActivityReportCalculator::roundedPercentage(0.4), 0);
     EXPECT_EQ(ActivityReportCalculator::roundedPercentage(12.5), 13);

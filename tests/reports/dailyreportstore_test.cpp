@@ -44,36 +44,25 @@ protected:
 };
 } // namespace
 
-TEST_F(DailyReportStoreTest, StartsEmptyAndSilentWithoutAFileOrWithAnEmptyList)
+TEST_F(DailyReportStoreTest, StartsEmptyAndUpsertKeepsOneReportPerDayInDateOrder)
 {
-    {
-        DailyReportStore store(m_file, &m_log);
-        EXPECT_TRUE(store.reports().isEmpty());
-        EXPECT_FALSE(QFile::exists(m_file));
-    }
     writeBytes(m_file, "[]");
+    EXPECT_TRUE(DailyReportStore(m_file, &m_log).reports().isEmpty());
+    QFile::remove(m_file);
     DailyReportStore store(m_file, &m_log);
     EXPECT_TRUE(store.reports().isEmpty());
-    EXPECT_TRUE(logMessages(m_log).isEmpty());
-}
+    EXPECT_FALSE(QFile::exists(m_file));
 
-TEST_F(DailyReportStoreTest, UpsertKeepsOneReportPerDayInDateOrder)
-{
-    DailyReportStore store(m_file, &m_log);
-    EXPECT_TRUE(store.upsert(reportFor(u"2026-03-10"_s)));
-    EXPECT_TRUE(store.upsert(reportFor(u"2026-03-08"_s)));
-    EXPECT_TRUE(store.upsert(reportFor(u"2026-03-09"_s)));
-    EXPECT_EQ(datesOf(store.reports()), (QStringList {u"2026-03-08"_s, u"2026-03-09"_s, u"2026-03-10"_s}));
-
+    for (const QString &date : {u"2026-03-10"_s, u"2026-03-08"_s, u"2026-03-09"_s}) {
+        EXPECT_TRUE(store.upsert(reportFor(date)));
+    }
     EXPECT_TRUE(store.upsert(reportFor(u"2026-03-09"_s, u"Finalised again."_s)));
-    EXPECT_EQ(store.reports().size(), 3);
+    EXPECT_EQ(datesOf(store.reports()), (QStringList {u"2026-03-08"_s, u"2026-03-09"_s, u"2026-03-10"_s}));
     EXPECT_EQ(store.fetch(u"2026-03-09"_s)->summary, u"Finalised again."_s);
     EXPECT_FALSE(store.fetch(u"2026-03-11"_s).has_value());
 
-    const QByteArray bytes = readBytes(m_file);
-    EXPECT_FALSE(bytes.contains('\n'));
-    DailyReportStore reloaded(m_file, &m_log);
-    EXPECT_EQ(reloaded.reports(), store.reports());
+    EXPECT_FALSE(readBytes(m_file).contains('\n'));
+    EXPECT_EQ(DailyReportStore(m_file, &m_log).reports(), store.reports());
     EXPECT_TRUE(logMessages(m_log).isEmpty());
 }
 
