@@ -38,13 +38,9 @@ TEST(ActivityCardTest, LockedMarkerShowsOnlyTimeAndDescription)
     EXPECT_FALSE(card.showNoteBadge);
     EXPECT_EQ(card.description, u"Screen Locked"_s);
     EXPECT_FALSE(card.timeText.isEmpty());
-
-    const auto sleeping = ActivityCardPresentation::present(
-        snapshot(u"Other"_s, std::nullopt, ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)), {});
-    EXPECT_FALSE(sleeping.projectChip.has_value());
 }
 
-TEST(ActivityCardTest, OtherProjectBlankCategoryAndBlankNoteShowNoChips)
+TEST(ActivityCardTest, OtherProjectBlankCategoryAndBlankNoteShowNoChipsUnlessTheNoteNamesAProject)
 {
     const auto card = ActivityCardPresentation::present(snapshot(u"   "_s, u"Other"_s, u""_s, u" \n "_s), {u"Tamlo"_s});
     EXPECT_FALSE(card.categoryChip.has_value());
@@ -52,13 +48,11 @@ TEST(ActivityCardTest, OtherProjectBlankCategoryAndBlankNoteShowNoChips)
     EXPECT_FALSE(card.showNoteBadge);
     EXPECT_FALSE(card.trimmedNote.has_value());
     EXPECT_FALSE(card.description.has_value());
-}
 
-TEST(ActivityCardTest, NoteNamingAProjectMovesTheChip)
-{
-    const auto card = ActivityCardPresentation::present(
+    // A note that names a known project moves the chip there.
+    const auto named = ActivityCardPresentation::present(
         snapshot(u"Coding"_s, u"Other"_s, u"Editing"_s, u"for Acme"_s), {u"Tamlo"_s, u"Acme"_s});
-    EXPECT_EQ(card.projectChip, u"Acme"_s);
+    EXPECT_EQ(named.projectChip, u"Acme"_s);
 }
 
 TEST(ActivityCardTest, TimeIsHourAndMinuteOfTheLocale)

@@ -30,41 +30,28 @@ void drainEvents()
 }
 } // namespace
 
-TEST(AppDelegateTest, PanelFirstThenLaunchConfiguresOnceAtLaunch)
+// Whichever of the panel's wiring and the end of the launch comes second starts the launch
+// sequence, once, however often the panel is wired again.
+TEST(AppDelegateTest, ConfiguresOnceWhicheverOfPanelAndLaunchComesSecond)
 {
-    AppDelegate delegate;
-    CountingTarget monitor;
-    wireAppDelegate(&delegate, &monitor);
-    drainEvents();
-    EXPECT_EQ(monitor.calls, 0) << "nothing may start before the launch has ended";
+    for (const bool panelFirst : {true, false}) {
+        AppDelegate delegate;
+        CountingTarget monitor;
+        const auto wire = [&] { wireAppDelegate(&delegate, &monitor); };
+        const auto launch = [&] { delegate.applicationDidFinishLaunching(); };
+        panelFirst ? wire() : launch();
+        drainEvents();
+        EXPECT_EQ(monitor.calls, 0) << "panel first: " << panelFirst;
 
-    delegate.applicationDidFinishLaunching();
-    drainEvents();
-    EXPECT_EQ(monitor.calls, 1);
+        panelFirst ? launch() : wire();
+        drainEvents();
+        EXPECT_EQ(monitor.calls, 1) << "panel first: " << panelFirst;
 
-    wireAppDelegate(&delegate, &monitor); // the panel is built again later
-    drainEvents();
-    EXPECT_EQ(monitor.calls, 1);
-}
-
-TEST(AppDelegateTest, LaunchFirstThenPanelConfiguresOnceWhenWired)
-{
-    AppDelegate delegate;
-    CountingTarget monitor;
-    delegate.applicationDidFinishLaunching();
-    drainEvents();
-    EXPECT_TRUE(delegate.didFinishLaunching());
-    EXPECT_EQ(monitor.calls, 0);
-
-    wireAppDelegate(&delegate, &monitor);
-    EXPECT_EQ(delegate.monitor(), &monitor);
-    drainEvents();
-    EXPECT_EQ(monitor.calls, 1);
-
-    wireAppDelegate(&delegate, &monitor);
-    delegate.configureIfNeeded();
-    drainEvents();
-    EXPECT_EQ(monitor.calls, 1);
+        wire(); // the panel is built again later
+        delegate.configureIfNeeded();
+        drainEvents();
+        EXPECT_EQ(monitor.calls, 1) << "panel first: " << panelFirst;
+    }
 }
 
 TEST(AppDelegateTest, LaunchForcesLightPaletteAndNeverQuitsOnClose)

@@ -25,13 +25,6 @@ TEST(ReportViewModelTest, DurationDropsSecondsAndSwitchesToHoursAtSixtyMinutes)
     EXPECT_EQ(ReportViewModel::formattedDuration(2 * 3600 + 5 * 60 + 30), u"2h 5m"_s);
 }
 
-// The rounding itself is the report arithmetic's, tested with it.
-TEST(ReportViewModelTest, PercentagesRoundHalfAwayFromZero)
-{
-    EXPECT_EQ(ReportViewModel::percentText(99.5), u"100%"_s);
-    EXPECT_EQ(ReportViewModel::percentText(150.0), u"150%"_s);
-}
-
 TEST(ReportViewModelTest, SegmentsRunOnWithoutNormalising)
 {
     EXPECT_TRUE(ReportViewModel::segments({}).isEmpty());
@@ -42,6 +35,7 @@ TEST(ReportViewModelTest, SegmentsRunOnWithoutNormalising)
     EXPECT_EQ(ring[2], (ReportViewModel::Segment {0.75, 0.875})); // the ring stays open
 }
 
+// The rounding itself is the report arithmetic's, tested with it.
 TEST(ReportViewModelTest, BarFillIsClampedButLabelKeepsTheNumber)
 {
     EXPECT_DOUBLE_EQ(ReportViewModel::barFraction(150.0), 1.0);
@@ -58,10 +52,8 @@ TEST(ReportViewModelTest, BarFillIsClampedButLabelKeepsTheNumber)
 
 TEST(ReportViewModelTest, NinthProjectTakesTheFirstColour)
 {
-    EXPECT_EQ(ReportViewModel::projectChartColor(0), TamloTheme::brandDark());
-    EXPECT_EQ(ReportViewModel::projectChartColor(3), QColor(254, 205, 214));
     EXPECT_EQ(ReportViewModel::projectChartColor(8), ReportViewModel::projectChartColor(0));
-    EXPECT_EQ(ReportViewModel::projectChartColor(9), TamloTheme::brandGreen());
+    EXPECT_EQ(ReportViewModel::projectChartColor(9), ReportViewModel::projectChartColor(1));
 }
 
 TEST(ReportViewModelTest, CardsFollowWhichShareListsHaveEntries)
@@ -90,17 +82,13 @@ TEST(ReportViewModelTest, CardsFollowWhichShareListsHaveEntries)
     EXPECT_EQ(projects[1].toMap().value(u"color"_s).value<QColor>(), TamloTheme::brandGreen());
 }
 
+// Case does not matter, and where two groups match, the earlier one decides.
 TEST(ActivityLabelStyleTest, FirstMatchingKeywordGroupDecides)
 {
-    EXPECT_EQ(ActivityLabelStyle::color(u"Email"_s), TamloTheme::indigo()); // contains "ai"
-    EXPECT_EQ(ActivityLabelStyle::color(u"Database"_s), TamloTheme::teal());
-    EXPECT_EQ(ActivityLabelStyle::color(u"Social Media"_s), TamloTheme::pink());
     EXPECT_EQ(ActivityLabelStyle::color(u"CODING"_s), TamloTheme::blue());
     EXPECT_EQ(ActivityLabelStyle::color(u"Development research"_s), TamloTheme::blue());
-    EXPECT_EQ(ActivityLabelStyle::color(u"Web Browsing"_s), TamloTheme::orange());
-    EXPECT_EQ(ActivityLabelStyle::color(u"Entertainment"_s), TamloTheme::purple());
-    EXPECT_EQ(ActivityLabelStyle::color(u"Content Creation"_s), TamloTheme::cyan());
-    EXPECT_EQ(ActivityLabelStyle::color(u"Infrastructure"_s), TamloTheme::gray());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Database"_s), TamloTheme::teal());
+    EXPECT_EQ(ActivityLabelStyle::color(u"Email"_s), TamloTheme::indigo()); // contains "ai"
     EXPECT_EQ(ActivityLabelStyle::color(u"Messaging"_s), TamloTheme::green());
     EXPECT_EQ(ActivityLabelStyle::color(u"Other"_s), TamloTheme::secondary());
     EXPECT_EQ(ActivityLabelStyle::color(QString()), TamloTheme::secondary());

@@ -40,6 +40,13 @@ protected:
 
     void capture(const QString &name) { QmlScreenTest::capture(name, QSize(320, 600)); }
 
+    // The main screen of a user past the first-launch setup.
+    void makeMain()
+    {
+        env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+        main = env.makeMainScreen();
+    }
+
     void recordDay()
     {
         env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website, Thesis"_s);
@@ -73,30 +80,18 @@ TEST_F(ScreensSmokeTest, FirstLaunchSetup)
 
 TEST_F(ScreensSmokeTest, RunningWithReport)
 {
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
     recordDay();
-    main = env.makeMainScreen();
+    makeMain();
     env.monitor.startMonitoring();
     show(main.get());
     capture(u"03-report-running"_s);
 }
 
-TEST_F(ScreensSmokeTest, PausedWithEmptyReportAndActivity)
-{
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-    main = env.makeMainScreen();
-    show(main.get());
-    capture(u"04-report-paused-empty"_s);
-    main->setSelectedTab(1);
-    capture(u"05-activity-empty"_s);
-}
-
 TEST_F(ScreensSmokeTest, ActivityCardsOfEachKind)
 {
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
     env.settings.setString(SettingsKey::userProjects, u"Tamlo"_s);
     env.settings.setString(SettingsKey::categorizeBy, u"Coding, Communication, Social Media"_s);
-    main = env.makeMainScreen();
+    makeMain();
     env.capture(u"Coding"_s, u"Tamlo"_s, u"Reviewing a pull request for the export bar"_s);
     env.monitor.addNoteToCurrentLog(u"Pairing with Sam on the export"_s);
     env.capture(u"Communication"_s, u"Other"_s, u"Chatting in the team channel"_s);
@@ -112,10 +107,9 @@ TEST_F(ScreensSmokeTest, ActivityCardsOfEachKind)
     capture(u"06-activity-cards"_s);
 }
 
-TEST_F(ScreensSmokeTest, ThreeBannerVariants)
+TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
 {
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-    main = env.makeMainScreen();
+    makeMain();
     env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
     main->setSelectedTab(1);
     show(main.get());
@@ -133,46 +127,8 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariants)
     env.grabber.failWith = ScreenCaptureError::Kind::CaptureFailed;
     QCoro::waitFor(env.monitor.performCapture());
     capture(u"09-banner-plain"_s);
-}
 
-TEST_F(ScreensSmokeTest, SettingsWithModelReadyAndMissing)
-{
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-    env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website"_s);
-    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication"_s);
-    main = env.makeMainScreen();
-    main->setSelectedTab(2);
-    show(main.get());
-    capture(u"10-settings-ready"_s);
-
-    env.installedModels.clear();
-    main->settingsView()->setSelectedIndex(1);
-    capture(u"11-settings-missing"_s);
-}
-
-TEST_F(ScreensSmokeTest, AboutSheet)
-{
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-    main = env.makeMainScreen();
-    show(main.get());
-    main->setShowingAbout(true);
-    capture(u"12-about"_s);
-
-    QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
-    QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
-    QCoreApplication::sendEvent(m_view.get(), &press);
-    QCoreApplication::sendEvent(m_view.get(), &release);
-    settle();
-    EXPECT_FALSE(main->showingAbout()) << "Return closes the sheet";
-}
-
-TEST_F(ScreensSmokeTest, ExportAsksWhereToSave)
-{
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-    main = env.makeMainScreen();
-    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
-    main->setSelectedTab(1);
-    show(main.get());
+    // Export asks where to save, offering the day's file name.
     main->exportTodayLogs();
     QObject *dialog = m_view->rootObject()->findChild<QObject *>(u"saveDialog"_s);
     ASSERT_NE(dialog, nullptr);
@@ -181,4 +137,30 @@ TEST_F(ScreensSmokeTest, ExportAsksWhereToSave)
     EXPECT_TRUE(dialog->property("selectedFile").toUrl().toString().endsWith(u"/Tamlo_WorkLog_2026-03-09.csv"_s))
         << dialog->property("selectedFile").toUrl().toString().toStdString();
     capture(u"13-export-save-dialog"_s);
+}
+
+TEST_F(ScreensSmokeTest, PausedAndEmptyThenSettingsAndAbout)
+{
+    env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website"_s);
+    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication"_s);
+    makeMain();
+    show(main.get());
+    capture(u"04-report-paused-empty"_s);
+    main->setSelectedTab(1);
+    capture(u"05-activity-empty"_s);
+    main->setSelectedTab(2);
+    capture(u"10-settings-ready"_s);
+
+    env.installedModels.clear();
+    main->settingsView()->setSelectedIndex(1);
+    capture(u"11-settings-missing"_s);
+
+    main->setShowingAbout(true);
+    capture(u"12-about"_s);
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
+    QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
+    QCoreApplication::sendEvent(m_view.get(), &press);
+    QCoreApplication::sendEvent(m_view.get(), &release);
+    settle();
+    EXPECT_FALSE(main->showingAbout()) << "Return closes the sheet";
 }
