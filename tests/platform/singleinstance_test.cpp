@@ -69,13 +69,10 @@ TEST_F(SingleInstanceTest, OnlyOneProcessBecomesTheInstance)
     EXPECT_EQ(received.count(), 0) << "probing for a live instance sends it nothing";
 }
 
-TEST_F(SingleInstanceTest, NothingListeningMeansNoHandOver)
+TEST_F(SingleInstanceTest, NoHandOverWithoutAnInstanceAndASocketLeftByACrashIsTakenOver)
 {
     EXPECT_FALSE(SingleInstance::sendToRunning(name(), SingleInstance::showPanelMessage));
-}
 
-TEST_F(SingleInstanceTest, SocketLeftByACrashedInstanceIsTakenOver)
-{
     // A bound socket that nobody accepts on, as a killed process leaves it.
     const QByteArray path = name().toLocal8Bit();
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);

@@ -2,7 +2,6 @@
 #include "platform/x11screengrabber.h"
 
 #include <QCoroTask>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
@@ -145,8 +144,6 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHund
     ASSERT_TRUE(data.has_value());
     const QImage png = QImage::fromData(*data, "PNG");
     ASSERT_EQ(png.size(), expectedSize);
-    EXPECT_EQ(ScreenCaptureService::sha256Hex(*data),
-        QString::fromLatin1(QCryptographicHash::hash(*data, QCryptographicHash::Sha256).toHex()));
 
     // The middle of every block shows its colour, on the screen and in the scaled picture.
     for (int column = 0; column < columns; ++column) {
