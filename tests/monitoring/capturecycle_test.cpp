@@ -7,7 +7,7 @@ class CaptureCycleTest : public MonitorFixture
 {
 };
 
-TEST_F(CaptureCycleTest, StartTakesTheFirstCaptureAfterReturningAndSetsUpTimersOnce)
+TEST_F(CaptureCycleTest, StartAndConfigureSetUpEverythingOnceAndCaptureAfterReturning)
 {
     monitor->startMonitoring();
     // Nothing has been captured yet: the first tick runs once the call has returned.
@@ -15,9 +15,7 @@ TEST_F(CaptureCycleTest, StartTakesTheFirstCaptureAfterReturningAndSetsUpTimersO
     EXPECT_TRUE(monitor->isMonitoring());
     EXPECT_FALSE(settings->boolean(SettingsKey::userIntentionallyStopped));
     EXPECT_TRUE(settings->contains(SettingsKey::userIntentionallyStopped));
-
     ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
-    EXPECT_EQ(grabber.grabs, 1);
     EXPECT_EQ(monitor->screenshotCount(), 1);
     EXPECT_EQ(snapshotStore->count(), 1);
 
@@ -28,15 +26,31 @@ TEST_F(CaptureCycleTest, StartTakesTheFirstCaptureAfterReturningAndSetsUpTimersO
     EXPECT_EQ(capture->interval(), 30000);
     EXPECT_GT(capture->remainingTime(), 25000);
     EXPECT_EQ(cleanup->interval(), 300000);
-    EXPECT_EQ(events->observerCount(), 4);
 
-    // A second start changes nothing: no second set of observers, timers, message or capture.
+    // A second start, and configure (which starts monitoring itself) called again and again, add no
+    // observers, timers, messages or captures.
     monitor->startMonitoring();
+    monitor->configure();
+    monitor->configure();
+    ASSERT_TRUE(waitFor([&] { return timer(u"dailyCheckTimer"_s) != nullptr; }));
+    monitor->configure();
     QTest::qWait(50);
+    EXPECT_EQ(countOf(u"📦 Storage configured"_s), 1);
+    EXPECT_EQ(countOf(u"🚀 Monitoring started"_s), 1);
+    EXPECT_EQ(events->wakeObserverCount(), 1);
     EXPECT_EQ(events->observerCount(), 4);
     EXPECT_EQ(monitor->findChildren<QTimer *>(u"captureTimer"_s).size(), 1);
-    EXPECT_EQ(countOf(u"🚀 Monitoring started"_s), 1);
+    EXPECT_EQ(monitor->findChildren<QTimer *>(u"dailyCheckTimer"_s).size(), 1);
     EXPECT_EQ(grabber.grabs, 1);
+
+    // The day check goes on while monitoring is stopped; the capture timer does not.
+    monitor->stopMonitoring();
+    QTest::qWait(0);
+    EXPECT_EQ(timer(u"captureTimer"_s), nullptr);
+    QTimer *daily = timer(u"dailyCheckTimer"_s);
+    ASSERT_NE(daily, nullptr);
+    EXPECT_EQ(daily->interval(), 60000);
+    EXPECT_EQ(events->wakeObserverCount(), 1);
 }
 
 TEST_F(CaptureCycleTest, StopEndsTheTimersAndObserversWritesTheDayAndRunsAgainWhenStopped)
@@ -141,31 +155,6 @@ TEST_F(CaptureCycleTest, ATickThatSeesTheLockWhileWaitingForTheModelStillRecords
     ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
     EXPECT_EQ(monitor->aiAnalysisCount(), 1);
     EXPECT_EQ(monitor->latestSnapshots().first().aiCategory, u"Coding"_s);
-}
-
-TEST_F(CaptureCycleTest, ConfigureRunsTheLaunchSequenceOnce)
-{
-    monitor->configure();
-    monitor->configure();
-    ASSERT_TRUE(waitFor([&] { return monitor->isMonitoring() && monitor->captureCount() == 1; }));
-    monitor->configure();
-    QTest::qWait(50);
-
-    EXPECT_EQ(countOf(u"📦 Storage configured"_s), 1);
-    EXPECT_EQ(countOf(u"🚀 Monitoring started"_s), 1);
-    EXPECT_EQ(events->wakeObserverCount(), 1);
-    EXPECT_EQ(events->observerCount(), 4);
-    EXPECT_EQ(monitor->findChildren<QTimer *>(u"dailyCheckTimer"_s).size(), 1);
-    EXPECT_EQ(grabber.grabs, 1);
-
-    // The day check goes on while monitoring is stopped; the capture timer does not.
-    monitor->stopMonitoring();
-    QTest::qWait(0);
-    EXPECT_EQ(timer(u"captureTimer"_s), nullptr);
-    QTimer *daily = timer(u"dailyCheckTimer"_s);
-    ASSERT_NE(daily, nullptr);
-    EXPECT_EQ(daily->interval(), 60000);
-    EXPECT_EQ(events->wakeObserverCount(), 1);
 }
 
 TEST_F(CaptureCycleTest, EachTimerStartsItsOwnStep)

@@ -16,15 +16,7 @@ TEST_F(RecordingTest, AnAnalysedTickStoresTheModelsAnswerWithTheHashOfTheSentIma
 
     ASSERT_EQ(ollama.requestsTo("/api/chat").size(), 1);
     const QJsonObject body = QJsonDocument::fromJson(ollama.requestsTo("/api/chat").first().body).object();
-    const QByteArray sentImage = QByteArray::fromBase64(body.value(u"messages"_s)
-                                                            .toArray()
-                                                            .first()
-                                                            .toObject()
-                                                            .value(u"images"_s)
-                                                            .toArray()
-                                                            .first()
-                                                            .toString()
-                                                            .toLatin1());
+    const QByteArray sentImage = QByteArray::fromBase64(body[u"messages"_s][0][u"images"_s][0].toString().toLatin1());
     ASSERT_FALSE(sentImage.isEmpty());
     EXPECT_EQ(QImage::fromData(sentImage, "PNG").size(), QSize(1200, 675));
 
@@ -49,7 +41,7 @@ TEST_F(RecordingTest, AnAnalysedTickStoresTheModelsAnswerWithTheHashOfTheSentIma
     EXPECT_EQ(reread.fetchAll(), stored);
 }
 
-TEST_F(RecordingTest, ModelFailureCountsTheScreenshotOnlyAndTheErrorStaysUntilAGoodAnalysis)
+TEST_F(RecordingTest, ModelFailureCountsTheScreenshotOnlyAndAScreenStateRecordLeavesTheError)
 {
     analysis = StandInServer::Reply {500, R"({"error":"model crashed"})"};
     QCoro::waitFor(monitor->performCapture());
@@ -69,13 +61,6 @@ TEST_F(RecordingTest, ModelFailureCountsTheScreenshotOnlyAndTheErrorStaysUntilAG
     QCoro::waitFor(monitor->performCapture());
     EXPECT_EQ(monitor->captureCount(), 1);
     EXPECT_EQ(monitor->lastError(), error);
-
-    analysis = goodAnalysis;
-    sendScreenSaver(u"org.freedesktop.ScreenSaver"_s, false);
-    ASSERT_TRUE(waitFor([&] { return monitor->screenState() == ScreenState::Active; }));
-    QCoro::waitFor(monitor->performCapture());
-    EXPECT_TRUE(monitor->lastError().isEmpty());
-    EXPECT_EQ(monitor->aiAnalysisCount(), 1);
 }
 
 TEST_F(RecordingTest, LatestSnapshotsKeepsTheTwentyNewestWhileTheStoreKeepsAll)
