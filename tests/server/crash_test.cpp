@@ -23,10 +23,9 @@ QByteArray uploadBody(const QStringList &dates, int perDay, const QString &type,
         for (int i = 0; i < perDay; ++i, ++n) {
             snapshots.append(QJsonObject {{u"id"_s, u"00000000-0000-4000-8000-%1"_s.arg(n, 12, 10, QChar(u'0'))},
                 {u"timestamp"_s,
-                    u"%1T%2:%3:%4Z"_s.arg(date)
-                        .arg(i / 120 % 24, 2, 10, QChar(u'0'))
-                        .arg(i / 2 % 60, 2, 10, QChar(u'0'))
-                        .arg(i % 2 * 30, 2, 10, QChar(u'0'))},
+                    QDateTime(QDate::fromString(date, Qt::ISODate), QTime(0, 0), Qt::UTC)
+                        .addSecs(30LL * i)
+                        .toString(Qt::ISODate)},
                 {u"activityType"_s, type}, {u"projectName"_s, u"Website"_s},
                 {u"activityDescription"_s, u"Editing checkout.css in the editor, line %1"_s.arg(i)}});
         }
