@@ -20,6 +20,8 @@ Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
 using namespace Qt::StringLiterals;
 
 namespace {
+using Phase = LoginViewModel::Phase;
+
 // The panel's gate over real services: the sign-in screen until the stand-in backend accepts a
 // token, the main screen after. Each phase is drawn offscreen and written as a picture.
 class SignInScreensTest : public QmlScreenTest
@@ -27,10 +29,6 @@ class SignInScreensTest : public QmlScreenTest
 protected:
     SignInScreensTest()
     {
-        m_backend.on("POST", "/auth/verify-token",
-            StandInServer::Reply {.status = 200,
-                .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})",
-                .delayMs = 300});
         m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
         m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
         env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
@@ -52,6 +50,25 @@ protected:
         m_view->show();
     }
 
+    static StandInServer::Reply signedIn(int delayMs)
+    {
+        return StandInServer::Reply {.status = 200,
+            .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})",
+            .delayMs = delayMs};
+    }
+
+    // A callback's token exchange, answered by the stand-in backend with this reply.
+    void verify(const StandInServer::Reply &reply)
+    {
+        m_backend.on("POST", "/auth/verify-token", reply);
+        QCoro::waitFor(m_auth.verifyMagicLinkToken(u"magic"_s));
+    }
+
+    [[nodiscard]] QString lastPage() const
+    {
+        return env.desktop.openedUrls.value(env.desktop.openedUrls.size() - 1).toString();
+    }
+
     // Whether an item of that name is on screen now.
     bool shows(const char *objectName)
     {
@@ -71,46 +88,91 @@ protected:
 };
 } // namespace
 
+// One user's way through the sign-in: each phase drawn, with its message, the page it opened and
+// what the gate made of it.
 TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
 {
+    const QString expiredLink = u"This sign-in link has expired. Please log in again on Tamloweb."_s;
+    QList<Phase> phases;
+    QObject::connect(&m_login, &LoginViewModel::phaseChanged, &m_login, [&] { phases.append(m_login.phase()); });
+    QSignalSpy gateChanges(&m_gate, &AppGateModel::isAuthenticatedChanged);
     ASSERT_NO_FATAL_FAILURE(show());
+    EXPECT_EQ(m_login.phase(), Phase::Login);
     EXPECT_TRUE(shows("logInButton"));
     EXPECT_FALSE(shows("openAgainButton"));
+    EXPECT_EQ(m_gate.menuBarSymbol(), u"circle.dotted"_s);
     capture(u"signin-1-login"_s);
 
+    // A callback without "Log in" in this run still shows the verification.
+    verify(StandInServer::Reply {.status = 410});
+    EXPECT_EQ(phases, (QList<Phase> {Phase::Verifying, Phase::Login}));
+    EXPECT_EQ(m_login.errorText(), expiredLink);
+    EXPECT_TRUE(shows("logInButton"));
+    capture(u"signin-2-login-error"_s);
+
+    // "Create an account" opens registration and changes nothing else.
+    m_login.createAccount();
+    EXPECT_EQ(lastPage(), u"https://web.example/register?redirect=tamlo://auth"_s);
+    EXPECT_EQ(phases.size(), 2);
+    EXPECT_EQ(m_login.errorText(), expiredLink);
+
+    // "Log in" is a new attempt: the message goes first.
+    QSignalSpy errorChanges(&m_login, &LoginViewModel::errorChanged);
     m_login.openWebLogin();
+    EXPECT_FALSE(m_login.showsError());
+    EXPECT_EQ(errorChanges.count(), 1);
+    EXPECT_EQ(m_login.phase(), Phase::Waiting);
+    EXPECT_EQ(lastPage(), u"https://web.example/login?redirect=tamlo://auth"_s);
     EXPECT_FALSE(shows("logInButton"));
     EXPECT_TRUE(shows("openAgainButton"));
-    capture(u"signin-2-waiting"_s);
+    capture(u"signin-3-waiting"_s);
 
-    m_backend.on(
-        "POST", "/auth/verify-token", StandInServer::Reply {.status = 404, .body = R"({"error":"user not found"})"});
-    QCoro::waitFor(m_auth.verifyMagicLinkToken(u"unknown"_s));
+    // A failure while waiting keeps waiting, with the message, until "Back".
+    phases.clear();
+    verify(StandInServer::Reply {.status = 404, .body = R"({"error":"user not found"})"});
+    EXPECT_EQ(phases, (QList<Phase> {Phase::Verifying, Phase::Waiting}));
+    EXPECT_EQ(m_login.errorText(), u"Account not found. Please register on Tamloweb."_s);
     EXPECT_TRUE(shows("openAgainButton"));
-    capture(u"signin-3-waiting-error"_s);
-
+    capture(u"signin-4-waiting-error"_s);
+    m_login.openWebLogin();
+    EXPECT_FALSE(m_login.showsError());
+    EXPECT_EQ(env.desktop.openedUrls.size(), 3);
+    verify(StandInServer::Reply {.status = 410});
+    EXPECT_EQ(m_login.phase(), Phase::Waiting);
+    EXPECT_TRUE(m_login.showsError());
     m_login.back();
-    m_backend.on("POST", "/auth/verify-token", StandInServer::Reply {.status = 410});
-    QCoro::waitFor(m_auth.verifyMagicLinkToken(u"expired"_s));
-    EXPECT_TRUE(shows("logInButton"));
-    capture(u"signin-4-login-error"_s);
+    EXPECT_EQ(m_login.phase(), Phase::Login);
+    EXPECT_FALSE(m_login.showsError());
+    EXPECT_EQ(env.desktop.openedUrls.size(), 3);
+    EXPECT_EQ(gateChanges.count(), 0);
 
-    m_backend.on("POST", "/auth/verify-token",
-        StandInServer::Reply {.status = 200,
-            .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})",
-            .delayMs = 1500});
+    m_login.openWebLogin();
+    m_backend.on("POST", "/auth/verify-token", signedIn(1500));
     auto verification = m_auth.verifyMagicLinkToken(u"magic"_s);
     ASSERT_TRUE(m_auth.isLoading());
     EXPECT_FALSE(shows("logInButton"));
     capture(u"signin-5-verifying"_s);
 
+    // Signed in: the main screen, the filled tray icon and the periodic sync, the waiting over.
     QCoro::waitFor(std::move(verification));
     ASSERT_TRUE(m_auth.isAuthenticated());
-    EXPECT_FALSE(shows("logInButton"));
+    EXPECT_EQ(gateChanges.count(), 1);
+    EXPECT_EQ(m_gate.screen(), AppGateModel::Screen::Content);
+    EXPECT_EQ(m_gate.menuBarSymbol(), u"circle.fill"_s);
     EXPECT_TRUE(m_sync.isPeriodicSyncRunning());
+    EXPECT_FALSE(m_login.openedWebLogin());
+    EXPECT_FALSE(m_login.showsError());
+    EXPECT_FALSE(shows("logInButton"));
     capture(u"signin-6-main-screen"_s);
+    // A second sign-in while signed in changes nothing that the gate sees.
+    verify(signedIn(0));
+    EXPECT_EQ(gateChanges.count(), 1);
 
+    // Signed out, everything starts over.
     m_auth.logout();
+    EXPECT_EQ(gateChanges.count(), 2);
+    EXPECT_EQ(m_login.phase(), Phase::Login);
+    EXPECT_EQ(m_gate.menuBarSymbol(), u"circle.dotted"_s);
     EXPECT_TRUE(shows("logInButton"));
     EXPECT_FALSE(m_sync.isPeriodicSyncRunning());
 }
