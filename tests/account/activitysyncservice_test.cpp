@@ -135,7 +135,7 @@ TEST_F(ActivitySyncServiceTest, UploadsAtMostEverySecondTimerFiring)
     EXPECT_EQ(uploads().size(), 3);
 }
 
-TEST_F(ActivitySyncServiceTest, NothingToSendIsLoggedAndNotUploaded)
+TEST_F(ActivitySyncServiceTest, NothingToSendOrSignedOutIsLoggedAndNotUploaded)
 {
     m_store.add(record(m_clock.now().addDays(-3)));
     m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = R"({"syncRequestedAt":5})"});
@@ -143,17 +143,16 @@ TEST_F(ActivitySyncServiceTest, NothingToSendIsLoggedAndNotUploaded)
     QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_TRUE(uploads().isEmpty());
     EXPECT_EQ(logMessages(), QStringList(2, u"⚠️ Sync skipped: no local snapshots for today or yesterday"_s));
-}
 
-TEST_F(ActivitySyncServiceTest, SignedOutSendsNothing)
-{
     m_store.add(record(m_clock.now()));
     m_auth->logout();
+    m_backend.clearRequests();
     QCoro::waitFor(m_sync->syncNow());
     QCoro::waitFor(m_sync->syncIfNeeded(true));
     QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_TRUE(m_backend.requests().isEmpty());
-    EXPECT_EQ(logMessages(), QStringList {u"⚠️ Sync skipped: not signed in to the macOS app"_s});
+    EXPECT_EQ(logMessages().first(), u"⚠️ Sync skipped: not signed in to the macOS app"_s);
+    EXPECT_EQ(logMessages().size(), 3);
 }
 
 TEST_F(ActivitySyncServiceTest, StatusPollForcesAnUploadOnlyWhenAcceptedWithTheKey)

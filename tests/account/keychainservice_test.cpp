@@ -66,7 +66,7 @@ protected:
     QTemporaryDir m_home;
 };
 
-TEST_F(KeychainServiceTest, ValuesSurviveARestartUntilDeleteAll)
+TEST_F(KeychainServiceTest, ValuesSurviveARestartUntilDeleteAllAndAFailedWriteKeepsThemForThisRun)
 {
     {
         KeychainService storage(directory(), service);
@@ -83,6 +83,11 @@ TEST_F(KeychainServiceTest, ValuesSurviveARestartUntilDeleteAll)
     restored.deleteAll();
     EXPECT_FALSE(QFile::exists(file()));
     EXPECT_FALSE(restored.value(u"sessionToken"_s).has_value());
+
+    // A write that fails (a folder where the file should be) keeps the value for this run.
+    ASSERT_TRUE(QDir().mkpath(file()));
+    restored.setValue(u"abc"_s, u"sessionToken"_s);
+    EXPECT_EQ(restored.value(u"sessionToken"_s), u"abc"_s);
 }
 
 // Only a binary property list of strings alone holds a session; anything else is no session at all.
@@ -137,14 +142,5 @@ TEST_F(KeychainServiceTest, FileIsABinaryPropertyListAStandardReaderAccepts)
     EXPECT_EQ(read,
         (QJsonObject {
             {u"sessionToken"_s, u"tök€n ☁️"_s}, {u"userData"_s, u"{\"id\":\"u1\",\"email\":\"a@b.c\"}"_s}}));
-}
-
-TEST_F(KeychainServiceTest, FailedWriteKeepsTheValueForThisRun)
-{
-    QDir().mkpath(directory());
-    ASSERT_TRUE(QDir().mkpath(file())); // a folder where the file should be
-    KeychainService storage(directory(), service);
-    storage.setValue(u"abc"_s, u"sessionToken"_s);
-    EXPECT_EQ(storage.value(u"sessionToken"_s), u"abc"_s);
 }
 } // namespace

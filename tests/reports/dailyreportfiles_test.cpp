@@ -50,22 +50,15 @@ protected:
 };
 } // namespace
 
-TEST_F(DailyReportFilesTest, WorkLogReplacesCommasAndLineFeedsAndQuotesNothing)
+// The golden files hold the awkward cases; these are the ones they cannot show.
+TEST_F(DailyReportFilesTest, EmptyTablesAreTheirHeaderAndNothingButCommasAndLineFeedsIsReplaced)
 {
     const QStringList projects {u"Website"_s, u"Tamlo"_s};
-    EXPECT_TRUE(matchesGolden(DailyReportService::workLogCSVContent(dayWithAwkwardTexts(), projects).toUtf8(),
-        u"reports/worklog-2026-03-09.csv"_s));
     EXPECT_EQ(DailyReportService::workLogCSVContent({}, projects), u"Timestamp,Category,Project,Summary,Note\n"_s);
-
     ActivitySnapshot carriageReturn = dayWithAwkwardTexts().first();
     carriageReturn.activityDescription = u"a\rb"_s;
     EXPECT_TRUE(DailyReportService::workLogCSVContent({carriageReturn}, projects).contains(u",a\rb,"_s));
-}
 
-TEST_F(DailyReportFilesTest, ReportsTableQuotesWhatMustBeAndAlwaysTheSummary)
-{
-    EXPECT_TRUE(matchesGolden(DailyReportService::dailyReportCSVContent(reportsWithAwkwardTexts(), true).toUtf8(),
-        u"reports/daily-reports.csv"_s));
     EXPECT_EQ(DailyReportService::dailyReportCSVContent({}, true),
         u"Date,TotalTime,Projects,Categories,Summary,MajorTasks\n"_s);
     EXPECT_EQ(DailyReportService::dailyReportCSVContent({}, false), QString());
