@@ -107,6 +107,7 @@ TEST_F(ScreensSmokeTest, ActivityCardsOfEachKind)
     capture(u"06-activity-cards"_s);
 }
 
+// Each banner with what it offers, then the save dialog over the panel.
 TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
 {
     makeMain();
@@ -114,18 +115,35 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
     main->setSelectedTab(1);
     show(main.get());
 
+    // Permission: a way to the settings, where the desktop has them.
     env.grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     QCoro::waitFor(env.monitor.performCapture());
+    EXPECT_EQ(main->bannerText(), u"Screen Recording permission denied."_s);
+    EXPECT_TRUE(main->showSettingsButton());
+    EXPECT_FALSE(main->showBannerHint());
+    main->openSystemSettings();
+    EXPECT_EQ(env.desktop.privacySettingsOpened, 1);
     capture(u"07-banner-permission"_s);
+    env.desktop.hasPrivacySettings = false;
+    EXPECT_FALSE(main->showSettingsButton());
+    EXPECT_FALSE(main->showBannerHint()) << "the hint is for model errors only";
+    env.desktop.hasPrivacySettings = true;
 
+    // The model missing: the hint, until another model is chosen.
     env.grabber.failWith.reset();
     env.installedModels.clear();
     env.llm.invalidateInstalledModelsCache();
     QCoro::waitFor(env.monitor.performCapture());
+    EXPECT_TRUE(main->showBannerHint()) << main->bannerText().toStdString();
+    EXPECT_FALSE(main->showSettingsButton());
     capture(u"08-banner-model-hint"_s);
+    env.llm.selectModel(u"qwen3-vl:4b"_s);
+    EXPECT_FALSE(main->showBanner());
 
     env.grabber.failWith = ScreenCaptureError::Kind::CaptureFailed;
     QCoro::waitFor(env.monitor.performCapture());
+    EXPECT_TRUE(main->bannerText().startsWith(u"Screenshot failed: "_s));
+    EXPECT_FALSE(main->showSettingsButton() || main->showBannerHint());
     capture(u"09-banner-plain"_s);
 
     // Export asks where to save, offering the day's file name.
