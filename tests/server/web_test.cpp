@@ -171,9 +171,7 @@ TEST_P(WebTest, EveryReplyCarriesTheSecurityHeaders)
         EXPECT_EQ(reply.header("X-Frame-Options"), "DENY");
         EXPECT_EQ(reply.header("Referrer-Policy"), "no-referrer");
         EXPECT_EQ(reply.header("X-Content-Type-Options"), "nosniff");
-    }
-    // No page has a script, nor a style of its own.
-    for (const HttpResult &reply : replies) {
+        // No page has a script, nor a style of its own.
         EXPECT_FALSE(reply.text().contains(u"<script"_s));
         EXPECT_FALSE(reply.text().contains(u"style=\""_s));
     }
