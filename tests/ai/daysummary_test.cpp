@@ -75,17 +75,6 @@ TEST_F(DaySummaryTest, SendsTheWholePromptAndBodyForASmallDay)
     EXPECT_EQ(nam.transferTimeouts.last(), 180000);
 }
 
-TEST_F(DaySummaryTest, ADayWithoutActivityRaisesBeforeAnyRequest)
-{
-    const ActivitySnapshot asleep
-        = record(QTime(9, 0), u"Other"_s, ActivitySnapshot::screenStateMarker(ScreenState::Sleeping));
-    const LLMError error = failureOf<LLMError>(service.generateDaySummary({asleep}));
-    EXPECT_EQ(error.kind(), LLMError::Kind::InvalidResponse);
-    EXPECT_EQ(error.errorDescription(), u"No active activity to summarize"_s);
-    EXPECT_TRUE(server.requests().isEmpty());
-    EXPECT_TRUE(messages().isEmpty());
-}
-
 TEST_F(DaySummaryTest, ShowsTheSixLargestProjectsAndTheNotes)
 {
     QList<ActivitySnapshot> day;
@@ -141,19 +130,6 @@ TEST_F(DaySummaryTest, RetriesWithAShorterLogAndWarnsOncePerFailure)
     EXPECT_EQ(messages(),
         (QStringList {u"⚠️ Day summary attempt failed (50 groups): context too long"_s,
             u"⚠️ Day summary attempt failed (30 groups): context too long"_s}));
-}
-
-TEST_F(DaySummaryTest, RaisesTheThirdErrorAfterThreeFailures)
-{
-    server.on("GET", "/api/tags", StandInServer::Reply {200, tagsBody({})});
-    const LLMError error = failureOf<LLMError>(service.generateDaySummary({record(QTime(9, 0), u"A"_s, u"B"_s)}));
-    EXPECT_EQ(error.kind(), LLMError::Kind::OllamaNotRunning);
-    const QString text = u"Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal."_s;
-    EXPECT_EQ(messages(),
-        (QStringList {u"⚠️ Day summary attempt failed (50 groups): "_s + text,
-            u"⚠️ Day summary attempt failed (30 groups): "_s + text,
-            u"⚠️ Day summary attempt failed (15 groups): "_s + text}));
-    EXPECT_TRUE(server.requestsTo("/api/chat").isEmpty());
 }
 
 TEST_F(DaySummaryTest, TurnsUnusableRepliesIntoTheirOwnErrors)

@@ -103,25 +103,4 @@ TEST_F(RecordingTest, NotesGoToTheNewestRecordAndRelabelOnlyWhenTheyNameAProject
     EXPECT_EQ(stored, inMemory);
     EXPECT_EQ(countOf(u"📝 Note added to current log"_s), 2);
 }
-
-TEST_F(RecordingTest, CleanupLogsOnlyWhenSomethingWent)
-{
-    snapshotStore->add(recordAt(at(2026, 3, 9, 9, 0), u"today"_s));
-    QCoro::waitFor(monitor->cleanupOldRecords());
-    EXPECT_EQ(snapshotStore->count(), 1);
-
-    for (int minute = 0; minute < 3; ++minute) {
-        snapshotStore->add(recordAt(at(2026, 3, 8, 15, minute), u"yesterday"_s));
-    }
-    DailyReport report;
-    report.date = u"2026-03-08"_s;
-    report.summary = u"Done."_s;
-    report.generatedAt = at(2026, 3, 9, 0, 1);
-    ASSERT_TRUE(reportStore->upsert(report));
-    QCoro::waitFor(monitor->cleanupOldRecords());
-    EXPECT_EQ(snapshotStore->count(), 1);
-
-    const QStringList log = messages();
-    EXPECT_EQ(log.filter(u"🧹"_s), QStringList {u"🧹 Cleaned up 3 old records"_s});
-}
 } // namespace
