@@ -18,9 +18,6 @@
 #include "ui/mainscreenmodel.h"
 
 #include <QCoroTask>
-#include <QImage>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QTemporaryDir>
