@@ -65,11 +65,6 @@ void TrayPanel::buildPanel()
     }
 }
 
-void TrayPanel::panelHidden()
-{
-    m_release.start();
-}
-
 void TrayPanel::releasePanel()
 {
     if (!m_panel || m_panel->isVisible()) {
@@ -134,7 +129,7 @@ void TrayPanel::hidePanel()
 {
     if (m_panel && m_panel->isVisible()) {
         m_panel->hide();
-        panelHidden();
+        m_release.start();
     }
 }
 

@@ -49,7 +49,6 @@ Q_SIGNALS:
 
 private:
     void buildPanel();
-    void panelHidden();
     void releasePanel();
     void placePanel();
     [[nodiscard]] bool eventFilter(QObject *watched, QEvent *event) override;
