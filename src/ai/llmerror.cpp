@@ -32,12 +32,12 @@ QString LLMError::errorDescription() const
     switch (m_kind) {
     case Kind::LocalModelNotAvailable:
         return u"Model \""_s + m_payload + u"\" is not installed. Run `ollama pull "_s + m_payload
-            + u"` in Terminal."_s;
+            + u"` in a terminal."_s;
     case Kind::RequestFailed:
     case Kind::InvalidResponse:
         return m_payload;
     case Kind::OllamaNotRunning:
-        return u"Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal."_s;
+        return u"Ollama is not running. Start the Ollama service or run `ollama serve` in a terminal."_s;
     }
     return m_payload;
 }

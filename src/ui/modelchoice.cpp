@@ -10,7 +10,7 @@ QString ModelChoice::detail(const QString &name)
         return u"Recommended · ~2 GB RAM"_s;
     }
     if (name == u"qwen3-vl:4b"_s) {
-        return u"16 GB+ RAM · newer Macs · ~4 GB"_s;
+        return u"16 GB+ RAM · a GPU helps · ~4 GB"_s;
     }
     return {};
 }

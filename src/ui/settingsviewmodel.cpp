@@ -57,7 +57,7 @@ QStringList SettingsViewModel::modelLabels() const
 
 QString SettingsViewModel::usesText() const
 {
-    return u"Uses Ollama on this Mac ("_s + selectedModel() + u")"_s;
+    return u"Uses Ollama on this computer ("_s + selectedModel() + u")"_s;
 }
 
 QString SettingsViewModel::installCommandText() const

@@ -16,7 +16,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-const QString skippedSignedOut = u"⚠️ Sync skipped: not signed in to the macOS app"_s;
+const QString skippedSignedOut = u"⚠️ Sync skipped: not signed in to Tamlo"_s;
 
 class UrlRouterTest : public AccountFixture
 {

@@ -1,8 +1,11 @@
+#include "platform/linuxdesktopactions.h"
 #include "platform/traypanel.h"
 
+#include <QFile>
 #include <QImage>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -93,4 +96,46 @@ TEST(TrayPanelTest, APanelHiddenForTheDelayIsReleasedAndBuiltAfreshWhenShownAgai
     ASSERT_NE(tray.panel(), nullptr);
     EXPECT_TRUE(tray.panel()->isVisible());
     EXPECT_EQ(built, 2);
+}
+
+// "Open Settings" opens the privacy page of the desktop in use, and is offered nowhere else.
+TEST(DesktopActionsTest, PrivacySettingsOpenTheDesktopsOwnPage)
+{
+    QTemporaryDir bin;
+    const QString opened = bin.filePath(QStringLiteral("opened"));
+    for (const char *program : {"gnome-control-center", "systemsettings"}) {
+        QFile script(bin.filePath(QString::fromLatin1(program)));
+        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+        script.write(QByteArray("#!/bin/sh\necho \"") + program + " $*\" > '" + opened.toUtf8() + "'\n");
+        script.setPermissions(script.permissions() | QFile::ExeOwner);
+    }
+    struct Row
+    {
+        const char *desktop;
+        const char *path;
+        const char *command; // null: not offered
+    };
+    const Row rows[] = {
+        {"ubuntu:GNOME", "", "gnome-control-center privacy"},
+        {"KDE", "", "systemsettings "},
+        {"XFCE", "", nullptr},
+        {"", "", nullptr},
+        {"GNOME", "/nonexistent", nullptr},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.desktop);
+        QProcessEnvironment environment;
+        environment.insert(QStringLiteral("XDG_CURRENT_DESKTOP"), QString::fromLatin1(row.desktop));
+        environment.insert(QStringLiteral("PATH"), *row.path ? QString::fromLatin1(row.path) : bin.path());
+        LinuxDesktopActions desktop(environment);
+        QFile::remove(opened);
+        EXPECT_EQ(desktop.canOpenPrivacySettings(), row.command != nullptr);
+        desktop.openPrivacySettings();
+        if (row.command) {
+            QFile output(opened);
+            ASSERT_TRUE(QTest::qWaitFor([&] { return output.exists() && output.size() > 0; }, 5000));
+            ASSERT_TRUE(output.open(QIODevice::ReadOnly));
+            EXPECT_EQ(output.readAll().trimmed(), QByteArray(row.command).trimmed());
+        }
+    }
 }

@@ -19,7 +19,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-const QString ollamaDown = u"Ollama is not running. Open the Ollama app or run `ollama serve` in Terminal."_s;
+const QString ollamaDown = u"Ollama is not running. Start the Ollama service or run `ollama serve` in a terminal."_s;
 
 const QByteArray installedModel = StandInOllama::tagsBody({u"qwen3-vl:2b"_s});
 

@@ -35,7 +35,7 @@ protected:
 TEST(ModelChoiceTest, PickerLabelsAndDetails)
 {
     EXPECT_EQ(ModelChoice::pickerLabel(u"qwen3-vl:2b"_s), u"qwen3-vl:2b · Recommended · ~2 GB RAM"_s);
-    EXPECT_EQ(ModelChoice::pickerLabel(u"qwen3-vl:4b"_s), u"qwen3-vl:4b · 16 GB+ RAM · newer Macs · ~4 GB"_s);
+    EXPECT_EQ(ModelChoice::pickerLabel(u"qwen3-vl:4b"_s), u"qwen3-vl:4b · 16 GB+ RAM · a GPU helps · ~4 GB"_s);
     EXPECT_EQ(ModelChoice::pickerLabel(u"llava"_s), u"llava"_s);
 }
 
@@ -46,7 +46,7 @@ TEST_F(SettingsModelsTest, PickerFollowsTheServiceAndChecksTheChosenModel)
     settings.appear();
     EXPECT_EQ(settings.selectedModel(), u"qwen3-vl:2b"_s) << "an unknown stored name falls back";
     EXPECT_EQ(env.settings.string(SettingsKey::selectedOllamaModel), u"qwen3-vl:2b"_s);
-    EXPECT_EQ(settings.usesText(), u"Uses Ollama on this Mac (qwen3-vl:2b)"_s);
+    EXPECT_EQ(settings.usesText(), u"Uses Ollama on this computer (qwen3-vl:2b)"_s);
     EXPECT_EQ(settings.selectedIndex(), 0);
     EXPECT_TRUE(settings.isChecking());
     waitForCheck(&settings, "isChecking");

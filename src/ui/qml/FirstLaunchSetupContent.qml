@@ -63,7 +63,7 @@ Basic.ScrollView {
 
             StyledText {
                 width: parent.width
-                text: "Tamlo uses Ollama on your Mac to analyze screenshots. Pick a model, then pull it in Terminal."
+                text: "Tamlo uses Ollama on this computer to analyze screenshots. Pick a model, then pull it in a terminal."
                 textStyle: "caption2"
                 color: TamloTheme.secondary
                 wrapMode: Text.WordWrap

@@ -19,7 +19,7 @@ Item {
         }
         StyledText {
             width: parent.width
-            text: "Start Tamlo automatically when you log in to macOS"
+            text: "Start Tamlo automatically when you log in"
             textStyle: "caption2"
             color: TamloTheme.secondary
             wrapMode: Text.WordWrap
