@@ -41,6 +41,6 @@ private:
     QStringList m_pendingUrls;
 };
 
-// Called each time the panel is built: hands the monitor to the delegate and starts the launch
-// sequence if the launch has already ended.
+// Called once when the program sets up its tray item: hands the launch sequence to the delegate
+// and starts it if the launch has already ended.
 void wireAppDelegate(AppDelegate *delegate, LaunchTarget *monitor);

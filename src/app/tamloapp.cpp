@@ -46,10 +46,11 @@ TamloApp::TamloApp(QObject *parent)
           .screenCapture = &m_screenCapture,
           .screenEvents = &m_screenEvents,
           .wakeEvents = &m_screenEvents})
-    , m_launchTarget(&m_monitor)
     , m_appConfig(&m_settings)
     , m_authService(&m_nam, m_appConfig, m_paths.credentialsDir)
     , m_syncService(&m_snapshotStore, &m_authService, &m_nam, m_appConfig, &m_settings, &m_logManager, &m_clock)
+    , m_sessionSync(&m_authService, &m_syncService)
+    , m_launchSequence(&m_llmService, &m_monitor, &m_sessionSync)
     , m_urlRouter(&m_authService, &m_syncService)
     , m_autostart(XdgAutostart::standardAutostartDir(), QCoreApplication::applicationFilePath())
     , m_mainScreen(MainScreenModel::Services {.monitor = &m_monitor,
@@ -60,7 +61,7 @@ TamloApp::TamloApp(QObject *parent)
           .clock = &m_clock,
           .desktop = &m_desktop,
           .loginItem = &m_autostart})
-    , m_gate(&m_authService, &m_syncService)
+    , m_gate(&m_authService)
     , m_login(&m_authService, m_appConfig, &m_desktop)
 {
     m_appDelegate.setUrlHandler([this](const QString &url) { m_urlRouter.handleURL(url); });
@@ -71,9 +72,19 @@ TamloApp::TamloApp(QObject *parent)
     m_memoryRelief.setSingleShot(true);
     m_memoryRelief.setInterval(memoryReliefDelay);
     connect(&m_memoryRelief, &QTimer::timeout, this, &MemoryRelief::releaseFreedMemory);
-    const auto afterTick = [this] { m_memoryRelief.start(); };
+    const auto afterTick = [this] {
+        m_memoryRelief.start();
+        releaseStartupPages();
+    };
     connect(&m_monitor, &ActivityMonitor::captureCountChanged, this, afterTick);
     connect(&m_monitor, &ActivityMonitor::lastErrorChanged, this, afterTick);
+
+    // The view's own state does not outlive a signed-in user.
+    connect(&m_authService, &AuthService::isAuthenticatedChanged, this, [this] {
+        if (!m_authService.isAuthenticated()) {
+            m_mainScreen.resetViewState();
+        }
+    });
 }
 
 TamloApp::~TamloApp()
@@ -87,7 +98,20 @@ void TamloApp::body()
     if (!m_tray) {
         buildTray();
     }
-    wireAppDelegate(&m_appDelegate, &m_launchTarget);
+    wireAppDelegate(&m_appDelegate, &m_launchSequence);
+}
+
+void TamloApp::releaseStartupPages()
+{
+    if (m_startupPagesReleased || !m_monitor.isMonitoring()) {
+        return;
+    }
+    m_startupPagesReleased = true;
+    QTimer::singleShot(memoryReliefDelay, this, [this] {
+        if (m_tray && !m_tray->panel()) {
+            MemoryRelief::releaseIdlePages();
+        }
+    });
 }
 
 std::unique_ptr<QQuickView> TamloApp::buildPanel()
@@ -118,8 +142,17 @@ void TamloApp::buildTray()
     connect(m_tray.get(), &TrayPanel::panelShown, &m_mainScreen, &MainScreenModel::panelShown);
     connect(m_tray.get(), &TrayPanel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     // The scene hands some of its objects to the event loop to delete; the pages go after them.
-    connect(m_tray.get(), &TrayPanel::panelReleased, this,
-        [this] { QTimer::singleShot(memoryReliefDelay, this, &MemoryRelief::releaseIdlePages); });
+    connect(m_tray.get(), &TrayPanel::panelReleased, this, [this] {
+        m_mainScreen.resetViewState();
+        QTimer::singleShot(memoryReliefDelay, this, &MemoryRelief::releaseIdlePages);
+    });
+    // An export that finishes while the panel is hidden or gone still reaches the user: the panel
+    // comes back with its save dialog.
+    connect(&m_mainScreen, &MainScreenModel::saveFileRequested, this, [this] {
+        if (!m_tray->panel() || !m_tray->panel()->isVisible()) {
+            m_tray->showPanel();
+        }
+    });
     // Without a tray there is no icon to click, so the panel opens as a window at once.
     if (!m_tray->hasTray()) {
         m_tray->showPanel();

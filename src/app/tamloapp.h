@@ -3,6 +3,7 @@
 #include "account/activitysyncservice.h"
 #include "account/appconfig.h"
 #include "account/authservice.h"
+#include "account/sessionsync.h"
 #include "account/urlrouter.h"
 #include "ai/llmservice.h"
 #include "app/appdelegate.h"
@@ -34,19 +35,27 @@
 class QQuickView;
 class TrayPanel;
 
-// Hands the monitor's launch sequence to the delegate.
-class MonitorLaunchTarget final : public LaunchTarget
+// What the delegate starts once the launch has ended, panel or no panel: the stored model choice
+// before the first analysis, the monitor's launch sequence, and the sync of a restored session.
+class LaunchSequence final : public LaunchTarget
 {
 public:
-    explicit MonitorLaunchTarget(ActivityMonitor *monitor) : m_monitor(monitor) { }
+    LaunchSequence(LLMService *llmService, ActivityMonitor *monitor, SessionSync *sessionSync)
+        : m_llmService(llmService), m_monitor(monitor), m_sessionSync(sessionSync)
+    {
+    }
     QCoro::Task<> configure() override
     {
+        m_llmService->configure();
         m_monitor->configure();
+        m_sessionSync->restore();
         co_return;
     }
 
 private:
+    LLMService *m_llmService = nullptr;
     ActivityMonitor *m_monitor = nullptr;
+    SessionSync *m_sessionSync = nullptr;
 };
 
 // The composition root: every service is built here once, in dependency order, and handed down
@@ -67,6 +76,9 @@ public:
 
 private:
     void buildTray();
+    // Once the launch's work is done (catch-up, first tick), a tray user who never opens the
+    // panel should not carry the pages that work touched.
+    void releaseStartupPages();
     [[nodiscard]] std::unique_ptr<QQuickView> buildPanel();
 
     SystemClock m_clock;
@@ -83,14 +95,16 @@ private:
     ScreenCaptureService m_screenCapture;
     DBusScreenEvents m_screenEvents;
     ActivityMonitor m_monitor;
-    MonitorLaunchTarget m_launchTarget;
     AppConfig m_appConfig;
     AuthService m_authService;
     ActivitySyncService m_syncService;
+    SessionSync m_sessionSync;
+    LaunchSequence m_launchSequence;
     UrlRouter m_urlRouter;
     LinuxDesktopActions m_desktop;
     XdgAutostart m_autostart;
     QTimer m_memoryRelief;
+    bool m_startupPagesReleased = false;
     MainScreenModel m_mainScreen;
     AppGateModel m_gate;
     LoginViewModel m_login;

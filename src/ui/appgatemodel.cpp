@@ -1,15 +1,11 @@
 #include "ui/appgatemodel.h"
 
-#include "account/activitysyncservice.h"
 #include "account/authservice.h"
 
 using namespace Qt::StringLiterals;
 
-AppGateModel::AppGateModel(AuthService *authService, ActivitySyncService *syncService, QObject *parent)
-    : QObject(parent)
-    , m_authService(authService)
-    , m_syncService(syncService)
-    , m_isAuthenticated(authService->isAuthenticated())
+AppGateModel::AppGateModel(AuthService *authService, QObject *parent)
+    : QObject(parent), m_authService(authService), m_isAuthenticated(authService->isAuthenticated())
 {
     connect(m_authService, &AuthService::isAuthenticatedChanged, this, &AppGateModel::onAuthenticationChanged);
 }
@@ -19,13 +15,6 @@ QString AppGateModel::menuBarSymbol() const
     return m_isAuthenticated ? u"circle.fill"_s : u"circle.dotted"_s;
 }
 
-void AppGateModel::appeared()
-{
-    if (m_authService->isAuthenticated()) {
-        m_syncService->startPeriodicSync();
-    }
-}
-
 void AppGateModel::onAuthenticationChanged()
 {
     const bool authenticated = m_authService->isAuthenticated();
@@ -33,10 +22,5 @@ void AppGateModel::onAuthenticationChanged()
         return;
     }
     m_isAuthenticated = authenticated;
-    if (authenticated) {
-        m_syncService->startPeriodicSync();
-    } else {
-        m_syncService->stopPeriodicSync();
-    }
     Q_EMIT isAuthenticatedChanged();
 }

@@ -4,11 +4,10 @@
 #include <QString>
 #include <QtQml/qqmlregistration.h>
 
-class ActivitySyncService;
 class AuthService;
 
-// The gate of the panel: the sign-in screen until a user is signed in, the main screen after; the
-// periodic sync runs exactly while signed in. It also gives the tray icon its two states.
+// The gate of the panel: the sign-in screen until a user is signed in, the main screen after. It
+// also gives the tray icon its two states.
 class AppGateModel : public QObject
 {
     Q_OBJECT
@@ -26,17 +25,13 @@ public:
     };
     Q_ENUM(Screen)
 
-    AppGateModel(AuthService *authService, ActivitySyncService *syncService, QObject *parent = nullptr);
+    explicit AppGateModel(AuthService *authService, QObject *parent = nullptr);
 
     [[nodiscard]] bool isAuthenticated() const { return m_isAuthenticated; }
     [[nodiscard]] Screen screen() const { return m_isAuthenticated ? Screen::Content : Screen::Login; }
     // The tray icon: a filled circle while signed in, a dotted one while not.
     [[nodiscard]] bool menuBarIconActive() const { return m_isAuthenticated; }
     [[nodiscard]] QString menuBarSymbol() const;
-
-    // Called once when the gate is first shown: a restored session starts its sync here, since
-    // no change of the signed-in state will announce it.
-    Q_INVOKABLE void appeared();
 
 Q_SIGNALS:
     void isAuthenticatedChanged();
@@ -45,6 +40,5 @@ private:
     void onAuthenticationChanged();
 
     AuthService *m_authService = nullptr;
-    ActivitySyncService *m_syncService = nullptr;
     bool m_isAuthenticated = false;
 };

@@ -53,6 +53,8 @@ MainScreenModel::MainScreenModel(const Services &services, QObject *parent)
         Q_EMIT noteChanged();
         refresh();
     });
+    // A day closed while paused logs its work but moves no counter: today's figures go stale.
+    connect(m_services.logManager, &LogManager::logsChanged, this, &MainScreenModel::refresh);
     // A new model makes the last error stale.
     connect(m_services.llmService, &LLMService::localModelNameChanged, monitor, &ActivityMonitor::clearLastError);
     m_activities->setSnapshots(monitor->latestSnapshots());
@@ -174,10 +176,15 @@ QString MainScreenModel::exportReportLabel() const
 
 std::optional<MainScreenModel::ExportKind> MainScreenModel::pendingExportKind() const
 {
-    if (!m_pendingExport) {
+    if (m_pendingExports.isEmpty()) {
         return std::nullopt;
     }
-    return m_pendingExport->kind;
+    return m_pendingExports.first().kind;
+}
+
+QString MainScreenModel::pendingSaveFileName() const
+{
+    return m_pendingExports.isEmpty() ? QString() : m_pendingExports.first().suggestedFileName;
 }
 
 void MainScreenModel::panelShown()
@@ -189,6 +196,13 @@ void MainScreenModel::panelShown()
     Q_EMIT bannerChanged();
     Q_EMIT noteChanged();
     refresh();
+}
+
+void MainScreenModel::resetViewState()
+{
+    setSelectedTab(reportTab);
+    setPendingNote(QString());
+    setShowingAbout(false);
 }
 
 void MainScreenModel::refresh()
@@ -245,8 +259,8 @@ void MainScreenModel::exportTodayLogs()
         return;
     }
     const QStringList projects = UserPreferences::parsedList(m_services.settings->string(SettingsKey::userProjects));
-    m_pendingExport = PendingExport {ExportKind::WorkLog, DailyReportService::workLogCSVContent(snapshots, projects)};
-    Q_EMIT saveFileRequested(u"Tamlo_WorkLog_"_s + TamloDataPaths::dateLabel(m_services.clock->now()) + u".csv"_s);
+    queueExport(PendingExport {ExportKind::WorkLog, DailyReportService::workLogCSVContent(snapshots, projects),
+        u"Tamlo_WorkLog_"_s + TamloDataPaths::dateLabel(m_services.clock->now()) + u".csv"_s});
 }
 
 void MainScreenModel::exportTodayDailyReport()
@@ -269,18 +283,29 @@ void MainScreenModel::exportTodayDailyReport()
             self->m_services.logManager->log(u"⚠️ No activity to export as daily report"_s, LogType::Warning);
             co_return;
         }
-        self->m_pendingExport
-            = PendingExport {ExportKind::DailyReport, DailyReportService::dailyReportCSVContent({*report}, true)};
-        Q_EMIT self->saveFileRequested(u"Tamlo_Daily_Report_"_s + report->date + u".csv"_s);
+        self->queueExport(
+            PendingExport {ExportKind::DailyReport, DailyReportService::dailyReportCSVContent({*report}, true),
+                u"Tamlo_Daily_Report_"_s + report->date + u".csv"_s});
     });
+}
+
+void MainScreenModel::queueExport(PendingExport pending)
+{
+    m_pendingExports.append(std::move(pending));
+    // One dialog at a time; the next one opens once this one is answered.
+    if (m_pendingExports.size() == 1) {
+        Q_EMIT pendingSaveChanged();
+        Q_EMIT saveFileRequested(m_pendingExports.first().suggestedFileName);
+    }
 }
 
 void MainScreenModel::completeExport(const QUrl &fileUrl)
 {
-    if (!m_pendingExport) {
+    if (m_pendingExports.isEmpty()) {
         return;
     }
-    const PendingExport pending = *std::exchange(m_pendingExport, std::nullopt);
+    const PendingExport pending = m_pendingExports.takeFirst();
+    announceNextExport();
     QSaveFile file(fileUrl.toLocalFile());
     QString error;
     if (!fileUrl.isLocalFile()) {
@@ -305,10 +330,21 @@ void MainScreenModel::completeExport(const QUrl &fileUrl)
 
 void MainScreenModel::cancelExport()
 {
-    m_pendingExport.reset();
+    if (!m_pendingExports.isEmpty()) {
+        m_pendingExports.removeFirst();
+        announceNextExport();
+    }
 }
 
-void MainScreenModel::openSystemSettings()
+void MainScreenModel::announceNextExport()
+{
+    Q_EMIT pendingSaveChanged();
+    if (!m_pendingExports.isEmpty()) {
+        Q_EMIT saveFileRequested(m_pendingExports.first().suggestedFileName);
+    }
+}
+
+void MainScreenModel::openPrivacySettings()
 {
     m_services.desktop->openPrivacySettings();
 }

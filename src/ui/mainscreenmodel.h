@@ -49,6 +49,8 @@ class MainScreenModel : public QObject
     Q_PROPERTY(bool exportReportEnabled READ exportReportEnabled NOTIFY exportChanged)
     Q_PROPERTY(QString exportReportLabel READ exportReportLabel NOTIFY exportChanged)
     Q_PROPERTY(bool isExportingDailyReport READ isExportingDailyReport NOTIFY exportChanged)
+    // The file name the save dialog should offer now; empty while no export waits for a place.
+    Q_PROPERTY(QString pendingSaveFileName READ pendingSaveFileName NOTIFY pendingSaveChanged)
     Q_PROPERTY(ReportViewModel *report READ report CONSTANT)
     Q_PROPERTY(ActivityCardListModel *activities READ activities CONSTANT)
     Q_PROPERTY(SettingsViewModel *settingsView READ settingsView CONSTANT)
@@ -113,11 +115,15 @@ public:
     [[nodiscard]] SettingsViewModel *settingsView() const { return m_settingsView; }
     [[nodiscard]] SetupModel *setup() const { return m_setup; }
     [[nodiscard]] AboutModel *about() const { return m_about; }
-    // The export waiting for the user to pick a place, if any.
+    // The export whose save dialog is open or due, if any; later ones wait behind it.
     [[nodiscard]] std::optional<ExportKind> pendingExportKind() const;
+    [[nodiscard]] QString pendingSaveFileName() const;
 
     // The panel came on screen.
     Q_INVOKABLE void panelShown();
+    // The view's own state (tab, half-typed note, About sheet) lives as long as the view: a
+    // released panel or a sign-out starts the next one afresh.
+    void resetViewState();
     // Re-reads today's records for the Report tab and the export buttons.
     Q_INVOKABLE void refresh();
     // "Pause" or "Resume", or "Finish Setup" during setup.
@@ -126,10 +132,10 @@ public:
     Q_INVOKABLE void addNote();
     Q_INVOKABLE void exportTodayLogs();
     Q_INVOKABLE void exportTodayDailyReport();
-    // The save dialog's answer for the pending export.
+    // The save dialog's answer for the export it was opened for.
     Q_INVOKABLE void completeExport(const QUrl &fileUrl);
     Q_INVOKABLE void cancelExport();
-    Q_INVOKABLE void openSystemSettings();
+    Q_INVOKABLE void openPrivacySettings();
     Q_INVOKABLE void quit();
 
 Q_SIGNALS:
@@ -141,8 +147,10 @@ Q_SIGNALS:
     void bannerChanged();
     void noteChanged();
     void exportChanged();
-    // Ask the user where to save; answered by completeExport() or cancelExport().
+    // Ask the user where to save; answered by completeExport() or cancelExport(). Also when no
+    // panel is on screen: the program shows it, and a panel built later opens the dialog itself.
     void saveFileRequested(const QString &suggestedFileName);
+    void pendingSaveChanged();
     void quitRequested();
 
 private:
@@ -150,7 +158,11 @@ private:
     {
         ExportKind kind;
         QString csv;
+        QString suggestedFileName;
     };
+
+    void queueExport(PendingExport pending);
+    void announceNextExport();
 
     void refreshReport();
     void setExportingDailyReport(bool value);
@@ -168,5 +180,6 @@ private:
     QString m_pendingNote;
     bool m_isExportingDailyReport = false;
     qsizetype m_todaySnapshotCount = 0;
-    std::optional<PendingExport> m_pendingExport;
+    // Each export keeps its own content until its dialog is answered, in the order they finished.
+    QList<PendingExport> m_pendingExports;
 };

@@ -134,7 +134,7 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
         self.note({"method": "GET", "path": self.path})
         if self.path == "/api/tags":
-            self.reply({"models": [{"name": "qwen3-vl:2b", "model": "qwen3-vl:2b", "size": 1234}]})
+            self.reply({"models": [{"name": name, "model": name, "size": 1234} for name in ("qwen3-vl:2b", "qwen3-vl:4b")]})
         else:
             self.send_error(404)
 
@@ -145,6 +145,7 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
             request = json.loads(body)
         except ValueError:
             request = {}
+        entry["model"] = request.get("model")
         images = [image for message in request.get("messages", []) for image in message.get("images", [])]
         if images:
             png = base64.b64decode(images[0])
@@ -491,6 +492,16 @@ class Run:
         wait_for("the record of that capture", lambda: any(
             (s.get("imageHash") or "").lower() == latest for s in self.snapshots()), 15)
         self.say("capture after the unlock recorded")
+
+        # The account goes on the server: the next upload is refused, the session check confirms
+        # it, and Tamlo signs out and forgets the session while it keeps running.
+        result = subprocess.run([self.args.server, "--data", self.server_data, "user", "delete", EMAIL],
+                                capture_output=True, text=True, env=self.env, timeout=30)
+        check(result.returncode == 0, "tamlo-server user delete failed: " + result.stderr)
+        self.open_url("tamlo://sync")
+        wait_for("the session to be forgotten", lambda: not os.path.exists(credentials), 20)
+        wait_for("the sign-in screen again", lambda: "Log in" in a11y.names(), 20)
+        self.say("deleted account signed out")
         check(self.app.poll() is None, "tamlo ended early with status %s" % self.app.returncode)
 
     def uploaded_day(self, today):

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QSignalSpy>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,7 @@ protected:
 
 TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
 {
-    EXPECT_EQ(MainScreenModel::bannerAction(u"Screen Recording permission denied."_s), Action::OpenSettings);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Screen capture permission denied."_s), Action::OpenSettings);
     EXPECT_EQ(MainScreenModel::bannerAction(u"Access denied by the portal"_s), Action::OpenSettings);
     EXPECT_EQ(MainScreenModel::bannerAction(u"Permission needed"_s), Action::None);
     EXPECT_EQ(MainScreenModel::bannerAction(u"denied, and Ollama is not running"_s), Action::OpenSettings);
@@ -169,4 +170,46 @@ TEST_F(MainScreenModelTest, DailyReportExportRunsOnceAtATimeAndLogsTheOutcome)
     main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"missing-folder/report.csv"_s)));
     QCoreApplication::processEvents();
     EXPECT_TRUE(env.logManager.logs().first().message.startsWith(u"❌ Daily report export failed: "_s));
+}
+
+// The report finishes while the work log's dialog is open: each dialog saves its own content, one
+// after the other.
+TEST_F(MainScreenModelTest, ExportsFinishingTogetherEachSaveTheirOwnContent)
+{
+    auto main = env.makeMainScreen();
+    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
+    QSignalSpy requested(main.get(), &MainScreenModel::saveFileRequested);
+    main->exportTodayDailyReport();
+    main->exportTodayLogs();
+    ASSERT_EQ(requested.count(), 1);
+    EXPECT_EQ(main->pendingSaveFileName(), u"Tamlo_WorkLog_2026-03-09.csv"_s);
+    QTRY_VERIFY(!main->isExportingDailyReport());
+    EXPECT_EQ(requested.count(), 1) << "the report waits for the open dialog";
+
+    main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"log.csv"_s)));
+    ASSERT_EQ(requested.count(), 2);
+    EXPECT_EQ(main->pendingSaveFileName(), u"Tamlo_Daily_Report_2026-03-09.csv"_s);
+    main->completeExport(QUrl::fromLocalFile(env.home.filePath(u"report.csv"_s)));
+    EXPECT_EQ(main->pendingSaveFileName(), QString());
+    QFile log(env.home.filePath(u"log.csv"_s));
+    QFile report(env.home.filePath(u"report.csv"_s));
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly) && report.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(log.readAll().contains("Editing"));
+    EXPECT_TRUE(report.readAll().startsWith("Date,"));
+}
+
+// Closing a day while paused moves no counter the screen follows; its log entries still refresh it.
+TEST_F(MainScreenModelTest, DayClosedWhilePausedLeavesNoFiguresOfYesterday)
+{
+    // Today's records from before a restart: nothing in this launch's list, no capture counted.
+    env.snapshotStore.add(ActivitySnapshot {
+        QUuid::createUuid(), env.clock.now(), u"Coding"_s, std::nullopt, u"Tamlo"_s, u"Earlier"_s, std::nullopt});
+    auto main = env.makeMainScreen();
+    ASSERT_TRUE(main->exportLogsEnabled());
+    ASSERT_EQ(main->report()->activeSeconds(), 30);
+
+    env.clock.advance(24 * 3600);
+    QCoro::waitFor(env.monitor.checkDailyReset());
+    QTRY_VERIFY(!main->exportLogsEnabled());
+    EXPECT_EQ(main->report()->activeSeconds(), 0);
 }

@@ -1,5 +1,6 @@
 #include "account/activitysyncservice.h"
 #include "account/authservice.h"
+#include "account/sessionsync.h"
 #include "qmlscreentest.h"
 #include "ui/appgatemodel.h"
 #include "ui/loginviewmodel.h"
@@ -82,7 +83,8 @@ protected:
     AuthService m_auth {&env.nam, m_config, env.paths.credentialsDir};
     ActivitySyncService m_sync {
         &env.snapshotStore, &m_auth, &env.nam, m_config, &env.settings, &env.logManager, &env.clock};
-    AppGateModel m_gate {&m_auth, &m_sync};
+    SessionSync m_sessionSync {&m_auth, &m_sync};
+    AppGateModel m_gate {&m_auth};
     LoginViewModel m_login {&m_auth, m_config, &env.desktop};
     std::unique_ptr<MainScreenModel> m_main = env.makeMainScreen();
 };

@@ -26,6 +26,4 @@ Item {
             main: root.main
         }
     }
-
-    Component.onCompleted: root.gate.appeared()
 }

@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
-import QtQuick.Templates as T
 import QtQuick.Dialogs
 import QtCore
 import Tamlo.Ui
@@ -12,8 +11,23 @@ Rectangle {
 
     color: TamloTheme.surfaceWindow
 
-    // The main screen coming on screen is when the model choice is loaded.
-    Component.onCompleted: main.panelShown()
+    // The main screen coming on screen is when the model choice is loaded. An export that
+    // finished while no panel existed opens its dialog in the panel built for it.
+    Component.onCompleted: {
+        main.panelShown()
+        if (main.pendingSaveFileName !== "")
+            Qt.callLater(view.openSaveDialog, main.pendingSaveFileName)
+    }
+
+    function openSaveDialog(suggestedFileName) {
+        if (saveDialog.visible)
+            return
+        // The dialog was made before the panel had a window; it opens over the panel.
+        saveDialog.parentWindow = view.Window.window
+        saveDialog.currentFolder = StandardPaths.writableLocation(StandardPaths.DocumentsLocation)
+        saveDialog.selectedFile = saveDialog.currentFolder + "/" + suggestedFileName
+        saveDialog.open()
+    }
 
     Column {
         id: header
@@ -185,13 +199,13 @@ Rectangle {
                 Basic.Button {
                     id: settingsButton
                     visible: view.main.showSettingsButton
-                    text: "Open System Settings"
+                    text: "Open Settings"
                     font.pixelSize: Theme.captionSize
                     topPadding: 3
                     bottomPadding: 3
                     leftPadding: 8
                     rightPadding: 8
-                    onClicked: view.main.openSystemSettings()
+                    onClicked: view.main.openPrivacySettings()
                     contentItem: Text {
                         text: settingsButton.text
                         font: settingsButton.font
@@ -207,7 +221,7 @@ Rectangle {
                 StyledText {
                     visible: view.main.showBannerHint
                     width: parent.width
-                    text: "Try switching to an installed model in Configuration, or pull the model in Terminal."
+                    text: "Try switching to an installed model in Configuration, or pull the model in a terminal."
                     textStyle: "caption2"
                     color: TamloTheme.secondary
                     wrapMode: Text.WordWrap
@@ -241,12 +255,14 @@ Rectangle {
     AboutView {
         id: aboutSheet
         about: view.main.about
-        parent: T.Overlay.overlay
-        width: parent ? Math.min(340, parent.width - 16) : 300
-        x: parent ? (parent.width - width) / 2 : 0
-        y: parent ? Math.max(8, (parent.height - height) / 2) : 0
-        visible: view.main.showingAbout
-        onClosed: view.main.showingAbout = false
+        transientParent: view.Window.window
+        // Goes with the panel when the panel hides.
+        visible: view.main.showingAbout && view.Window.window !== null && view.Window.window.visible
+        onDismissed: {
+            view.main.showingAbout = false
+            if (view.Window.window)
+                view.Window.window.requestActivate()
+        }
     }
 
     FileDialog {
@@ -264,11 +280,7 @@ Rectangle {
     Connections {
         target: view.main
         function onSaveFileRequested(suggestedFileName) {
-            // The dialog was made before the panel had a window; it opens over the panel.
-            saveDialog.parentWindow = view.Window.window
-            saveDialog.currentFolder = StandardPaths.writableLocation(StandardPaths.DocumentsLocation)
-            saveDialog.selectedFile = saveDialog.currentFolder + "/" + suggestedFileName
-            saveDialog.open()
+            view.openSaveDialog(suggestedFileName)
         }
     }
 }
