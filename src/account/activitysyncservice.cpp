@@ -73,6 +73,13 @@ ActivitySyncService::ActivitySyncService(ActivitySnapshotStore *snapshotStore, A
     , m_timeouts(timeouts)
     , m_lastSyncDate(settings->date(SettingsKey::activityLastSyncDate))
 {
+    m_syncTimer.setParent(this);
+    m_pollTimer.setParent(this);
+    m_syncTimer.setObjectName(u"syncTimer"_s);
+    m_pollTimer.setObjectName(u"pollTimer"_s);
+    // No tolerance: a coarse timer may drift by up to 5% of the interval.
+    m_syncTimer.setTimerType(Qt::PreciseTimer);
+    m_pollTimer.setTimerType(Qt::PreciseTimer);
     m_syncTimer.setInterval(syncInterval);
     m_pollTimer.setInterval(pollInterval);
     connect(&m_syncTimer, &QTimer::timeout, this,
@@ -103,7 +110,7 @@ void ActivitySyncService::stopPeriodicSync()
 QCoro::Task<> ActivitySyncService::syncNow()
 {
     if (!m_authService->isAuthenticated()) {
-        m_logManager->log(u"⚠️ Sync skipped: not signed in to the macOS app"_s, LogType::Warning);
+        m_logManager->log(u"⚠️ Sync skipped: not signed in to Tamlo"_s, LogType::Warning);
         co_return;
     }
     co_await syncIfNeeded(true);

@@ -421,26 +421,10 @@ void LLMService::setLocalModelName(const QString &name)
     }
     m_localModelName = name;
     Q_EMIT localModelNameChanged();
-    updateLocalModelAvailable();
 }
 
 void LLMService::setCachedInstalledModels(const QStringList &names, std::optional<QDateTime> fetchedAt)
 {
     m_installedModelsFetchedAt = std::move(fetchedAt);
-    if (m_cachedInstalledModels == names) {
-        return;
-    }
     m_cachedInstalledModels = names;
-    Q_EMIT installedModelNamesChanged();
-    updateLocalModelAvailable();
-}
-
-void LLMService::updateLocalModelAvailable()
-{
-    const bool available = resolveInstalledModel(m_localModelName, m_cachedInstalledModels).has_value();
-    if (m_localModelAvailable == available) {
-        return;
-    }
-    m_localModelAvailable = available;
-    Q_EMIT localModelAvailableChanged();
 }

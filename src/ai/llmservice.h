@@ -58,9 +58,6 @@ class LLMService : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(QString localModelName READ localModelName NOTIFY localModelNameChanged)
-    Q_PROPERTY(QStringList installedModelNames READ installedModelNames NOTIFY installedModelNamesChanged)
-    // The last known list holds a tag for the chosen model; refreshed by fetchInstalledModelNames().
-    Q_PROPERTY(bool localModelAvailable READ localModelAvailable NOTIFY localModelAvailableChanged)
     Q_PROPERTY(QStringList availableModelNames READ availableModelNames CONSTANT)
 
 public:
@@ -84,9 +81,6 @@ public:
 
     [[nodiscard]] QString localModelName() const { return m_localModelName; }
     [[nodiscard]] QString currentModelName() const { return m_localModelName; }
-    // The cached list, without asking the server.
-    [[nodiscard]] QStringList installedModelNames() const { return m_cachedInstalledModels; }
-    [[nodiscard]] bool localModelAvailable() const { return m_localModelAvailable; }
 
     // Never fails: an unreachable server gives the cached list, empty when nothing was cached.
     [[nodiscard]] QCoro::Task<QStringList> fetchInstalledModelNames();
@@ -115,8 +109,6 @@ public:
 
 Q_SIGNALS:
     void localModelNameChanged();
-    void installedModelNamesChanged();
-    void localModelAvailableChanged();
 
 private:
     struct HttpReply
@@ -135,7 +127,6 @@ private:
 
     void setLocalModelName(const QString &name);
     void setCachedInstalledModels(const QStringList &names, std::optional<QDateTime> fetchedAt);
-    void updateLocalModelAvailable();
 
     QNetworkAccessManager *m_nam = nullptr;
     Settings *m_settings = nullptr;
@@ -147,5 +138,4 @@ private:
     QString m_localModelName = defaultModelName;
     QStringList m_cachedInstalledModels;
     std::optional<QDateTime> m_installedModelsFetchedAt;
-    bool m_localModelAvailable = false;
 };

@@ -3,8 +3,15 @@
 Settings::Settings(const QString &filePath)
     : m_settings(std::make_unique<QSettings>(filePath, QSettings::IniFormat)) { }
 
+void Settings::reload() const
+{
+    // QSettings reads its file again only when told to; a stat tells it whether anything changed.
+    m_settings->sync();
+}
+
 QString Settings::string(const QString &key) const
 {
+    reload();
     const QVariant value = m_settings->value(key);
     // A hand-edited line such as `userProjects=Tamlo, Website` reads back as a list in INI.
     if (value.metaType() == QMetaType::fromType<QStringList>()) {
@@ -15,6 +22,7 @@ QString Settings::string(const QString &key) const
 
 std::optional<QString> Settings::optionalString(const QString &key) const
 {
+    reload();
     if (!m_settings->contains(key)) {
         return std::nullopt;
     }
@@ -23,11 +31,13 @@ std::optional<QString> Settings::optionalString(const QString &key) const
 
 bool Settings::boolean(const QString &key) const
 {
+    reload();
     return m_settings->value(key, false).toBool();
 }
 
 std::optional<QDateTime> Settings::date(const QString &key) const
 {
+    reload();
     const QVariant value = m_settings->value(key);
     if (!value.isValid()) {
         return std::nullopt;
@@ -41,6 +51,7 @@ std::optional<QDateTime> Settings::date(const QString &key) const
 
 bool Settings::contains(const QString &key) const
 {
+    reload();
     return m_settings->contains(key);
 }
 

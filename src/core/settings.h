@@ -7,7 +7,8 @@
 #include <memory>
 #include <optional>
 
-// The user's defaults: an INI file, read at the point of use. A missing string reads as empty.
+// The user's defaults: an INI file, read at the point of use, so an edit of the file while Tamlo
+// runs applies to the next read. A missing string reads as empty.
 class Settings
 {
 public:
@@ -27,6 +28,8 @@ public:
     [[nodiscard]] QString filePath() const;
 
 private:
+    void reload() const;
+
     std::unique_ptr<QSettings> m_settings;
 };
 

@@ -5,6 +5,9 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <filesystem>
+#include <system_error>
+
 using namespace Qt::StringLiterals;
 
 QString TamloDataPaths::tamloRoot()
@@ -20,12 +23,17 @@ QString TamloDataPaths::workLogsDir(const QString &root)
 QString TamloDataPaths::ensureExportDirectories(const QString &root)
 {
     for (const QString &path : {workLogsDir(root), root}) {
-        if (!QDir().mkpath(path)) {
-            const QFileInfo info(path);
-            if (info.exists() && !info.isDir()) {
-                return u"“%1” exists and is not a folder."_s.arg(path);
-            }
-            return u"The folder “%1” couldn’t be created."_s.arg(path);
+        // QDir::mkpath gives no reason; the file system's (permission denied, disk full) is the
+        // one the user can act on.
+        std::error_code error;
+        std::filesystem::create_directories(path.toStdString(), error);
+        const QFileInfo info(path);
+        if (info.exists() && !info.isDir()) {
+            return u"“%1” exists and is not a folder."_s.arg(path);
+        }
+        if (error || !info.isDir()) {
+            const QString reason = error ? QString::fromStdString(error.message()) : u"unknown error"_s;
+            return u"The folder “%1” couldn’t be created: %2."_s.arg(path, reason);
         }
     }
     return {};

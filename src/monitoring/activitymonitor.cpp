@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 Q_LOGGING_CATEGORY(lcMonitoring, "tamlo.monitoring")
 
 namespace {
-const QString permissionDeniedText = u"Screen Recording permission denied."_s;
+const QString permissionDeniedText = u"Screen capture permission denied."_s;
 // The encoder gives no text of its own for this.
 const QString imageConversionFailedText = u"The screenshot could not be encoded as PNG."_s;
 
@@ -109,11 +109,14 @@ void ActivityMonitor::startMonitoring()
 
     m_timer = new QTimer(this);
     m_timer->setObjectName(u"captureTimer"_s);
+    // No tolerance: a coarse timer may drift by up to 5% of the interval.
+    m_timer->setTimerType(Qt::PreciseTimer);
     m_timer->setInterval(captureInterval);
     connect(m_timer, &QTimer::timeout, this, [this] { startTask(this, [this] { return performCapture(); }); });
 
     m_cleanupTimer = new QTimer(this);
     m_cleanupTimer->setObjectName(u"cleanupTimer"_s);
+    m_cleanupTimer->setTimerType(Qt::PreciseTimer);
     m_cleanupTimer->setInterval(cleanupInterval);
     connect(
         m_cleanupTimer, &QTimer::timeout, this, [this] { startTask(this, [this] { return cleanupOldRecords(); }); });
@@ -403,6 +406,7 @@ void ActivityMonitor::startDailyCheckTimer()
     }
     m_dailyCheckTimer = new QTimer(this);
     m_dailyCheckTimer->setObjectName(u"dailyCheckTimer"_s);
+    m_dailyCheckTimer->setTimerType(Qt::PreciseTimer);
     m_dailyCheckTimer->setInterval(dailyCheckInterval);
     connect(
         m_dailyCheckTimer, &QTimer::timeout, this, [this] { startTask(this, [this] { return checkDailyReset(); }); });

@@ -40,8 +40,9 @@ QString formatLabelStats(const QList<LabelTimeStat> &stats)
 {
     QStringList entries;
     for (const LabelTimeStat &stat : stats) {
-        entries.append(u"%1 (%2, %3%)"_s.arg(stat.name, ActivityReportCalculator::formatDuration(stat.seconds))
-                           .arg(ActivityReportCalculator::roundedPercentage(stat.percentage)));
+        // One step: a second .arg() would read a "%1" typed into a label as its own marker.
+        entries.append(u"%1 (%2, %3%)"_s.arg(stat.name, ActivityReportCalculator::formatDuration(stat.seconds),
+            QString::number(ActivityReportCalculator::roundedPercentage(stat.percentage))));
     }
     return entries.join(u"; "_s);
 }

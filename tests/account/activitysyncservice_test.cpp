@@ -151,7 +151,7 @@ TEST_F(ActivitySyncServiceTest, NothingToSendOrSignedOutIsLoggedAndNotUploaded)
     QCoro::waitFor(m_sync->syncIfNeeded(true));
     QCoro::waitFor(m_sync->checkSyncRequest());
     EXPECT_TRUE(m_backend.requests().isEmpty());
-    EXPECT_EQ(logMessages().first(), u"⚠️ Sync skipped: not signed in to the macOS app"_s);
+    EXPECT_EQ(logMessages().first(), u"⚠️ Sync skipped: not signed in to Tamlo"_s);
     EXPECT_EQ(logMessages().size(), 3);
 }
 
@@ -219,6 +219,11 @@ TEST_F(ActivitySyncServiceTest, StartUploadsTodayAndRunsThePendingBackfillOnce)
     m_store.add(record(m_clock.now().addDays(-100)));
     m_sync->startPeriodicSync();
     EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
+    for (const QString &name : {u"syncTimer"_s, u"pollTimer"_s}) {
+        const auto *timer = m_sync->findChild<QTimer *>(name);
+        ASSERT_NE(timer, nullptr) << name.toStdString();
+        EXPECT_EQ(timer->timerType(), Qt::PreciseTimer) << name.toStdString();
+    }
     ASSERT_TRUE(QTest::qWaitFor([this] { return uploads().size() == 2; }, 10000));
     EXPECT_EQ(datesOf(uploads()[0]), QStringList {u"2026-11-16"_s});
     EXPECT_EQ(bodyOf(uploads()[1]).value(u"backfillComplete"_s), true);

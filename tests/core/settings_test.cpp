@@ -35,4 +35,11 @@ TEST(SettingsTest, MissingValuesReadAsEmptyAndTypesSurviveAReopen)
     const Settings handEdited(ini.fileName());
     EXPECT_EQ(handEdited.string(SettingsKey::userProjects), u"Tamlo, Website"_s);
     EXPECT_EQ(handEdited.optionalString(SettingsKey::userProjects), u"Tamlo, Website"_s);
+
+    // An edit of the file while the program runs applies to the next read.
+    ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+    ini.write("[General]\nuserProjects=Tamlo\nconvexURL=https://backend.example\n");
+    ini.close();
+    EXPECT_EQ(handEdited.optionalString(SettingsKey::convexURL), u"https://backend.example"_s);
+    EXPECT_EQ(handEdited.string(SettingsKey::userProjects), u"Tamlo"_s);
 }

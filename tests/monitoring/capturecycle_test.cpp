@@ -26,6 +26,8 @@ TEST_F(CaptureCycleTest, StartAndConfigureSetUpEverythingOnceAndCaptureAfterRetu
     EXPECT_EQ(capture->interval(), 30000);
     EXPECT_GT(capture->remainingTime(), 25000);
     EXPECT_EQ(cleanup->interval(), 300000);
+    EXPECT_EQ(capture->timerType(), Qt::PreciseTimer);
+    EXPECT_EQ(cleanup->timerType(), Qt::PreciseTimer);
 
     // A second start, and configure (which starts monitoring itself) called again and again, add no
     // observers, timers, messages or captures.
@@ -50,6 +52,7 @@ TEST_F(CaptureCycleTest, StartAndConfigureSetUpEverythingOnceAndCaptureAfterRetu
     QTimer *daily = timer(u"dailyCheckTimer"_s);
     ASSERT_NE(daily, nullptr);
     EXPECT_EQ(daily->interval(), 60000);
+    EXPECT_EQ(daily->timerType(), Qt::PreciseTimer);
     EXPECT_EQ(events->wakeObserverCount(), 1);
 }
 
@@ -218,11 +221,11 @@ TEST_F(CaptureCycleTest, RefusedCaptureStopsMonitoringWithThePermissionText)
     grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     monitor->startMonitoring();
     ASSERT_TRUE(waitFor([&] { return !monitor->isMonitoring(); }));
-    EXPECT_EQ(monitor->lastError(), u"Screen Recording permission denied."_s);
+    EXPECT_EQ(monitor->lastError(), u"Screen capture permission denied."_s);
     EXPECT_EQ(timer(u"captureTimer"_s), nullptr);
     EXPECT_EQ(events->observerCount(), 0);
     ASSERT_TRUE(waitFor([&] { return countOf(u"⚠️ No records to export for 2026-03-09"_s) == 1; }));
-    EXPECT_EQ(countOf(u"❌ Screen Recording permission denied."_s), 1);
+    EXPECT_EQ(countOf(u"❌ Screen capture permission denied."_s), 1);
     EXPECT_EQ(countOf(u"🛑 Monitoring stopped"_s), 1);
 }
 } // namespace

@@ -65,6 +65,13 @@ TEST_F(DailyReportFilesTest, EmptyTablesAreTheirHeaderAndNothingButCommasAndLine
     EXPECT_EQ(DailyReportService::dailyReportCSVContent({reportsWithAwkwardTexts().first()}, false),
         u"2026-03-09,2h 30m,\"Website (1h 30m, 60%); Other (1h, 40%)\",\"Coding (2h, 80%); Browsing (30m, 20%)\","
         u"\"Most of the day went to the website.\","_s);
+    // Labels that look like format markers come out as typed.
+    DailyReport markers {.date = u"2026-03-10"_s,
+        .totalActiveSeconds = 120,
+        .projects = {{u"Sprint %1"_s, 60, 50.0}, {u"100%"_s, 60, 50.0}},
+        .categories = {{u"%3 Review"_s, 120, 100.0}}};
+    EXPECT_EQ(DailyReportService::dailyReportCSVContent({markers}, false).toStdString(),
+        "2026-03-10,2m,\"Sprint %1 (1m, 50%); 100% (1m, 50%)\",\"%3 Review (2m, 100%)\",\"\",");
 }
 
 TEST_F(DailyReportFilesTest, ExportsReplaceWholeFilesUnderTheExportRoot)
@@ -91,6 +98,12 @@ TEST_F(DailyReportFilesTest, ExportFailuresAreReportedAndLeaveEarlierFilesWhole)
         = m_service.exportWorkLog(dayWithAwkwardTexts(), QDateTime(QDate(2026, 3, 9), QTime(12, 0)));
     ASSERT_TRUE(workLogError.has_value());
     EXPECT_FALSE(workLogError->description.isEmpty());
+    // The file system's own reason goes with the message.
+    DailyReportService underAFile(nullptr, &m_log, &m_settings, &m_clock, m_root + u"/Daily-Reports.csv/Tamlo"_s);
+    const auto underAFileError = underAFile.exportDailyReportsCSV({});
+    ASSERT_TRUE(underAFileError.has_value());
+    EXPECT_TRUE(underAFileError->description.endsWith(u"couldn’t be created: Not a directory."_s))
+        << underAFileError->description.toStdString();
     EXPECT_TRUE(m_service.exportDailyReportsCSV({}).has_value());
     EXPECT_EQ(readBytes(m_root + u"/Daily-Reports.csv"_s), table);
 
