@@ -53,6 +53,11 @@ void TrayPanel::buildPanel()
     if (m_tray) {
         m_panel->setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
         connect(m_panel.get(), &QWindow::activeChanged, this, [this] {
+            // The panel's own sheet or dialog taking the focus leaves the panel where it is.
+            const QWindow *focus = QGuiApplication::focusWindow();
+            if (focus && focus->transientParent() == m_panel.get()) {
+                return;
+            }
             if (m_panel && m_panel->isVisible() && !m_panel->isActive()) {
                 m_sinceFocusHide.start();
                 hidePanel();

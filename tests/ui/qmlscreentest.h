@@ -40,11 +40,12 @@ protected:
         QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(100);
     }
 
-    // Writes what the view drew as <name>.png; an expectedSize that is valid is checked too.
-    void capture(const QString &name, QSize expectedSize = {})
+    // Writes what the view (or another window of it) drew as <name>.png; an expectedSize that is
+    // valid is checked too.
+    void capture(const QString &name, QSize expectedSize = {}, QQuickWindow *window = nullptr)
     {
         settle();
-        const QImage image = m_view->grabWindow();
+        const QImage image = (window ? window : m_view.get())->grabWindow();
         ASSERT_FALSE(image.isNull());
         if (expectedSize.isValid()) {
             EXPECT_EQ(image.size(), expectedSize);

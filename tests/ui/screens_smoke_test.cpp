@@ -3,12 +3,16 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFontInfo>
+#include <QGuiApplication>
 #include <QKeyEvent>
+#include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
 #include <gtest/gtest.h>
@@ -118,10 +122,10 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
     // Permission: a way to the settings, where the desktop has them.
     env.grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     QCoro::waitFor(env.monitor.performCapture());
-    EXPECT_EQ(main->bannerText(), u"Screen Recording permission denied."_s);
+    EXPECT_EQ(main->bannerText(), u"Screen capture permission denied."_s);
     EXPECT_TRUE(main->showSettingsButton());
     EXPECT_FALSE(main->showBannerHint());
-    main->openSystemSettings();
+    main->openPrivacySettings();
     EXPECT_EQ(env.desktop.privacySettingsOpened, 1);
     capture(u"07-banner-permission"_s);
     env.desktop.hasPrivacySettings = false;
@@ -174,11 +178,38 @@ TEST_F(ScreensSmokeTest, PausedAndEmptyThenSettingsAndAbout)
     capture(u"11-settings-missing"_s);
 
     main->setShowingAbout(true);
-    capture(u"12-about"_s);
+    auto *sheet = m_view->rootObject()->findChild<QQuickWindow *>(u"aboutSheet"_s);
+    ASSERT_NE(sheet, nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([sheet] { return sheet->isExposed(); }, 2000));
+    // As wide as the sheet is meant to be, wider than the panel under it.
+    QmlScreenTest::capture(u"12-about"_s, QSize(340, sheet->height()), sheet);
     QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
     QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
-    QCoreApplication::sendEvent(m_view.get(), &press);
-    QCoreApplication::sendEvent(m_view.get(), &release);
+    QCoreApplication::sendEvent(sheet, &press);
+    QCoreApplication::sendEvent(sheet, &release);
     settle();
     EXPECT_FALSE(main->showingAbout()) << "Return closes the sheet";
+    EXPECT_FALSE(sheet->isVisible());
+}
+
+// Figures keep their width on a desktop whose font has proportional digits (GNOME's Cantarell).
+TEST(FigureTextTest, EveryDigitTakesTheSameWidthInAProportionalFont)
+{
+    const QFont previous = QGuiApplication::font();
+    QGuiApplication::setFont(QFont(u"Cantarell"_s));
+    ASSERT_EQ(QFontInfo(QGuiApplication::font()).family(), u"Cantarell"_s) << "install fonts-cantarell";
+    QQmlEngine engine;
+    engine.addImportPath(u"qrc:/"_s);
+    QQmlComponent component(&engine);
+    component.setData("import Tamlo.Ui\nFigureText { textStyle: \"caption2\" }", QUrl());
+    QList<qreal> widths;
+    for (const QString &text : {u"11%"_s, u"00%"_s, u"84%"_s}) {
+        std::unique_ptr<QObject> figure(component.createWithInitialProperties({{u"text"_s, text}}));
+        ASSERT_NE(figure, nullptr) << component.errorString().toStdString();
+        widths.append(figure->property("implicitWidth").toReal());
+    }
+    QGuiApplication::setFont(previous);
+    EXPECT_GT(widths[0], 0);
+    EXPECT_EQ(widths[0], widths[1]);
+    EXPECT_EQ(widths[0], widths[2]);
 }

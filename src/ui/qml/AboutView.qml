@@ -1,29 +1,39 @@
 import QtQuick
-import QtQuick.Controls.Basic as Basic
-import QtQuick.Templates as T
+import QtQuick.Window
 import Tamlo.Ui
 
-// The About sheet: icon, version, what the program does, five facts and "Done".
-Basic.Popup {
+// The About sheet: icon, version, what the program does, five facts and "Done". A window of its
+// own over the panel, since it is wider than the panel itself.
+Window {
     id: sheet
     required property AboutModel about
+    // "Done", Return, Escape or the window's close button.
+    signal dismissed()
 
-    modal: true
-    focus: true
-    padding: 24
-    closePolicy: Basic.Popup.CloseOnEscape
-    background: Rectangle {
-        color: TamloTheme.surfaceWindow
-        radius: 10
-        border.width: 1
-        border.color: TamloTheme.divider
-    }
-    T.Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.25) }
+    objectName: "aboutSheet"
+    title: "About Tamlo"
+    flags: Qt.Dialog
+    modality: Qt.WindowModal
+    color: TamloTheme.surfaceWindow
+    width: 340
+    height: content.implicitHeight + 48
+    minimumWidth: width
+    maximumWidth: width
+    minimumHeight: height
+    maximumHeight: height
+    x: transientParent ? transientParent.x + Math.round((transientParent.width - width) / 2) : 0
+    y: transientParent ? transientParent.y + Math.max(8, Math.round((transientParent.height - height) / 2)) : 0
+    onClosing: sheet.dismissed()
 
-    contentItem: Column {
+    Column {
+        id: content
+        x: 24
+        y: 24
+        width: sheet.width - 48
         spacing: 16
-        Keys.onReturnPressed: sheet.close()
-        Keys.onEnterPressed: sheet.close()
+        Keys.onReturnPressed: sheet.dismissed()
+        Keys.onEnterPressed: sheet.dismissed()
+        Keys.onEscapePressed: sheet.dismissed()
         focus: true
 
         Image {
@@ -52,7 +62,7 @@ Basic.Popup {
         }
         StyledText {
             width: parent.width
-            text: "AI-powered activity tracker that analyzes screenshots locally with Ollama. Your data stays on your Mac."
+            text: "AI-powered activity tracker that analyzes screenshots locally with Ollama. Your data stays on this computer."
             textStyle: "caption"
             color: TamloTheme.secondary
             wrapMode: Text.WordWrap
@@ -64,7 +74,7 @@ Basic.Popup {
             spacing: 10
             Repeater {
                 model: [
-                    { icon: "desktopcomputer", title: "Requires", value: "macOS 13 or newer" },
+                    { icon: "desktopcomputer", title: "Requires", value: "Linux with X11 or Wayland" },
                     { icon: "folder", title: "Work logs", value: "~/Documents/Tamlo/WorkLogs/" },
                     { icon: "chart.bar.doc.horizontal", title: "Daily reports", value: "~/Documents/Tamlo/Daily-Reports.csv" },
                     { icon: "cpu", title: "Supported models", value: "qwen3-vl:2b (recommended), qwen3-vl:4b (16 GB+ RAM)" },
@@ -101,7 +111,7 @@ Basic.Popup {
         TamloPrimaryButton {
             text: "Done"
             anchors.horizontalCenter: parent.horizontalCenter
-            onClicked: sheet.close()
+            onClicked: sheet.dismissed()
         }
     }
 }

@@ -13,10 +13,10 @@ Column {
         font.weight: Font.DemiBold
         color: TamloTheme.secondary
     }
-    StyledText {
+    FigureText {
+        objectName: "activeTime"
         text: parent.formattedDuration
-        font.pixelSize: 22
-        font.weight: Font.Bold
+        font: Qt.font({ pixelSize: 22, weight: Font.Bold })
         color: TamloTheme.brandDark
     }
     StyledText {

@@ -15,17 +15,14 @@ Item {
             width: parent.width
             height: exportRow.implicitHeight + 20
             color: TamloTheme.surfaceControl
+            // The buttons at their natural widths, the row centred in the bar.
             Row {
                 id: exportRow
-                x: 14
+                anchors.horizontalCenter: parent.horizontalCenter
                 y: 10
-                width: parent.width - 28
                 spacing: 8
-                // Each button gets its label's width plus an equal share of what is left.
-                readonly property real spare: Math.max(0, width - spacing - exportLogs.implicitWidth - exportReport.implicitWidth)
                 TamloPrimaryButton {
                     id: exportLogs
-                    width: implicitWidth + exportRow.spare / 2
                     text: "Export logs"
                     symbol: "arrow.down.doc.fill"
                     enabled: view.main.exportLogsEnabled
@@ -33,7 +30,6 @@ Item {
                 }
                 TamloPrimaryButton {
                     id: exportReport
-                    width: implicitWidth + exportRow.spare / 2
                     text: view.main.exportReportLabel
                     symbol: "chart.bar.doc.horizontal"
                     enabled: view.main.exportReportEnabled

@@ -118,8 +118,8 @@ Rectangle {
                     width: parent.width
                 }
 
+                // Its items centred on one line; the row itself leading, as the section is.
                 Row {
-                    anchors.horizontalCenter: parent.horizontalCenter
                     spacing: 4
                     StyledText {
                         text: "New to Tamlo?"

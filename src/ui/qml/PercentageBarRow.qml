@@ -22,7 +22,7 @@ Column {
             elide: Text.ElideRight
             width: parent.width - percent.width - 6
         }
-        StyledText {
+        FigureText {
             id: percent
             anchors.right: parent.right
             text: row.percentText

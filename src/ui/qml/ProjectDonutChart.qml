@@ -85,7 +85,7 @@ Row {
                     width: parent.width - 14 - percent.width - 6
                     anchors.verticalCenter: parent.verticalCenter
                 }
-                StyledText {
+                FigureText {
                     id: percent
                     text: modelData.percentText
                     textStyle: "caption2"

@@ -17,6 +17,6 @@ Basic.TextField {
         color: "transparent"
         radius: 8
         border.width: 1
-        border.color: TamloTheme.withOpacity(TamloTheme.brandBtnBorder, field.enabled ? 0.55 : 0.25)
+        border.color: TamloTheme.withOpacity(TamloTheme.brandBtnBorder, 0.55)
     }
 }

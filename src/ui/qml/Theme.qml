@@ -38,7 +38,7 @@ QtObject {
         "book": "\uea19",
         "brain": "\uea4a",
         "doc.on.doc": "\ue14d",
-        "circle.dashed": "\ue836",
+        "circle.dashed": "\ueff2",
         "circle": "\ue836",
         "largecircle.fill.circle": "\ue837",
         "desktopcomputer": "\ue30c",
