@@ -167,6 +167,8 @@ fi
 rss_kb() { awk '/^VmRSS:/ {print $2}' "/proc/$1/status"; }
 # Resident pages shared with other programs count in full in each one's RSS, and in shares in PSS.
 pss_kb() { awk '/^Pss:/ {print $2}' "/proc/$1/smaps_rollup"; }
+# The pages no other program maps, whatever else runs beside it.
+uss_kb() { awk '/^Private_(Clean|Dirty):/ {sum += $2} END {print sum}' "/proc/$1/smaps_rollup"; }
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 chats() { grep -c "ollama POST /api/chat" "$requests" || true; }
 wait_for_chats() { # count, seconds
@@ -267,7 +269,7 @@ EOF
 echo "== Tamlo resources ($(date -u +%FT%TZ), $(nproc) CPUs, $build)"
 echo "Start to first request to Ollama: ${first_ms} ms (3,000 records, 365 reports on disk; target < 300 ms)"
 if [ "$tray" = 1 ]; then
-    echo "RSS after start with a tray, the panel never built: $((rss_start / 1024)) MB (PSS $(( $(pss_kb "$app") / 1024 )) MB)"
+    echo "RSS after start with a tray, the panel never built: $((rss_start / 1024)) MB (PSS $(( $(pss_kb "$app") / 1024 )) MB, its own pages $(( $(uss_kb "$app") / 1024 )) MB)"
     echo "Panel: $(panel_state)"
     measure_phase "never opened" "$closed_ticks"
     echo "Target: a tray user who never opens the panel at 25 MB or less"
