@@ -1,5 +1,14 @@
 #include "faultfixture.h"
 
+#include "core/textlimits.h"
+#include "server/apiendpoints.h"
+#include "server/requestlog.h"
+#include "server/signinservice.h"
+#include "server/sqlstorage.h"
+#include "server/tamlohttpserver.h"
+#include "server/webpages.h"
+
+#include <QBuffer>
 #include <QFile>
 
 using namespace TrustTest;
@@ -106,3 +115,69 @@ INSTANTIATE_TEST_SUITE_P(Faults, BackendFaultsTest,
         BackendFault {"NeverAnswers", {200, {}, "application/json", 0, false, true}, "The request timed out."}),
     [](const ::testing::TestParamInfo<BackendFault> &info) { return std::string(info.param.name); });
 } // namespace
+
+// The real tamlo-server in this process, on SQLite: nothing the app keeps may be more than it takes.
+class RealServerTest : public FaultFixture
+{
+protected:
+    void SetUp() override
+    {
+        FaultFixture::SetUp();
+        buildServices();
+        storage = SqlStorage::openSqlite(home.filePath(u"server.sqlite3"_s));
+        signIn = std::make_unique<SignInService>(storage.get(), &clock);
+        api = std::make_unique<ApiEndpoints>(storage.get(), signIn.get(), &clock);
+        pages = std::make_unique<WebPages>(signIn.get(), QUrl(), true);
+        requestLog = std::make_unique<RequestLog>(&logBuffer);
+        server = std::make_unique<TamloHttpServer>(api.get(), pages.get(), requestLog.get());
+        ASSERT_TRUE(logBuffer.open(QIODevice::WriteOnly) && server->listen(QHostAddress::LocalHost, 0));
+    }
+
+    std::unique_ptr<SqlStorage> storage;
+    std::unique_ptr<SignInService> signIn;
+    std::unique_ptr<ApiEndpoints> api;
+    std::unique_ptr<WebPages> pages;
+    QBuffer logBuffer;
+    std::unique_ptr<RequestLog> requestLog;
+    std::unique_ptr<TamloHttpServer> server;
+};
+
+TEST_F(RealServerTest, OverlongTextsAndLabelsAreCutToWhatTheServerTakesSoTheDaySyncs)
+{
+    const QString project = u"Client "_s + QString(300, u'x');
+    settings->setString(SettingsKey::userProjects, u"Tamlo, "_s + project);
+    analysis = {200,
+        StandInOllama::chatBody(QJsonObject {{u"category"_s, u"Coding"_s}, {u"projectName"_s, project},
+            {u"activityDescription"_s, u"Reading\tthe\u0007 docs"_s + u" word"_s.repeated(1000)}})};
+    tick();
+    monitor->addNoteToCurrentLog(u"note "_s.repeated(1000));
+    // As an earlier version stored it, before it kept to the limits.
+    snapshotStore->add(ActivitySnapshot {QUuid::createUuid(), clock.now().addSecs(1), QString(201, u'c'), std::nullopt,
+        u"Tamlo"_s, QString(5000, u'd') + QChar(0), QString(5000, u'n')});
+
+    storage->createUser(u"ada@example.org"_s, std::nullopt, 0);
+    const QString url = u"http://127.0.0.1:%1"_s.arg(server->port());
+    const AppConfig config(settings.get(), QString(), url, url);
+    AuthService auth(&nam, config, paths.credentialsDir);
+    QCoro::waitFor(auth.verifyMagicLinkToken(signIn->createLink(u"ada@example.org"_s)));
+    ActivitySyncService sync(snapshotStore.get(), &auth, &nam, config, settings.get(), logManager.get(), &clock);
+    QCoro::waitFor(sync.syncNow());
+    EXPECT_FALSE(sync.lastError()) << sync.lastError().value_or(QString()).toStdString();
+
+    const QList<UploadedDay> days = storage->days(storage->userByEmail(u"ada@example.org"_s)->id);
+    ASSERT_EQ(days.size(), 1);
+    ASSERT_EQ(days[0].snapshots.size(), 2);
+    const UploadedSnapshot analysed = days[0].snapshots[0];
+    // The model's description: no control characters, cut after a whole word and marked.
+    EXPECT_TRUE(analysed.activityDescription->startsWith(u"Reading the docs word word"_s));
+    EXPECT_TRUE(analysed.activityDescription->endsWith(u" word…"_s));
+    EXPECT_LE(analysed.activityDescription->size(), TextLimits::maxTextLength);
+    EXPECT_TRUE(analysed.projectName.startsWith(u"Client xxx"_s));
+    EXPECT_EQ(analysed.projectName.size(), TextLimits::maxLabelLength);
+    EXPECT_TRUE(analysed.userNote->endsWith(u"note note…"_s));
+    EXPECT_LE(analysed.userNote->size(), TextLimits::maxTextLength);
+    const UploadedSnapshot old = days[0].snapshots[1];
+    EXPECT_EQ(old.activityType, QString(TextLimits::maxLabelLength, u'c'));
+    EXPECT_EQ(old.activityDescription, QString(TextLimits::maxTextLength - 1, u'd') + u'…');
+    EXPECT_EQ(old.userNote->size(), TextLimits::maxTextLength);
+}
