@@ -409,7 +409,8 @@ HttpReply AccountPages::syncPage(const Visitor &visitor)
     if (requested) {
         content += u"<p><span class=\"status\">Waiting for your devices</span></p><p>Requested at %1. Each signed-in "
                    "Tamlo asks this server once a minute and uploads today and yesterday when it sees the "
-                   "request; the first upload clears it.</p>"_s.arg(escaped(moment(*requested)));
+                   "request; the request stands for each computer until that computer has uploaded.</p>"_s.arg(
+                       escaped(moment(*requested)));
     } else {
         content += u"<p>Ask every computer signed in to your account to upload today and yesterday now, instead "
                    "of at its next half-hourly sync.</p>"_s;
@@ -420,11 +421,16 @@ HttpReply AccountPages::syncPage(const Visitor &visitor)
     if (devices.isEmpty()) {
         content += u"<p class=\"muted\">No device has uploaded yet.</p>"_s;
     } else {
-        content += u"<table><thead><tr><th>Device</th><th>Last upload</th><th>Time zone</th></tr></thead><tbody>"_s;
+        content += u"<table><thead><tr><th>Device</th><th>Last upload</th><th>Sync request</th></tr></thead><tbody>"_s;
         for (const DeviceRecord &device : devices) {
-            content
-                += u"<tr><td><code>%1</code></td><td>%2</td><td>%3</td></tr>"_s.arg(escaped(device.deviceId.left(8)),
-                    escaped(moment(device.lastUploadAt, device.timezone)), escaped(device.timezone));
+            QString request = u"—"_s;
+            if (device.syncPending) {
+                request = u"waiting"_s;
+            } else if (requested) {
+                request = u"uploaded since"_s;
+            }
+            content += u"<tr><td><code>%1</code></td><td>%2</td><td>%3</td></tr>"_s.arg(
+                escaped(device.deviceId.left(8)), escaped(moment(device.lastUploadAt, device.timezone)), request);
         }
         content += u"</tbody></table>"_s;
     }
