@@ -164,6 +164,11 @@ class Round:
         self.driver.set_window_size(1000, max(760, min(height + 160, 2400)))
         path = os.path.join(self.args.screenshots, name + ".png")
         self.driver.save_screenshot(path)
+        # Every figure whole: no box that holds a number cuts its text, at the page's own width.
+        cut = self.driver.execute_script("""
+            return [...document.querySelectorAll('main *')].filter(e => !e.children.length && !e.title
+                && /\\d/.test(e.textContent) && e.scrollWidth > e.clientWidth).map(e => e.textContent);""")
+        check(not cut, f"{name}: figures cut short: {cut}")
         self.driver.set_window_size(1000, 760)
         self.shots.append(path)
         # The strict policy must not have had to block anything on this page.
@@ -251,7 +256,8 @@ class Round:
         self.submit({})
         check(self.driver.current_url == self.base + "/days", self.driver.current_url)
 
-        # The app uploads today through its own sync service; the days pages show it.
+        # The app uploads today and yesterday through its own sync service; the days pages show them.
+        self.client("record 1 1")  # one project and one category: shares of 100%
         self.client("record 12")
         uploaded = self.client("sync")
         check("lastSync" in uploaded and "syncError" not in uploaded, f"upload: {uploaded}")
@@ -264,6 +270,10 @@ class Round:
         check("Screen locked" in self.text(), self.text())
         check("Note: shipped the export" in self.text(), self.text())
         self.shoot("day")
+        self.open("/days")
+        self.click_through(self.driver.find_elements(By.CSS_SELECTOR, "article.day h2 a")[1])
+        check("100%" in self.text(), self.text())
+        self.shoot("day-one-project")
 
         # "Sync now": the app's next poll sees it and uploads, and the upload clears it.
         self.open("/sync")
