@@ -406,8 +406,8 @@ protected:
             }
         }
         ASSERT_TRUE(up);
-        mailer = std::make_unique<SmtpMailer>(
-            SmtpSettings {u"127.0.0.1"_s, port, SmtpSettings::Security::None, {}, {}, u"tamlo@localhost"_s});
+        mailer = std::make_unique<SmtpMailer>(SmtpSettings {
+            u"127.0.0.1"_s, port, SmtpSettings::Security::None, {}, {}, {u"Tamlo"_s, u"tamlo@localhost"_s}});
         pages->setMailer(mailer.get());
     }
 
@@ -485,6 +485,10 @@ TEST_P(EmailSignInTest, TheMailedLinkSignsTheBrowserInOnceOrHandsTheAppItsToken)
     EXPECT_FALSE(browser.hasCookie(u"tamlo_session"_s));
     const QStringList links = mailedLinks();
     ASSERT_EQ(links.size(), 1);
+    // A sender with a name: the mail server took the bare address, and the name stays in From:.
+    EXPECT_TRUE(mails.contains(u"\nFrom: Tamlo <tamlo@localhost>\n"_s)) << mails.toStdString();
+    EXPECT_TRUE(QRegularExpression(u"\nMessage-ID: <[0-9a-f-]{36}@localhost>\n"_s).match(mails).hasMatch());
+    EXPECT_EQ(mailer->check(), QString());
     const QString path = QUrl(links[0]).toString(QUrl::RemoveScheme | QUrl::RemoveAuthority);
 
     // Opening the link (as a mail scanner would) uses nothing up; its form does.

@@ -58,7 +58,7 @@ class MailCatcher:
     async def handle_DATA(self, server, session, envelope):  # noqa: N802 - aiosmtpd's name
         message = email.message_from_bytes(envelope.content, policy=email.policy.default)
         with self.arrived:
-            self.messages.append((envelope.rcpt_tos, message))
+            self.messages.append((envelope.mail_from, envelope.rcpt_tos, message))
             self.arrived.notify_all()
         return "250 OK"
 
@@ -118,7 +118,7 @@ class Round:
         self.server = subprocess.Popen(
             [self.args.server, "--data", os.path.join(self.workdir, "data"), "--listen", f"127.0.0.1:{self.port}",
              "--email-sign-in", "--smtp-host", "127.0.0.1", "--smtp-port", str(smtp_port),
-             "--smtp-security", "none", "--mail-from", "tamlo@localhost"],
+             "--smtp-security", "none", "--mail-from", "Tamlo <tamlo@localhost>"],
             stderr=self.server_log)
         for _ in range(100):
             try:
@@ -195,8 +195,10 @@ class Round:
             "return window.tamloOldPage === undefined && document.readyState === 'complete';"))
 
     def mailed_link(self, count):
-        recipients, message = self.catcher.wait_for(count)
+        sender, recipients, message = self.catcher.wait_for(count)
         check(recipients == [EMAIL], f"mail went to {recipients}")
+        # A sender with a display name: the bare address on the envelope, the name in From:.
+        check(sender == "tamlo@localhost" and message["From"] == "Tamlo <tamlo@localhost>", f"{sender} {message}")
         body = message.get_body(preferencelist=("plain",)).get_content()
         match = re.search(r"http://\S+/auth/link\?\S+", body)
         check(match, f"no link in the mail: {body}")
@@ -222,6 +224,8 @@ class Round:
         check("Check your e-mail" in self.text(), self.text())
         self.shoot("check-email")
         self.open(self.mailed_link(1))
+        with open(os.path.join(self.workdir, "server.log")) as log:
+            check("The SMTP server 127.0.0.1:" in log.read(), "the server did not say its SMTP server answers")
         check("Continue" in self.text(), self.text())
         self.shoot("email-link")
         self.submit({})
