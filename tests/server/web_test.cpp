@@ -240,6 +240,9 @@ TEST_P(WebTest, RevokingASessionLocksItsAppOutAtOnce)
     signIn(browser, u"ada@example.org"_s);
     const HttpResult devices = browser.get(u"/devices"_s);
     EXPECT_TRUE(devices.text().contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.text().toStdString();
+    // Every time names its zone: the device's last upload in its own, the sessions' in UTC.
+    EXPECT_TRUE(devices.text().contains(u"<td>16 Nov 2026, 11:00 Europe/Berlin</td>"_s));
+    EXPECT_TRUE(devices.text().contains(u"<td>16 Nov 2026, 10:00 UTC</td>"_s));
     const QList<SessionRecord> sessions = storage->sessions(storage->userByEmail(u"ada@example.org"_s)->id);
     const auto app = std::find_if(
         sessions.begin(), sessions.end(), [](const SessionRecord &s) { return s.kind == SessionKind::App; });
