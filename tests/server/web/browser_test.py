@@ -261,7 +261,8 @@ class Round:
         check(self.driver.current_url == self.base + "/days", self.driver.current_url)
 
         # The app uploads today and yesterday through its own sync service; the days pages show them.
-        self.client("record 1 1")  # one project and one category: shares of 100%
+        for _ in range(2):
+            self.client("record 1 1")  # one project and one category: shares of 100%
         self.client("record 12")
         uploaded = self.client("sync")
         check("lastSync" in uploaded and "syncError" not in uploaded, f"upload: {uploaded}")
