@@ -85,16 +85,36 @@ TEST(ServerOptionsTest, SmtpSettingsComeFromTheFileAndTheFlagsOverrideThem)
     EXPECT_EQ(overridden.smtp.host, u"smtp.example.org"_s);
 }
 
-TEST(ServerOptionsTest, WithoutLocalModeAndWithoutSmtpTheServerRefusesToStart)
+// Without SMTP the server refuses to start; with an SMTP server that does not answer, it says so in
+// its log, since the pages never tell whether a mail went out.
+TEST(ServerOptionsTest, AtStartWithoutSmtpTheServerRefusesAndASilentSmtpServerIsNamedInTheLog)
 {
     QTemporaryDir dir;
     QProcess server;
-    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
-        {u"--data"_s, dir.path(), u"--listen"_s, u"127.0.0.1:0"_s, u"--email-sign-in"_s});
+    const QStringList emailSignIn {u"--data"_s, dir.path(), u"--listen"_s, u"127.0.0.1:0"_s, u"--email-sign-in"_s};
+    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE), emailSignIn);
     ASSERT_TRUE(server.waitForFinished(20000));
     EXPECT_EQ(server.exitCode(), 2);
     EXPECT_TRUE(server.readAllStandardError().contains("no SMTP server is set"));
     EXPECT_FALSE(QFile::exists(dir.filePath(u"tamlo-server.sqlite3"_s)));
+
+    QTcpServer closed;
+    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost, 0));
+    const QString port = QString::number(closed.serverPort());
+    closed.close();
+    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
+        emailSignIn
+            + QStringList {u"--smtp-host"_s, u"127.0.0.1"_s, u"--smtp-port"_s, port, u"--smtp-security"_s, u"none"_s,
+                u"--mail-from"_s, u"Tamlo <tamlo@example.org>"_s});
+    QByteArray log;
+    for (int i = 0; i < 100 && !log.contains("Check the SMTP settings."); ++i) {
+        server.waitForReadyRead(200);
+        log += server.readAllStandardError();
+    }
+    server.terminate();
+    server.waitForFinished(10000);
+    EXPECT_TRUE(log.contains("Warning: the SMTP server 127.0.0.1:" + port.toLatin1() + " does not answer"))
+        << log.toStdString();
 }
 
 // The sender as operators write it: the envelope takes the bare address, From: keeps the name.
@@ -111,7 +131,6 @@ TEST(ServerOptionsTest, TheSenderIsReadAsAMailboxOrRefused)
         const ParsedServerOptions parsed = parse({u"--mail-from"_s, text});
         ASSERT_TRUE(parsed.options) << text.toStdString();
         EXPECT_EQ(parsed.options->smtp.from.address, address);
-        EXPECT_EQ(parsed.options->smtp.from.domain(), address.section(u'@', 1));
         EXPECT_EQ(parsed.options->smtp.from.headerValue(), header);
     }
     for (const QString &bad : {u"Tamlo"_s, u"Tamlo <tamlo@example.org"_s, u"<tamlo@example.org> x"_s,
@@ -119,30 +138,6 @@ TEST(ServerOptionsTest, TheSenderIsReadAsAMailboxOrRefused)
              u"t@.example.org"_s, u"t..x@example.org"_s, u"tämlo@example.org"_s, u"Tamlo <>"_s}) {
         EXPECT_EQ(parse({u"--mail-from"_s, bad}).exitCode, 2) << bad.toStdString();
     }
-}
-
-// The pages never say whether a mail went out, so the log says at start when none can.
-TEST(ServerOptionsTest, AnSmtpServerThatDoesNotAnswerIsNamedInTheLogAtStart)
-{
-    QTemporaryDir dir;
-    QTcpServer closed;
-    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost, 0));
-    const QString port = QString::number(closed.serverPort());
-    closed.close();
-    QProcess server;
-    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
-        {u"--data"_s, dir.path(), u"--listen"_s, u"127.0.0.1:0"_s, u"--email-sign-in"_s, u"--smtp-host"_s,
-            u"127.0.0.1"_s, u"--smtp-port"_s, port, u"--smtp-security"_s, u"none"_s, u"--mail-from"_s,
-            u"Tamlo <tamlo@example.org>"_s});
-    QByteArray log;
-    for (int i = 0; i < 100 && !log.contains("Check the SMTP settings."); ++i) {
-        server.waitForReadyRead(200);
-        log += server.readAllStandardError();
-    }
-    server.terminate();
-    server.waitForFinished(10000);
-    EXPECT_TRUE(log.contains("Warning: the SMTP server 127.0.0.1:" + port.toLatin1() + " does not answer"))
-        << log.toStdString();
 }
 
 TEST(ServerOptionsTest, AMailIsDotSafeAndNoHeaderTakesALineBreakFromOutside)
