@@ -13,7 +13,7 @@ TEST(UserPreferencesTest, ParsedListSplitsOnCommasAndLineEndsAndDropsBlanks)
 
     // An entry is a label the server takes: no control characters, and whole characters up to its limit.
     const QString rocket = u"🚀"_s;
-    EXPECT_EQ(UserPreferences::parsedList(rocket.repeated(250) + u"\n\u0007Ops\t"_s),
+    EXPECT_EQ(UserPreferences::parsedList(rocket.repeated(250) + u"\n\u0007Ops\t,\u0007"_s),
         (QStringList {rocket.repeated(200), u"Ops"_s}));
 }
 

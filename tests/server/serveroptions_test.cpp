@@ -122,6 +122,7 @@ TEST(ServerOptionsTest, TheSenderIsReadAsAMailboxOrRefused)
 {
     const QList<std::tuple<QString, QString, QByteArray>> good {
         {u"tamlo@example.org"_s, u"tamlo@example.org"_s, "tamlo@example.org"},
+        {u"<tamlo@example.org>"_s, u"tamlo@example.org"_s, "tamlo@example.org"},
         {u" Tamlo <tamlo@example.org> "_s, u"tamlo@example.org"_s, "Tamlo <tamlo@example.org>"},
         {u"\"Tamlo, sign-in\" <no-reply@mail.example.org>"_s, u"no-reply@mail.example.org"_s,
             "\"Tamlo, sign-in\" <no-reply@mail.example.org>"},
@@ -134,8 +135,9 @@ TEST(ServerOptionsTest, TheSenderIsReadAsAMailboxOrRefused)
         EXPECT_EQ(parsed.options->smtp.from.headerValue(), header);
     }
     for (const QString &bad : {u"Tamlo"_s, u"Tamlo <tamlo@example.org"_s, u"<tamlo@example.org> x"_s,
-             u"a@b@example.org"_s, u"Tamlo <ta mlo@example.org>"_s, u"Ta\"mlo <t@example.org>"_s, u"t@exa_mple.org"_s,
-             u"t@.example.org"_s, u"t..x@example.org"_s, u"tämlo@example.org"_s, u"Tamlo <>"_s}) {
+             u"a@b@example.org"_s, u"Tamlo <ta mlo@example.org>"_s, u"Ta\"mlo <t@example.org>"_s,
+             u"Ta>mlo <t@example.org>"_s, u"t\u007F@example.org"_s, u"t@exa_mple.org"_s, u"t@.example.org"_s,
+             u"t..x@example.org"_s, u"tämlo@example.org"_s, u"Tamlo <>"_s}) {
         EXPECT_EQ(parse({u"--mail-from"_s, bad}).exitCode, 2) << bad.toStdString();
     }
 }

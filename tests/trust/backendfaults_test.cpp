@@ -142,7 +142,7 @@ TEST_F(RealServerTest, OverlongTextsAndLabelsAreCutToWhatTheServerTakesSoTheDayS
     monitor->addNoteToCurrentLog(u"note "_s.repeated(1000));
     // As an earlier version stored it, before it kept to the limits.
     snapshotStore->add(ActivitySnapshot {QUuid::createUuid(), clock.now().addSecs(1), QString(201, u'c'), std::nullopt,
-        u"Tamlo"_s, QString(5000, u'd') + QChar(0), QString(5000, u'n')});
+        u"Tamlo"_s, QChar(0) + QString(5000, u'd'), QString(5000, u'n')});
 
     storage->createUser(u"ada@example.org"_s, std::nullopt, 0);
     const QString url = u"http://127.0.0.1:%1"_s.arg(server.port());

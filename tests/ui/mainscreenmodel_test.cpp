@@ -99,8 +99,9 @@ TEST_F(MainScreenModelTest, NoteNeedsThisLaunchsSnapshotsAndText)
         main->setPendingNote(QString(length, u'a'));
         EXPECT_EQ(main->noteLimitText(), text) << length;
     }
+    main->setPendingNote(QString(4096, u'a'));
     main->addNote();
-    EXPECT_EQ(env.monitor.latestSnapshots().first().userNote->size(), 4096);
+    EXPECT_EQ(env.monitor.latestSnapshots().first().userNote, QString(4096, u'a'));
 }
 
 TEST_F(MainScreenModelTest, ReportTabCountsThirtySecondsPerActiveSnapshotOfToday)
