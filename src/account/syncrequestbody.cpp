@@ -2,6 +2,7 @@
 
 #include "core/activitysnapshot.h"
 #include "core/referencedate.h"
+#include "core/textlimits.h"
 #include "core/userpreferences.h"
 
 #include <QJsonArray>
@@ -10,15 +11,30 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+// Records stored before the app kept to the server's limits would have their day refused whole,
+// at every try; they go up cut to fit instead.
+QString fittedLabel(const QString &label)
+{
+    const QString fitted = TextLimits::fittedLabel(label);
+    return fitted.isEmpty() ? UserPreferences::otherLabel : fitted;
+}
+
+std::optional<QString> fittedText(const std::optional<QString> &text)
+{
+    return text ? std::optional<QString>(TextLimits::fittedText(*text)) : std::nullopt;
+}
+} // namespace
+
 SyncSnapshotPayload SyncSnapshotPayload::from(const ActivitySnapshot &snapshot, const QStringList &userProjects)
 {
     return SyncSnapshotPayload {
         .id = snapshot.id.toString(QUuid::WithoutBraces).toUpper(),
         .timestamp = ReferenceDate::toIso8601(snapshot.timestamp),
-        .activityType = snapshot.aiCategory.isEmpty() ? UserPreferences::otherLabel : snapshot.aiCategory,
-        .projectName = snapshot.effectiveProjectName(userProjects),
-        .activityDescription = snapshot.activityDescription,
-        .userNote = snapshot.userNote,
+        .activityType = fittedLabel(snapshot.aiCategory),
+        .projectName = fittedLabel(snapshot.effectiveProjectName(userProjects)),
+        .activityDescription = fittedText(snapshot.activityDescription),
+        .userNote = fittedText(snapshot.userNote),
     };
 }
 

@@ -7,6 +7,7 @@
 #include "core/clock.h"
 #include "core/logmanager.h"
 #include "core/settings.h"
+#include "core/textlimits.h"
 #include "core/transporttext.h"
 #include "core/userpreferences.h"
 #include "reports/activityreportcalculator.h"
@@ -358,7 +359,9 @@ QCoro::Task<AIAnalysisResult> LLMService::analyzeScreenshotWithLocalModel(QByteA
     AIAnalysisResult result;
     result.category = UserPreferences::normalizedLabel(optionalString(object, u"category"_s), categories);
     result.projectName = UserPreferences::normalizedLabel(optionalString(object, u"projectName"_s), projects);
-    result.activityDescription = optionalString(object, u"activityDescription"_s).value_or(QString());
+    // Kept as the server takes it, so that no record holds its day back from syncing.
+    result.activityDescription = TextLimits::fittedText(
+        TextLimits::withoutControlCharacters(optionalString(object, u"activityDescription"_s).value_or(QString())));
     co_return result;
 }
 

@@ -1,5 +1,7 @@
 #include "core/userpreferences.h"
 
+#include "core/textlimits.h"
+
 #include <QLocale>
 
 using namespace Qt::StringLiterals;
@@ -10,9 +12,9 @@ QStringList UserPreferences::parsedList(const QString &text)
     joined.replace(u'\n', u',');
     QStringList result;
     for (const QString &piece : joined.split(u',', Qt::SkipEmptyParts)) {
-        const QString trimmed = piece.trimmed();
+        const QString trimmed = TextLimits::withoutControlCharacters(piece).trimmed();
         if (!trimmed.isEmpty()) {
-            result.append(trimmed);
+            result.append(TextLimits::fittedLabel(trimmed));
         }
     }
     return result;

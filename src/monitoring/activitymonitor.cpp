@@ -6,6 +6,7 @@
 #include "core/maintask.h"
 #include "core/settings.h"
 #include "core/tamlodatapaths.h"
+#include "core/textlimits.h"
 #include "core/userpreferences.h"
 #include "monitoring/screencaptureservice.h"
 #include "reports/dailyreportservice.h"
@@ -323,7 +324,8 @@ void ActivityMonitor::storeSnapshot(const ActivitySnapshot &snapshot)
 
 void ActivityMonitor::addNoteToCurrentLog(const QString &note)
 {
-    const QString trimmed = note.trimmed();
+    // The note field tells the user the limit as they type; what goes past it is not kept.
+    const QString trimmed = TextLimits::fittedText(TextLimits::withoutControlCharacters(note).trimmed());
     if (trimmed.isEmpty() || m_latestSnapshots.isEmpty()) {
         return;
     }

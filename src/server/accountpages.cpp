@@ -40,11 +40,13 @@ QTimeZone zoneOf(const QString &id)
     return zone.isValid() ? zone : QTimeZone::utc();
 }
 
+// A time always says which zone it is in: a page may show times of several.
 QString moment(qint64 epochMs, const QString &timezone = QString())
 {
     const QTimeZone zone = timezone.isEmpty() ? QTimeZone::utc() : zoneOf(timezone);
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(epochMs, zone);
-    return pageLocale().toString(time, u"d MMM yyyy, HH:mm"_s) + (timezone.isEmpty() ? u" UTC"_s : QString());
+    return pageLocale().toString(time, u"d MMM yyyy, HH:mm "_s)
+        + (zone == QTimeZone::utc() ? u"UTC"_s : QString::fromUtf8(zone.id()));
 }
 
 bool isDayLabel(const QString &text)
@@ -409,7 +411,8 @@ HttpReply AccountPages::syncPage(const Visitor &visitor)
     if (requested) {
         content += u"<p><span class=\"status\">Waiting for your devices</span></p><p>Requested at %1. Each signed-in "
                    "Tamlo asks this server once a minute and uploads today and yesterday when it sees the "
-                   "request; the first upload clears it.</p>"_s.arg(escaped(moment(*requested)));
+                   "request; the request stands for each computer until that computer has uploaded.</p>"_s.arg(
+                       escaped(moment(*requested)));
     } else {
         content += u"<p>Ask every computer signed in to your account to upload today and yesterday now, instead "
                    "of at its next half-hourly sync.</p>"_s;
@@ -420,11 +423,16 @@ HttpReply AccountPages::syncPage(const Visitor &visitor)
     if (devices.isEmpty()) {
         content += u"<p class=\"muted\">No device has uploaded yet.</p>"_s;
     } else {
-        content += u"<table><thead><tr><th>Device</th><th>Last upload</th><th>Time zone</th></tr></thead><tbody>"_s;
+        content += u"<table><thead><tr><th>Device</th><th>Last upload</th><th>Sync request</th></tr></thead><tbody>"_s;
         for (const DeviceRecord &device : devices) {
-            content
-                += u"<tr><td><code>%1</code></td><td>%2</td><td>%3</td></tr>"_s.arg(escaped(device.deviceId.left(8)),
-                    escaped(moment(device.lastUploadAt, device.timezone)), escaped(device.timezone));
+            QString request = u"—"_s;
+            if (device.syncPending) {
+                request = u"waiting"_s;
+            } else if (requested) {
+                request = u"uploaded since"_s;
+            }
+            content += u"<tr><td><code>%1</code></td><td>%2</td><td>%3</td></tr>"_s.arg(
+                escaped(device.deviceId.left(8)), escaped(moment(device.lastUploadAt, device.timezone)), request);
         }
         content += u"</tbody></table>"_s;
     }
@@ -441,13 +449,11 @@ HttpReply AccountPages::devicesPage(const Visitor &visitor)
     if (devices.isEmpty()) {
         content += u"<p class=\"muted\">No device has uploaded yet.</p>"_s;
     } else {
-        content += u"<table><thead><tr><th>Device</th><th>Time zone</th><th>Last upload</th><th>History</th></tr>"
-                   "</thead><tbody>"_s;
+        content += u"<table><thead><tr><th>Device</th><th>Last upload</th><th>History</th></tr></thead><tbody>"_s;
         for (const DeviceRecord &device : devices) {
             deviceById.insert(device.deviceId, device);
-            content += u"<tr><td><code>%1</code></td><td>%2</td><td>%3</td><td>%4</td></tr>"_s.arg(
-                escaped(device.deviceId.left(8)), escaped(device.timezone),
-                escaped(moment(device.lastUploadAt, device.timezone)),
+            content += u"<tr><td><code>%1</code></td><td>%2</td><td>%3</td></tr>"_s.arg(
+                escaped(device.deviceId.left(8)), escaped(moment(device.lastUploadAt, device.timezone)),
                 device.backfillComplete ? u"sent"_s : u"not yet"_s);
         }
         content += u"</tbody></table>"_s;

@@ -113,6 +113,26 @@ int main(int argc, char *argv[])
         QCoreApplication::applicationVersion(), options.listenHost, QString::number(server.port()),
         options.effectivePublicUrl(server.port()).toString(), options.localSignIn() ? u"on"_s : u"off (e-mail)"_s)
         << Qt::endl;
+    if (mailer) {
+        // The pages never tell a visitor whether a mail went out, so the operator must hear it here.
+        const QString smtpServer = u"%1:%2"_s.arg(options.smtp.host).arg(options.smtp.port);
+        mailer->checkInBackground([&app, &err, smtpServer, sender = options.smtp.from.address](const QString &problem) {
+            QMetaObject::invokeMethod(
+                &app,
+                [&err, smtpServer, sender, problem] {
+                    if (problem.isEmpty()) {
+                        err << u"The SMTP server %1 answers; sign-in mails go out from %2."_s.arg(smtpServer, sender)
+                            << Qt::endl;
+                    } else {
+                        err << u"Warning: the SMTP server %1 does not answer as it should (%2). No sign-in mail "
+                               "can go out, and the sign-in pages do not tell visitors so. Check the SMTP "
+                               "settings."_s.arg(smtpServer, problem)
+                            << Qt::endl;
+                    }
+                },
+                Qt::QueuedConnection);
+        });
+    }
     const QUrl publicUrl = options.effectivePublicUrl(server.port());
     if (options.localSignIn() && !QHostAddress(publicUrl.host()).isLoopback() && publicUrl.host() != u"localhost"_s) {
         err << u"Warning: local sign-in is on and the public URL is %1: whoever reaches these pages can sign in "

@@ -110,7 +110,8 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
     const QCommandLineOption smtpUser(u"smtp-user"_s, u"SMTP user name."_s, u"USER"_s);
     const QCommandLineOption smtpPassword(
         u"smtp-password"_s, u"SMTP password (visible to other local users: prefer --smtp-config)."_s, u"PASSWORD"_s);
-    const QCommandLineOption mailFrom(u"mail-from"_s, u"Sender address of sign-in mails."_s, u"ADDRESS"_s);
+    const QCommandLineOption mailFrom(
+        u"mail-from"_s, u"Sender of sign-in mails: an address, or a name and <address>."_s, u"ADDRESS"_s);
     parser.addOptions({listen, data, database, publicUrl, localSignIn, emailSignIn, name, smtpConfig, smtpHost,
         smtpPort, smtpSecurity, smtpUser, smtpPassword, mailFrom});
     const QCommandLineOption help = parser.addHelpOption();
@@ -162,6 +163,7 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
 
     QString security = u"starttls"_s;
     QString port;
+    QString from;
     if (parser.isSet(smtpConfig)) {
         const QString file = parser.value(smtpConfig);
         if (!QFileInfo(file).isReadable()) {
@@ -173,7 +175,8 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
         security = config.value(u"security"_s, security).toString();
         options.smtp.user = config.value(u"user"_s).toString();
         options.smtp.password = config.value(u"password"_s).toString();
-        options.smtp.from = config.value(u"from"_s).toString();
+        // An unquoted comma makes a list of the value; the sender is the whole line.
+        from = config.value(u"from"_s).toStringList().join(u", "_s);
     }
     if (parser.isSet(smtpHost)) {
         options.smtp.host = parser.value(smtpHost);
@@ -191,7 +194,17 @@ ParsedServerOptions ServerOptions::parse(const QStringList &arguments)
         options.smtp.password = parser.value(smtpPassword);
     }
     if (parser.isSet(mailFrom)) {
-        options.smtp.from = parser.value(mailFrom);
+        from = parser.value(mailFrom);
+    }
+    if (!from.isEmpty()) {
+        const std::optional<Mailbox> sender = Mailbox::parse(from);
+        if (!sender) {
+            return {std::nullopt,
+                u"The sender of sign-in mails must be an address like tamlo@example.org or "
+                "Tamlo <tamlo@example.org>, got \"%1\"."_s.arg(from),
+                2};
+        }
+        options.smtp.from = *sender;
     }
     if (!port.isEmpty()) {
         bool ok = false;

@@ -50,6 +50,68 @@ void initCurlOnce()
     static std::once_flag once;
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
+
+size_t discard(char *, size_t size, size_t count, void *)
+{
+    return size * count;
+}
+
+// One transfer to the configured server, on the settings' security and credentials.
+class CurlSession
+{
+public:
+    explicit CurlSession(const SmtpSettings &settings)
+        : m_curl(curl_easy_init())
+        , m_url((settings.security == SmtpSettings::Security::Tls ? "smtps://" : "smtp://") + settings.host.toUtf8()
+              + ':' + QByteArray::number(settings.port))
+        , m_user(settings.user.toUtf8())
+        , m_password(settings.password.toUtf8())
+    {
+        if (!m_curl) {
+            return;
+        }
+        curl_easy_setopt(m_curl, CURLOPT_URL, m_url.constData());
+        curl_easy_setopt(m_curl, CURLOPT_TIMEOUT, smtpTimeoutSeconds);
+        curl_easy_setopt(m_curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(m_curl, CURLOPT_ERRORBUFFER, m_error);
+        if (settings.security == SmtpSettings::Security::StartTls) {
+            curl_easy_setopt(m_curl, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+        }
+        if (!m_user.isEmpty()) {
+            curl_easy_setopt(m_curl, CURLOPT_USERNAME, m_user.constData());
+            curl_easy_setopt(m_curl, CURLOPT_PASSWORD, m_password.constData());
+        }
+    }
+    ~CurlSession()
+    {
+        if (m_curl) {
+            curl_easy_cleanup(m_curl);
+        }
+    }
+    CurlSession(const CurlSession &) = delete;
+    CurlSession &operator=(const CurlSession &) = delete;
+
+    [[nodiscard]] CURL *handle() const { return m_curl; }
+    // Empty on success, else libcurl's most specific words for the failure.
+    [[nodiscard]] QString perform()
+    {
+        if (!m_curl) {
+            return u"libcurl could not start a transfer"_s;
+        }
+        const CURLcode result = curl_easy_perform(m_curl);
+        if (result == CURLE_OK) {
+            return {};
+        }
+        return QString::fromUtf8(m_error[0] ? m_error : curl_easy_strerror(result));
+    }
+
+private:
+    CURL *m_curl;
+    QByteArray m_url;
+    QByteArray m_user;
+    QByteArray m_password;
+    char m_error[CURL_ERROR_SIZE] = {};
+};
 } // namespace
 
 std::optional<SmtpSettings::Security> SmtpSettings::parseSecurity(const QString &text)
@@ -91,7 +153,23 @@ void SmtpMailer::waitForAll()
     m_pool.waitForDone();
 }
 
-QByteArray SmtpMailer::message(const QString &from, const OutgoingMail &mail, const QByteArray &messageId)
+QString SmtpMailer::check() const
+{
+    CurlSession session(m_settings);
+    if (session.handle()) {
+        // No recipient and no upload: libcurl only greets, secures, signs in and sends this command.
+        curl_easy_setopt(session.handle(), CURLOPT_CUSTOMREQUEST, "NOOP");
+        curl_easy_setopt(session.handle(), CURLOPT_WRITEFUNCTION, discard);
+    }
+    return session.perform();
+}
+
+void SmtpMailer::checkInBackground(std::function<void(const QString &problem)> done)
+{
+    m_pool.start([this, done = std::move(done)] { done(check()); });
+}
+
+QByteArray SmtpMailer::message(const Mailbox &from, const OutgoingMail &mail, const QByteArray &messageId)
 {
     const QString date = QLocale::c().toString(QDateTime::currentDateTimeUtc(), u"ddd, dd MMM yyyy HH:mm:ss"_s);
     QByteArray text = mail.text.toUtf8();
@@ -102,7 +180,7 @@ QByteArray SmtpMailer::message(const QString &from, const OutgoingMail &mail, co
             line.prepend('.');
         }
     }
-    return "Date: " + date.toLatin1() + " +0000\r\nFrom: " + headerText(from) + "\r\nTo: " + headerText(mail.to)
+    return "Date: " + date.toLatin1() + " +0000\r\nFrom: " + from.headerValue() + "\r\nTo: " + headerText(mail.to)
         + "\r\nSubject: " + headerText(mail.subject) + "\r\nMessage-ID: <" + messageId
         + ">\r\nMIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n"
           "Auto-Submitted: auto-generated\r\n\r\n"
@@ -111,40 +189,25 @@ QByteArray SmtpMailer::message(const QString &from, const OutgoingMail &mail, co
 
 bool SmtpMailer::deliver(const OutgoingMail &mail) const
 {
-    CURL *curl = curl_easy_init();
-    if (!curl) {
-        return false;
-    }
-    const QString domain = m_settings.from.section(u'@', -1);
-    const QByteArray messageId = QUuid::createUuid().toString(QUuid::WithoutBraces).toLatin1() + '@' + domain.toUtf8();
+    // The envelope and the Message-ID take the bare address; the display name is for From: only.
+    const QByteArray messageId
+        = QUuid::createUuid().toString(QUuid::WithoutBraces).toLatin1() + '@' + m_settings.from.domain().toLatin1();
     Upload upload {message(m_settings.from, mail, messageId), 0};
-    const QByteArray url = (m_settings.security == SmtpSettings::Security::Tls ? "smtps://" : "smtp://")
-        + m_settings.host.toUtf8() + ':' + QByteArray::number(m_settings.port);
-    const QByteArray from = '<' + m_settings.from.toUtf8() + '>';
+    const QByteArray from = '<' + m_settings.from.address.toLatin1() + '>';
     const QByteArray to = '<' + mail.to.toUtf8() + '>';
-    const QByteArray user = m_settings.user.toUtf8();
-    const QByteArray password = m_settings.password.toUtf8();
+    CurlSession session(m_settings);
     curl_slist *recipients = curl_slist_append(nullptr, to.constData());
-    curl_easy_setopt(curl, CURLOPT_URL, url.constData());
-    curl_easy_setopt(curl, CURLOPT_MAIL_FROM, from.constData());
-    curl_easy_setopt(curl, CURLOPT_MAIL_RCPT, recipients);
-    curl_easy_setopt(curl, CURLOPT_READFUNCTION, readChunk);
-    curl_easy_setopt(curl, CURLOPT_READDATA, &upload);
-    curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, smtpTimeoutSeconds);
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    if (m_settings.security == SmtpSettings::Security::StartTls) {
-        curl_easy_setopt(curl, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+    if (session.handle()) {
+        curl_easy_setopt(session.handle(), CURLOPT_MAIL_FROM, from.constData());
+        curl_easy_setopt(session.handle(), CURLOPT_MAIL_RCPT, recipients);
+        curl_easy_setopt(session.handle(), CURLOPT_READFUNCTION, readChunk);
+        curl_easy_setopt(session.handle(), CURLOPT_READDATA, &upload);
+        curl_easy_setopt(session.handle(), CURLOPT_UPLOAD, 1L);
     }
-    if (!user.isEmpty()) {
-        curl_easy_setopt(curl, CURLOPT_USERNAME, user.constData());
-        curl_easy_setopt(curl, CURLOPT_PASSWORD, password.constData());
-    }
-    const CURLcode result = curl_easy_perform(curl);
-    if (result != CURLE_OK) {
-        qCWarning(lcServer) << "SMTP:" << curl_easy_strerror(result);
+    const QString problem = session.perform();
+    if (!problem.isEmpty()) {
+        qCWarning(lcServer) << "SMTP:" << problem;
     }
     curl_slist_free_all(recipients);
-    curl_easy_cleanup(curl);
-    return result == CURLE_OK;
+    return problem.isEmpty();
 }

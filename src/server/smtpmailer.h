@@ -1,10 +1,12 @@
 #pragma once
 
+#include "server/mailbox.h"
 #include "server/mailer.h"
 
 #include <QString>
 #include <QThreadPool>
 
+#include <functional>
 #include <optional>
 
 struct SmtpSettings
@@ -20,7 +22,7 @@ struct SmtpSettings
     Security security = Security::StartTls;
     QString user;
     QString password;
-    QString from; // the sender address
+    Mailbox from; // the sender
 
     [[nodiscard]] bool isComplete() const { return !host.isEmpty() && !from.isEmpty(); }
     // "none", "starttls" or "tls".
@@ -40,8 +42,13 @@ public:
     void send(const OutgoingMail &mail) override;
     // Blocks until every queued mail is sent or has failed; for tests and an orderly exit.
     void waitForAll();
+    // Connects, says hello, secures and signs in as a mail would, without sending one: empty when
+    // the server took all of it, otherwise what went wrong. Blocks for up to the mail's time-out.
+    [[nodiscard]] QString check() const;
+    // check() on the mailer's own thread; done is called there.
+    void checkInBackground(std::function<void(const QString &problem)> done);
     // The RFC 5322 message with headers, CRLF line ends and dot-safe lines.
-    [[nodiscard]] static QByteArray message(const QString &from, const OutgoingMail &mail, const QByteArray &messageId);
+    [[nodiscard]] static QByteArray message(const Mailbox &from, const OutgoingMail &mail, const QByteArray &messageId);
 
 private:
     [[nodiscard]] bool deliver(const OutgoingMail &mail) const;

@@ -54,8 +54,14 @@ const QList<QStringList> &migrations()
             " FROM snapshots s LEFT JOIN devices d ON d.user_id = s.user_id AND d.device_id = s.device_id"
             " GROUP BY s.user_id, s.day"_s,
         },
+        {
+            // A request to sync stands for each device until that device uploads; a request
+            // pending at the upgrade stands for every device.
+            u"ALTER TABLE devices ADD COLUMN sync_pending INTEGER NOT NULL DEFAULT 0"_s,
+            u"UPDATE devices SET sync_pending = 1 WHERE user_id IN (SELECT user_id FROM sync_requests)"_s,
+        },
     };
-    static_assert(SqlStorage::schemaVersion == 2, "add the statements of the new version above");
+    static_assert(SqlStorage::schemaVersion == 3, "add the statements of the new version above");
     return steps;
 }
 
@@ -588,10 +594,12 @@ std::optional<ServerUser> SqlStorage::userForSession(const QString &tokenDigest)
 
 std::optional<SessionSyncStatus> SqlStorage::syncStatusForSession(const QString &tokenDigest)
 {
-    QSqlQuery query
-        = prepare(u"SELECT u.id, u.email, u.name, u.created_at, r.requested_at, s.last_seen_at FROM sessions s"
-                  " JOIN users u ON u.id = s.user_id LEFT JOIN sync_requests r ON r.user_id = u.id"
-                  " WHERE s.token_digest = ?"_s);
+    // A session that has not uploaded yet has no device: the request stands for it until it does.
+    QSqlQuery query = prepare(
+        u"SELECT u.id, u.email, u.name, u.created_at,"
+        " CASE WHEN d.sync_pending = 0 THEN NULL ELSE r.requested_at END, s.last_seen_at FROM sessions s"
+        " JOIN users u ON u.id = s.user_id LEFT JOIN sync_requests r ON r.user_id = u.id"
+        " LEFT JOIN devices d ON d.user_id = s.user_id AND d.device_id = s.device_id WHERE s.token_digest = ?"_s);
     query.addBindValue(tokenDigest);
     exec(query);
     std::optional<SessionSyncStatus> status;
@@ -646,7 +654,7 @@ void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qi
         QSqlQuery device = prepare(
             u"INSERT INTO devices (user_id, device_id, timezone, last_upload_at, backfill_complete)"
             " VALUES (?, ?, ?, ?, ?) ON CONFLICT (user_id, device_id) DO UPDATE SET timezone = excluded.timezone,"
-            " last_upload_at = excluded.last_upload_at,"
+            " last_upload_at = excluded.last_upload_at, sync_pending = 0,"
             " backfill_complete = CASE WHEN devices.backfill_complete = 1 THEN 1 ELSE excluded.backfill_complete END"_s);
         device.addBindValue(userId);
         device.addBindValue(upload.deviceId);
@@ -666,7 +674,10 @@ void SqlStorage::storeUpload(const QString &userId, const SyncUpload &upload, qi
             entry.addBindValue(now);
             exec(entry);
         }
-        QSqlQuery clear = prepare(u"DELETE FROM sync_requests WHERE user_id = ?"_s);
+        // The request is over once no device it stands for is still to upload.
+        QSqlQuery clear = prepare(u"DELETE FROM sync_requests WHERE user_id = ? AND NOT EXISTS"
+                                  " (SELECT 1 FROM devices WHERE user_id = ? AND sync_pending = 1)"_s);
+        clear.addBindValue(userId);
         clear.addBindValue(userId);
         exec(clear);
         commitTransaction();
@@ -691,23 +702,34 @@ std::optional<qint64> SqlStorage::syncRequestedAt(const QString &userId)
 
 void SqlStorage::requestSync(const QString &userId, qint64 now)
 {
-    QSqlQuery query = prepare(u"INSERT INTO sync_requests (user_id, requested_at) VALUES (?, ?)"
-                              " ON CONFLICT (user_id) DO UPDATE SET requested_at = excluded.requested_at"_s);
-    query.addBindValue(userId);
-    query.addBindValue(now);
-    exec(query);
+    // Devices before the request, as an upload takes them, so that the two never wait on each other.
+    beginTransaction();
+    try {
+        QSqlQuery devices = prepare(u"UPDATE devices SET sync_pending = 1 WHERE user_id = ?"_s);
+        devices.addBindValue(userId);
+        exec(devices);
+        QSqlQuery query = prepare(u"INSERT INTO sync_requests (user_id, requested_at) VALUES (?, ?)"
+                                  " ON CONFLICT (user_id) DO UPDATE SET requested_at = excluded.requested_at"_s);
+        query.addBindValue(userId);
+        query.addBindValue(now);
+        exec(query);
+        commitTransaction();
+    } catch (...) {
+        rollbackTransaction();
+        throw;
+    }
 }
 
 QList<DeviceRecord> SqlStorage::devices(const QString &userId)
 {
-    QSqlQuery query = prepare(u"SELECT device_id, timezone, last_upload_at, backfill_complete FROM devices"
-                              " WHERE user_id = ? ORDER BY device_id"_s);
+    QSqlQuery query = prepare(u"SELECT device_id, timezone, last_upload_at, backfill_complete, sync_pending"
+                              " FROM devices WHERE user_id = ? ORDER BY device_id"_s);
     query.addBindValue(userId);
     exec(query);
     QList<DeviceRecord> result;
     while (query.next()) {
         result.append({query.value(0).toString(), query.value(1).toString(), query.value(2).toLongLong(),
-            query.value(3).toInt() != 0});
+            query.value(3).toInt() != 0, query.value(4).toInt() != 0});
     }
     query.finish();
     return result;

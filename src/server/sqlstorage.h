@@ -20,7 +20,7 @@ public:
     };
 
     // The schema version this build writes; a database that says more is refused untouched.
-    static constexpr int schemaVersion = 2;
+    static constexpr int schemaVersion = 3;
 
     // Opens (creating when needed) and migrates. Throws StorageError with a text for the operator.
     [[nodiscard]] static std::unique_ptr<SqlStorage> openSqlite(const QString &file);

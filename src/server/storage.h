@@ -66,7 +66,7 @@ struct SyncUpload
 struct SessionSyncStatus
 {
     ServerUser user;
-    std::optional<qint64> syncRequestedAt;
+    std::optional<qint64> syncRequestedAt; // while the request waits for this session's device
     std::optional<qint64> lastSeenAt; // so that a poll writes only when the last activity has gone stale
 };
 
@@ -109,6 +109,7 @@ struct DeviceRecord
     QString timezone;
     qint64 lastUploadAt = 0;
     bool backfillComplete = false;
+    bool syncPending = false; // the user's request to sync waits for this device's upload
 };
 
 // Everything the server keeps, behind one interface so that the embedded and the shared
@@ -136,9 +137,11 @@ public:
     [[nodiscard]] virtual std::optional<SessionSyncStatus> syncStatusForSession(const QString &tokenDigest) = 0;
 
     // All of it or nothing: snapshots upserted by id within the user, the device recorded, the
-    // user's pending sync request cleared.
+    // user's sync request served for this device, and gone once no device waits for it.
     virtual void storeUpload(const QString &userId, const SyncUpload &upload, qint64 now) = 0;
+    // The user's request while some device has still to upload for it.
     [[nodiscard]] virtual std::optional<qint64> syncRequestedAt(const QString &userId) = 0;
+    // Asks every device of the user, those that have not uploaded yet among them.
     virtual void requestSync(const QString &userId, qint64 now) = 0;
 
     [[nodiscard]] virtual QList<DeviceRecord> devices(const QString &userId) = 0;

@@ -23,18 +23,6 @@ struct Fault
     throw Fault {message};
 }
 
-// Characters as people count them: a pair of surrogates is one.
-qsizetype characterCount(const QString &text)
-{
-    qsizetype count = 0;
-    for (const QChar c : text) {
-        if (!c.isLowSurrogate()) {
-            ++count;
-        }
-    }
-    return count;
-}
-
 QJsonValue required(const QJsonObject &object, const QString &key, const QString &path)
 {
     const QJsonValue value = object.value(key);
@@ -56,7 +44,7 @@ QString checkedString(const QJsonValue &value, const QString &path, qsizetype mi
     if (text.contains(QChar(0))) {
         fail(u"%1 must not contain a NUL character"_s.arg(path));
     }
-    const qsizetype length = characterCount(text);
+    const qsizetype length = TextLimits::characterCount(text);
     if (length < minLength || length > maxLength) {
         if (minLength > 0) {
             fail(u"%1 must be %2 to %3 characters long"_s.arg(path).arg(minLength).arg(maxLength));
@@ -81,7 +69,7 @@ std::optional<QString> optionalString(const QJsonObject &object, const QString &
     if (value.isNull()) {
         fail(u"%1 must not be null"_s.arg(path));
     }
-    return checkedString(value, path, 0, SyncUploadParser::maxTextLength);
+    return checkedString(value, path, 0, TextLimits::maxTextLength);
 }
 
 QJsonObject requiredObject(const QJsonValue &value, const QString &path)
@@ -136,9 +124,9 @@ UploadedSnapshot parseSnapshot(const QJsonValue &value, const QString &path, QSe
         fail(u"%1.timestamp must be ISO 8601 in UTC with whole seconds, like 2026-11-16T09:30:12Z"_s.arg(path));
     }
     snapshot.activityType
-        = requiredString(object, u"activityType"_s, path + u".activityType"_s, 1, SyncUploadParser::maxLabelLength);
+        = requiredString(object, u"activityType"_s, path + u".activityType"_s, 1, TextLimits::maxLabelLength);
     snapshot.projectName
-        = requiredString(object, u"projectName"_s, path + u".projectName"_s, 1, SyncUploadParser::maxLabelLength);
+        = requiredString(object, u"projectName"_s, path + u".projectName"_s, 1, TextLimits::maxLabelLength);
     snapshot.activityDescription = optionalString(object, u"activityDescription"_s, path + u".activityDescription"_s);
     snapshot.userNote = optionalString(object, u"userNote"_s, path + u".userNote"_s);
     return snapshot;

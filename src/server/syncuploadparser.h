@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/textlimits.h"
 #include "server/storage.h"
 
 #include <QByteArray>
@@ -12,8 +13,6 @@ namespace SyncUploadParser {
 inline constexpr int maxDays = 31;
 inline constexpr int maxSnapshotsPerDay = 10000;
 inline constexpr int maxTimezoneLength = 100;
-inline constexpr int maxLabelLength = 200;
-inline constexpr int maxTextLength = 4096;
 
 struct Result
 {

@@ -58,10 +58,10 @@ p > .button { margin-top: 0.25rem; }
 .shares { display: grid; grid-template-columns: 1fr 1fr; gap: 0 1.5rem; }
 .shares h3 { font-size: 0.85rem; text-transform: uppercase; letter-spacing: 0.04em; margin: 0.5rem 0 0.25rem;
   opacity: 0.75; }
-.share { display: grid; grid-template-columns: 1fr 3.5rem 2.5rem; align-items: center; gap: 0.5rem;
-  font-size: 0.92rem; }
+.share { display: grid; grid-template-columns: minmax(0, 1fr) 3.5rem minmax(5ch, max-content); align-items: center;
+  gap: 0.5rem; font-size: 0.92rem; }
 .share span { overflow: hidden; text-overflow: ellipsis; white-space: nowrap; }
-.share .pct { text-align: right; font-variant-numeric: tabular-nums; }
+.share .pct { overflow: visible; text-align: right; font-variant-numeric: tabular-nums; }
 meter { width: 100%; height: 0.55rem; }
 meter::-webkit-meter-bar { background: var(--window); border: 0; border-radius: 4px; height: 0.55rem; }
 meter::-webkit-meter-optimum-value { background: var(--dark); border-radius: 4px; }

@@ -7,6 +7,7 @@
 #include "core/maintask.h"
 #include "core/settings.h"
 #include "core/tamlodatapaths.h"
+#include "core/textlimits.h"
 #include "core/userpreferences.h"
 #include "monitoring/activitymonitor.h"
 #include "reports/activityreportcalculator.h"
@@ -19,6 +20,7 @@
 #include "ui/setupmodel.h"
 #include "ui/tamlotheme.h"
 
+#include <QLocale>
 #include <QPointer>
 #include <QSaveFile>
 #include <QTextStream>
@@ -167,6 +169,21 @@ bool MainScreenModel::noteFieldEnabled() const
 bool MainScreenModel::addNoteEnabled() const
 {
     return noteFieldEnabled() && !m_pendingNote.trimmed().isEmpty();
+}
+
+QString MainScreenModel::noteLimitText() const
+{
+    constexpr qsizetype warnWhenLeft = 200;
+    const qsizetype left = TextLimits::maxTextLength - TextLimits::characterCount(m_pendingNote.trimmed());
+    const QLocale locale;
+    if (left < 0) {
+        return u"A note holds %1 characters; this one is %2 over and will be cut."_s.arg(
+            locale.toString(TextLimits::maxTextLength), locale.toString(-left));
+    }
+    if (left <= warnWhenLeft) {
+        return left == 1 ? u"1 character left"_s : u"%1 characters left"_s.arg(locale.toString(left));
+    }
+    return {};
 }
 
 QString MainScreenModel::exportReportLabel() const

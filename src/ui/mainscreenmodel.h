@@ -45,6 +45,7 @@ class MainScreenModel : public QObject
     Q_PROPERTY(bool noteFieldEnabled READ noteFieldEnabled NOTIFY noteChanged)
     Q_PROPERTY(bool addNoteEnabled READ addNoteEnabled NOTIFY noteChanged)
     Q_PROPERTY(bool showNoteHint READ showNoteHint NOTIFY noteChanged)
+    Q_PROPERTY(QString noteLimitText READ noteLimitText NOTIFY noteChanged)
     Q_PROPERTY(bool exportLogsEnabled READ exportLogsEnabled NOTIFY exportChanged)
     Q_PROPERTY(bool exportReportEnabled READ exportReportEnabled NOTIFY exportChanged)
     Q_PROPERTY(QString exportReportLabel READ exportReportLabel NOTIFY exportChanged)
@@ -106,6 +107,8 @@ public:
     [[nodiscard]] bool noteFieldEnabled() const;
     [[nodiscard]] bool addNoteEnabled() const;
     [[nodiscard]] bool showNoteHint() const { return !noteFieldEnabled(); }
+    // Empty until the typed note nears the length a note keeps; then what is left, or how much is cut.
+    [[nodiscard]] QString noteLimitText() const;
     [[nodiscard]] bool exportLogsEnabled() const { return m_todaySnapshotCount > 0; }
     [[nodiscard]] bool exportReportEnabled() const { return m_todaySnapshotCount > 0 && !m_isExportingDailyReport; }
     [[nodiscard]] QString exportReportLabel() const;

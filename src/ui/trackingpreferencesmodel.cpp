@@ -1,6 +1,23 @@
 #include "ui/trackingpreferencesmodel.h"
 
 #include "core/settings.h"
+#include "core/textlimits.h"
+
+#include <QLocale>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+bool hasOverlongEntry(QString list)
+{
+    for (const QString &entry : list.replace(u'\n', u',').split(u',')) {
+        if (TextLimits::characterCount(entry.trimmed()) > TextLimits::maxLabelLength) {
+            return true;
+        }
+    }
+    return false;
+}
+} // namespace
 
 TrackingPreferencesModel::TrackingPreferencesModel(
     Settings *settings, bool compact, bool prefillDefaultCategories, QObject *parent)
@@ -25,6 +42,7 @@ void TrackingPreferencesModel::setProjects(const QString &value)
     }
     m_settings->setString(SettingsKey::userProjects, value);
     Q_EMIT projectsChanged();
+    Q_EMIT labelLimitTextChanged();
 }
 
 void TrackingPreferencesModel::setCategorizeBy(const QString &value)
@@ -34,13 +52,23 @@ void TrackingPreferencesModel::setCategorizeBy(const QString &value)
     }
     m_settings->setString(SettingsKey::categorizeBy, value);
     Q_EMIT categorizeByChanged();
+    Q_EMIT labelLimitTextChanged();
 }
 
 void TrackingPreferencesModel::appear()
 {
     Q_EMIT projectsChanged();
     Q_EMIT categorizeByChanged();
+    Q_EMIT labelLimitTextChanged();
     if (m_prefillDefaultCategories && categorizeBy().trimmed().isEmpty()) {
         setCategorizeBy(defaultCategories);
     }
+}
+
+QString TrackingPreferencesModel::labelLimitText() const
+{
+    if (!hasOverlongEntry(projects()) && !hasOverlongEntry(categorizeBy())) {
+        return {};
+    }
+    return u"A name longer than %1 characters is cut to fit."_s.arg(QLocale().toString(TextLimits::maxLabelLength));
 }

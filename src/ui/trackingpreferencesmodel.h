@@ -15,6 +15,7 @@ class TrackingPreferencesModel : public QObject
     Q_PROPERTY(QString projects READ projects WRITE setProjects NOTIFY projectsChanged)
     Q_PROPERTY(QString categorizeBy READ categorizeBy WRITE setCategorizeBy NOTIFY categorizeByChanged)
     Q_PROPERTY(bool compact READ compact CONSTANT)
+    Q_PROPERTY(QString labelLimitText READ labelLimitText NOTIFY labelLimitTextChanged)
 
 public:
     static inline const QString defaultCategories = QStringLiteral("Content Creation, Browsing, Coding, Communication");
@@ -26,6 +27,8 @@ public:
     [[nodiscard]] QString projects() const;
     [[nodiscard]] QString categorizeBy() const;
     [[nodiscard]] bool compact() const { return m_compact; }
+    // Empty unless a project or category is longer than a label may be.
+    [[nodiscard]] QString labelLimitText() const;
     void setProjects(const QString &value);
     void setCategorizeBy(const QString &value);
 
@@ -35,6 +38,7 @@ public:
 Q_SIGNALS:
     void projectsChanged();
     void categorizeByChanged();
+    void labelLimitTextChanged();
 
 private:
     Settings *m_settings = nullptr;

@@ -10,6 +10,11 @@ TEST(UserPreferencesTest, ParsedListSplitsOnCommasAndLineEndsAndDropsBlanks)
         (QStringList {u"Tamlo"_s, u"Website"_s, u"Client A"_s, u"Ops"_s}));
     EXPECT_EQ(UserPreferences::parsedList(u"b, a, b"_s), (QStringList {u"b"_s, u"a"_s, u"b"_s}));
     EXPECT_TRUE(UserPreferences::parsedList(QString()).isEmpty());
+
+    // An entry is a label the server takes: no control characters, and whole characters up to its limit.
+    const QString rocket = u"🚀"_s;
+    EXPECT_EQ(UserPreferences::parsedList(rocket.repeated(250) + u"\n\u0007Ops\t,\u0007"_s),
+        (QStringList {rocket.repeated(200), u"Ops"_s}));
 }
 
 TEST(UserPreferencesTest, NormalizedLabelReturnsTheListSpellingOrOther)

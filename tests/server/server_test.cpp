@@ -73,26 +73,40 @@ TEST_P(ServerApiTest, VerifyTokenAnswersUnknownExpiredAndUnregisteredInThatOrder
     EXPECT_EQ(send("POST", u"/auth/verify-token"_s, tokenBody(fresh)).status, 404);
 }
 
-TEST_P(ServerApiTest, UploadIsStoredStatusReportsRequestsAndAnUploadClearsThem)
+TEST_P(ServerApiTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
+    const QString laptop = sessionFor(u"ada@example.org"_s);
+    QJsonObject laptopBody = body({});
+    laptopBody[u"deviceId"_s] = u"0C9E4B52-7A31-4E0D-9F6B-3D8A2C5E1F07"_s;
+    EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(laptopBody), laptop).status, 200);
+    EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body({})), session).status, 200);
     EXPECT_EQ(send("GET", u"/activity/status"_s, {}, session).body, "{}");
 
     const ServerUser ada = *storage->userByEmail(u"ada@example.org"_s);
     storage->requestSync(ada.id, 1763287200000);
-    EXPECT_EQ(send("GET", u"/activity/status"_s, {}, session).body, R"({"syncRequestedAt":1763287200000})");
+    const QByteArray requested = R"({"syncRequestedAt":1763287200000})";
+    EXPECT_EQ(send("GET", u"/activity/status"_s, {}, session).body, requested);
 
     EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body(oneDay())), session).status, 200);
     const QString verbatim = u"Meeting'); DELETE FROM snapshots; -- 東京 🚀 \"x\""_s;
     EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body(oneDay(verbatim))), session).status, 200);
     EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(body({}, true)), session).status, 200);
 
+    // Served for this device only: the laptop, and a computer signed in since, are still asked.
     EXPECT_EQ(send("GET", u"/activity/status"_s, {}, session).body, "{}");
+    EXPECT_EQ(send("GET", u"/activity/status"_s, {}, laptop).body, requested);
+    const QString newcomer = sessionFor(u"ada@example.org"_s);
+    EXPECT_EQ(send("GET", u"/activity/status"_s, {}, newcomer).body, requested);
+    EXPECT_EQ(send("POST", u"/activity/sync"_s, bytes(laptopBody), laptop).status, 200);
+    EXPECT_EQ(send("GET", u"/activity/status"_s, {}, laptop).body, "{}");
+    EXPECT_EQ(storage->syncRequestedAt(ada.id), std::nullopt);
+    EXPECT_EQ(send("GET", u"/activity/status"_s, {}, newcomer).body, "{}");
     const QList<UploadedDay> days = storage->days(ada.id);
     ASSERT_EQ(days.size(), 1);
     ASSERT_EQ(days[0].snapshots.size(), 1);
     EXPECT_EQ(days[0].snapshots[0].activityType, verbatim);
-    EXPECT_TRUE(storage->devices(ada.id).value(0).backfillComplete);
+    EXPECT_TRUE(storage->devices(ada.id).value(1).backfillComplete);
 }
 
 TEST_P(ServerApiTest, WithoutAValidSessionEveryAccountEndpointAnswers401)

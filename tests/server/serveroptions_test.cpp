@@ -3,6 +3,7 @@
 
 #include <QFile>
 #include <QProcess>
+#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -63,7 +64,8 @@ TEST(ServerOptionsTest, SmtpSettingsComeFromTheFileAndTheFlagsOverrideThem)
     QTemporaryDir dir;
     QFile file(dir.filePath(u"smtp.ini"_s));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("host=smtp.example.org\nport=465\nsecurity=tls\nuser=tamlo\npassword=s3cret\nfrom=tamlo@example.org\n");
+    file.write(
+        "host=smtp.example.org\nport=465\nsecurity=tls\nuser=tamlo\npassword=s3cret\nfrom=Tamlo <tamlo@example.org>\n");
     file.close();
     const ParsedServerOptions fromFile = parse({u"--smtp-config"_s, file.fileName()});
     ASSERT_TRUE(fromFile.options) << fromFile.message.toStdString();
@@ -72,6 +74,7 @@ TEST(ServerOptionsTest, SmtpSettingsComeFromTheFileAndTheFlagsOverrideThem)
     EXPECT_EQ(smtp.port, 465);
     EXPECT_EQ(smtp.security, SmtpSettings::Security::Tls);
     EXPECT_EQ(smtp.password, u"s3cret"_s);
+    EXPECT_EQ(smtp.from, (Mailbox {u"Tamlo"_s, u"tamlo@example.org"_s}));
     EXPECT_TRUE(smtp.isComplete());
 
     const ServerOptions overridden
@@ -82,21 +85,66 @@ TEST(ServerOptionsTest, SmtpSettingsComeFromTheFileAndTheFlagsOverrideThem)
     EXPECT_EQ(overridden.smtp.host, u"smtp.example.org"_s);
 }
 
-TEST(ServerOptionsTest, WithoutLocalModeAndWithoutSmtpTheServerRefusesToStart)
+// Without SMTP the server refuses to start; with an SMTP server that does not answer, it says so in
+// its log, since the pages never tell whether a mail went out.
+TEST(ServerOptionsTest, AtStartWithoutSmtpTheServerRefusesAndASilentSmtpServerIsNamedInTheLog)
 {
     QTemporaryDir dir;
     QProcess server;
-    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
-        {u"--data"_s, dir.path(), u"--listen"_s, u"127.0.0.1:0"_s, u"--email-sign-in"_s});
+    const QStringList emailSignIn {u"--data"_s, dir.path(), u"--listen"_s, u"127.0.0.1:0"_s, u"--email-sign-in"_s};
+    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE), emailSignIn);
     ASSERT_TRUE(server.waitForFinished(20000));
     EXPECT_EQ(server.exitCode(), 2);
     EXPECT_TRUE(server.readAllStandardError().contains("no SMTP server is set"));
     EXPECT_FALSE(QFile::exists(dir.filePath(u"tamlo-server.sqlite3"_s)));
+
+    QTcpServer closed;
+    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost, 0));
+    const QString port = QString::number(closed.serverPort());
+    closed.close();
+    server.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
+        emailSignIn
+            + QStringList {u"--smtp-host"_s, u"127.0.0.1"_s, u"--smtp-port"_s, port, u"--smtp-security"_s, u"none"_s,
+                u"--mail-from"_s, u"Tamlo <tamlo@example.org>"_s});
+    QByteArray log;
+    for (int i = 0; i < 100 && !log.contains("Check the SMTP settings."); ++i) {
+        server.waitForReadyRead(200);
+        log += server.readAllStandardError();
+    }
+    server.terminate();
+    server.waitForFinished(10000);
+    EXPECT_TRUE(log.contains("Warning: the SMTP server 127.0.0.1:" + port.toLatin1() + " does not answer"))
+        << log.toStdString();
+}
+
+// The sender as operators write it: the envelope takes the bare address, From: keeps the name.
+TEST(ServerOptionsTest, TheSenderIsReadAsAMailboxOrRefused)
+{
+    const QList<std::tuple<QString, QString, QByteArray>> good {
+        {u"tamlo@example.org"_s, u"tamlo@example.org"_s, "tamlo@example.org"},
+        {u"<tamlo@example.org>"_s, u"tamlo@example.org"_s, "tamlo@example.org"},
+        {u" Tamlo <tamlo@example.org> "_s, u"tamlo@example.org"_s, "Tamlo <tamlo@example.org>"},
+        {u"\"Tamlo, sign-in\" <no-reply@mail.example.org>"_s, u"no-reply@mail.example.org"_s,
+            "\"Tamlo, sign-in\" <no-reply@mail.example.org>"},
+        {u"Grüße <a.b@example.org>"_s, u"a.b@example.org"_s, "=?UTF-8?B?R3LDvMOfZQ==?= <a.b@example.org>"},
+    };
+    for (const auto &[text, address, header] : good) {
+        const ParsedServerOptions parsed = parse({u"--mail-from"_s, text});
+        ASSERT_TRUE(parsed.options) << text.toStdString();
+        EXPECT_EQ(parsed.options->smtp.from.address, address);
+        EXPECT_EQ(parsed.options->smtp.from.headerValue(), header);
+    }
+    for (const QString &bad : {u"Tamlo"_s, u"Tamlo <tamlo@example.org"_s, u"<tamlo@example.org> x"_s,
+             u"a@b@example.org"_s, u"Tamlo <ta mlo@example.org>"_s, u"Ta\"mlo <t@example.org>"_s,
+             u"Ta>mlo <t@example.org>"_s, u"t\u007F@example.org"_s, u"t@exa_mple.org"_s, u"t@.example.org"_s,
+             u"t..x@example.org"_s, u"tämlo@example.org"_s, u"Tamlo <>"_s}) {
+        EXPECT_EQ(parse({u"--mail-from"_s, bad}).exitCode, 2) << bad.toStdString();
+    }
 }
 
 TEST(ServerOptionsTest, AMailIsDotSafeAndNoHeaderTakesALineBreakFromOutside)
 {
-    const QByteArray message = SmtpMailer::message(u"Tamlo <tamlo@example.org>"_s,
+    const QByteArray message = SmtpMailer::message(Mailbox {u"Tamlo"_s, u"tamlo@example.org"_s},
         OutgoingMail {u"ada@example.org"_s, u"Hi\r\nBcc: eve@example.org"_s, u"one\n.\n..two\nthree"_s}, "id@x");
     EXPECT_TRUE(message.contains("\r\nSubject: Hi  Bcc: eve@example.org\r\n")) << message.toStdString();
     EXPECT_FALSE(message.contains("\r\nBcc:"));

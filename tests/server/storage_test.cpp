@@ -100,16 +100,18 @@ TEST_P(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM users"_s).toInt(), 1);
 }
 
-TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsAndDaysWhenMigrated)
+TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsDaysAndRequestWhenMigrated)
 {
     const ServerUser ada = storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
     storage->createSession(u"digest-of-an-old-session-token-0123456789"_s, ada.id, 1500);
     storage->storeUpload(ada.id, upload({{u"2026-11-16"_s, {snapshot(idA, u"2026-11-16T09:30:12Z"_s)}}}), 2000);
+    storage->requestSync(ada.id, 2500);
     // Back to the first version's schema, as a server of that version left it.
-    for (const QString &statement : {u"DROP INDEX sessions_public_id"_s,
-             u"ALTER TABLE sessions DROP COLUMN public_id"_s, u"ALTER TABLE sessions DROP COLUMN kind"_s,
-             u"ALTER TABLE sessions DROP COLUMN last_seen_at"_s, u"ALTER TABLE sessions DROP COLUMN device_id"_s,
-             u"DROP TABLE user_days"_s, u"DELETE FROM schema_version WHERE version > 1"_s}) {
+    for (const QString &statement :
+        {u"ALTER TABLE devices DROP COLUMN sync_pending"_s, u"DROP INDEX sessions_public_id"_s,
+            u"ALTER TABLE sessions DROP COLUMN public_id"_s, u"ALTER TABLE sessions DROP COLUMN kind"_s,
+            u"ALTER TABLE sessions DROP COLUMN last_seen_at"_s, u"ALTER TABLE sessions DROP COLUMN device_id"_s,
+            u"DROP TABLE user_days"_s, u"DELETE FROM schema_version WHERE version > 1"_s}) {
         QSqlQuery query(storage->database());
         ASSERT_TRUE(query.exec(statement)) << statement.toStdString();
     }
@@ -126,6 +128,9 @@ TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsAndDaysWhenMigrate
     EXPECT_EQ(days[0].date, u"2026-11-16"_s);
     EXPECT_EQ(days[0].timezone, u"Europe/Berlin"_s);
     EXPECT_EQ(days[0].deviceId, deviceA);
+    // A request pending then waits for every device.
+    EXPECT_EQ(storage->syncRequestedAt(ada.id), 2500);
+    EXPECT_TRUE(storage->devices(ada.id).value(0).syncPending);
 }
 
 INSTANTIATE_TEST_SUITE_P(Server, StorageTest, ::testing::ValuesIn(testBackends()), backendName);

@@ -240,6 +240,9 @@ TEST_P(WebTest, RevokingASessionLocksItsAppOutAtOnce)
     signIn(browser, u"ada@example.org"_s);
     const HttpResult devices = browser.get(u"/devices"_s);
     EXPECT_TRUE(devices.text().contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.text().toStdString();
+    // Every time names its zone: the device's last upload in its own, the sessions' in UTC.
+    EXPECT_TRUE(devices.text().contains(u"<td>16 Nov 2026, 11:00 Europe/Berlin</td>"_s));
+    EXPECT_TRUE(devices.text().contains(u"<td>16 Nov 2026, 10:00 UTC</td>"_s));
     const QList<SessionRecord> sessions = storage->sessions(storage->userByEmail(u"ada@example.org"_s)->id);
     const auto app = std::find_if(
         sessions.begin(), sessions.end(), [](const SessionRecord &s) { return s.kind == SessionKind::App; });
@@ -406,8 +409,8 @@ protected:
             }
         }
         ASSERT_TRUE(up);
-        mailer = std::make_unique<SmtpMailer>(
-            SmtpSettings {u"127.0.0.1"_s, port, SmtpSettings::Security::None, {}, {}, u"tamlo@localhost"_s});
+        mailer = std::make_unique<SmtpMailer>(SmtpSettings {
+            u"127.0.0.1"_s, port, SmtpSettings::Security::None, {}, {}, {u"Tamlo"_s, u"tamlo@localhost"_s}});
         pages->setMailer(mailer.get());
     }
 
@@ -485,6 +488,10 @@ TEST_P(EmailSignInTest, TheMailedLinkSignsTheBrowserInOnceOrHandsTheAppItsToken)
     EXPECT_FALSE(browser.hasCookie(u"tamlo_session"_s));
     const QStringList links = mailedLinks();
     ASSERT_EQ(links.size(), 1);
+    // A sender with a name: the mail server took the bare address, and the name stays in From:.
+    EXPECT_TRUE(mails.contains(u"\nFrom: Tamlo <tamlo@localhost>\n"_s)) << mails.toStdString();
+    EXPECT_TRUE(QRegularExpression(u"\nMessage-ID: <[0-9a-f-]{36}@localhost>\n"_s).match(mails).hasMatch());
+    EXPECT_EQ(mailer->check(), QString());
     const QString path = QUrl(links[0]).toString(QUrl::RemoveScheme | QUrl::RemoveAuthority);
 
     // Opening the link (as a mail scanner would) uses nothing up; its form does.

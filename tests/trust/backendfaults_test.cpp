@@ -1,5 +1,14 @@
 #include "faultfixture.h"
 
+#include "core/textlimits.h"
+#include "server/apiendpoints.h"
+#include "server/requestlog.h"
+#include "server/signinservice.h"
+#include "server/sqlstorage.h"
+#include "server/tamlohttpserver.h"
+#include "server/webpages.h"
+
+#include <QBuffer>
 #include <QFile>
 
 using namespace TrustTest;
@@ -106,3 +115,53 @@ INSTANTIATE_TEST_SUITE_P(Faults, BackendFaultsTest,
         BackendFault {"NeverAnswers", {200, {}, "application/json", 0, false, true}, "The request timed out."}),
     [](const ::testing::TestParamInfo<BackendFault> &info) { return std::string(info.param.name); });
 } // namespace
+
+// The real tamlo-server in this process, on SQLite: nothing the app keeps may be more than it takes.
+class RealServerTest : public FaultFixture
+{
+};
+
+TEST_F(RealServerTest, OverlongTextsAndLabelsAreCutToWhatTheServerTakesSoTheDaySyncs)
+{
+    buildServices();
+    const std::unique_ptr<SqlStorage> storage = SqlStorage::openSqlite(home.filePath(u"server.sqlite3"_s));
+    SignInService signIn(storage.get(), &clock);
+    ApiEndpoints api(storage.get(), &signIn, &clock);
+    WebPages pages(&signIn, QUrl(), true);
+    QBuffer requests;
+    RequestLog requestLog(&requests);
+    TamloHttpServer server(&api, &pages, &requestLog);
+    ASSERT_TRUE(requests.open(QIODevice::WriteOnly) && server.listen(QHostAddress::LocalHost, 0));
+
+    const QString project = u"Client "_s + QString(300, u'x');
+    settings->setString(SettingsKey::userProjects, u"Tamlo, "_s + project);
+    analysis = {200,
+        StandInOllama::chatBody(QJsonObject {{u"category"_s, u"Coding"_s}, {u"projectName"_s, project},
+            {u"activityDescription"_s, u"Reading\tthe\u0007 docs"_s + u" word"_s.repeated(1000)}})};
+    tick();
+    monitor->addNoteToCurrentLog(u"note "_s.repeated(1000));
+    // As an earlier version stored it, before it kept to the limits.
+    snapshotStore->add(ActivitySnapshot {QUuid::createUuid(), clock.now().addSecs(1), QString(201, u'c'), std::nullopt,
+        u"Tamlo"_s, QChar(0) + QString(5000, u'd'), QString(5000, u'n')});
+
+    storage->createUser(u"ada@example.org"_s, std::nullopt, 0);
+    const QString url = u"http://127.0.0.1:%1"_s.arg(server.port());
+    const AppConfig config(settings.get(), QString(), url, url);
+    AuthService auth(&nam, config, paths.credentialsDir);
+    QCoro::waitFor(auth.verifyMagicLinkToken(signIn.createLink(u"ada@example.org"_s)));
+    ActivitySyncService sync(snapshotStore.get(), &auth, &nam, config, settings.get(), logManager.get(), &clock);
+    QCoro::waitFor(sync.syncNow());
+    EXPECT_FALSE(sync.lastError()) << sync.lastError().value_or(QString()).toStdString();
+
+    const QList<UploadedDay> days = storage->days(storage->userByEmail(u"ada@example.org"_s)->id);
+    ASSERT_EQ(days.size(), 1);
+    ASSERT_EQ(days[0].snapshots.size(), 2);
+    const UploadedSnapshot analysed = days[0].snapshots[0];
+    // The model's description without control characters and cut after a whole word, the note as
+    // well, and the project the settings name, whose name the server takes.
+    EXPECT_TRUE(analysed.activityDescription->startsWith(u"Reading the docs word word"_s));
+    EXPECT_TRUE(analysed.activityDescription->endsWith(u" word…"_s));
+    EXPECT_TRUE(analysed.userNote->endsWith(u"note note…"_s));
+    EXPECT_TRUE(analysed.projectName.startsWith(u"Client xxx"_s));
+    EXPECT_EQ(days[0].snapshots[1].activityDescription, QString(TextLimits::maxTextLength - 1, u'd') + u'…');
+}

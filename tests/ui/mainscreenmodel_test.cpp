@@ -93,6 +93,16 @@ TEST_F(MainScreenModelTest, NoteNeedsThisLaunchsSnapshotsAndText)
     EXPECT_EQ(env.monitor.latestSnapshots().first().userNote, u"Pairing with Sam"_s);
     EXPECT_EQ(main->activities()->data(main->activities()->index(0), ActivityCardListModel::NoteRole).toString(),
         u"Pairing with Sam"_s);
+
+    // Near the length a note keeps, the field counts down; past it, it says the rest is cut.
+    for (const auto &[length, text] : {std::pair {3895, QString()}, {4095, u"1 character left"_s},
+             {4100, u"A note holds 4,096 characters; this one is 4 over and will be cut."_s}}) {
+        main->setPendingNote(QString(length, u'a'));
+        EXPECT_EQ(main->noteLimitText(), text) << length;
+    }
+    main->setPendingNote(QString(4096, u'a'));
+    main->addNote();
+    EXPECT_EQ(env.monitor.latestSnapshots().first().userNote, QString(4096, u'a'));
 }
 
 TEST_F(MainScreenModelTest, ReportTabCountsThirtySecondsPerActiveSnapshotOfToday)

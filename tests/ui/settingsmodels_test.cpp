@@ -126,6 +126,11 @@ TEST_F(SettingsModelsTest, DefaultCategoriesFillOnlyABlankFieldAndOnlyInSetup)
 
     settingsTab.setProjects(u"Tamlo, Acme"_s);
     EXPECT_EQ(env.settings.string(SettingsKey::userProjects), u"Tamlo, Acme"_s);
+
+    // A name longer than a label may be is kept as typed, and the section says it is cut.
+    EXPECT_EQ(settingsTab.labelLimitText(), QString());
+    setupSection.setCategorizeBy(u"Design,\n"_s + QString(201, u'x'));
+    EXPECT_EQ(settingsTab.labelLimitText(), u"A name longer than 200 characters is cut to fit."_s);
 }
 
 TEST_F(SettingsModelsTest, LaunchAtLoginWritesTheAutostartEntryAndRevertsOnFailure)

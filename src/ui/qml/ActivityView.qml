@@ -76,6 +76,14 @@ Item {
                     }
                 }
                 StyledText {
+                    visible: text.length > 0
+                    width: parent.width
+                    text: view.main.noteLimitText
+                    textStyle: "caption2"
+                    color: TamloTheme.secondary
+                    wrapMode: Text.WordWrap
+                }
+                StyledText {
                     visible: view.main.showNoteHint
                     width: parent.width
                     text: "Notes attach to the latest activity once monitoring captures work."

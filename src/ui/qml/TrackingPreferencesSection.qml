@@ -97,4 +97,13 @@ Column {
             wrapMode: Text.WordWrap
         }
     }
+
+    StyledText {
+        visible: text.length > 0
+        width: parent.width
+        text: section.preferences.labelLimitText
+        font.pixelSize: 9
+        color: TamloTheme.secondary
+        wrapMode: Text.WordWrap
+    }
 }

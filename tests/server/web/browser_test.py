@@ -58,7 +58,7 @@ class MailCatcher:
     async def handle_DATA(self, server, session, envelope):  # noqa: N802 - aiosmtpd's name
         message = email.message_from_bytes(envelope.content, policy=email.policy.default)
         with self.arrived:
-            self.messages.append((envelope.rcpt_tos, message))
+            self.messages.append((envelope.mail_from, envelope.rcpt_tos, message))
             self.arrived.notify_all()
         return "250 OK"
 
@@ -118,7 +118,7 @@ class Round:
         self.server = subprocess.Popen(
             [self.args.server, "--data", os.path.join(self.workdir, "data"), "--listen", f"127.0.0.1:{self.port}",
              "--email-sign-in", "--smtp-host", "127.0.0.1", "--smtp-port", str(smtp_port),
-             "--smtp-security", "none", "--mail-from", "tamlo@localhost"],
+             "--smtp-security", "none", "--mail-from", "Tamlo <tamlo@localhost>"],
             stderr=self.server_log)
         for _ in range(100):
             try:
@@ -164,6 +164,11 @@ class Round:
         self.driver.set_window_size(1000, max(760, min(height + 160, 2400)))
         path = os.path.join(self.args.screenshots, name + ".png")
         self.driver.save_screenshot(path)
+        # Every figure whole: no box that holds a number cuts its text, at the page's own width.
+        cut = self.driver.execute_script("""
+            return [...document.querySelectorAll('main *')].filter(e => !e.children.length && !e.title
+                && /\\d/.test(e.textContent) && e.scrollWidth > e.clientWidth).map(e => e.textContent);""")
+        check(not cut, f"{name}: figures cut short: {cut}")
         self.driver.set_window_size(1000, 760)
         self.shots.append(path)
         # The strict policy must not have had to block anything on this page.
@@ -190,8 +195,10 @@ class Round:
             "return window.tamloOldPage === undefined && document.readyState === 'complete';"))
 
     def mailed_link(self, count):
-        recipients, message = self.catcher.wait_for(count)
+        sender, recipients, message = self.catcher.wait_for(count)
         check(recipients == [EMAIL], f"mail went to {recipients}")
+        # A sender with a display name: the bare address on the envelope, the name in From:.
+        check(sender == "tamlo@localhost" and message["From"] == "Tamlo <tamlo@localhost>", f"{sender} {message}")
         body = message.get_body(preferencelist=("plain",)).get_content()
         match = re.search(r"http://\S+/auth/link\?\S+", body)
         check(match, f"no link in the mail: {body}")
@@ -217,6 +224,8 @@ class Round:
         check("Check your e-mail" in self.text(), self.text())
         self.shoot("check-email")
         self.open(self.mailed_link(1))
+        with open(os.path.join(self.workdir, "server.log")) as log:
+            check("The SMTP server 127.0.0.1:" in log.read(), "the server did not say its SMTP server answers")
         check("Continue" in self.text(), self.text())
         self.shoot("email-link")
         self.submit({})
@@ -251,7 +260,9 @@ class Round:
         self.submit({})
         check(self.driver.current_url == self.base + "/days", self.driver.current_url)
 
-        # The app uploads today through its own sync service; the days pages show it.
+        # The app uploads today and yesterday through its own sync service; the days pages show them.
+        for _ in range(2):
+            self.client("record 1 1")  # one project and one category: shares of 100%
         self.client("record 12")
         uploaded = self.client("sync")
         check("lastSync" in uploaded and "syncError" not in uploaded, f"upload: {uploaded}")
@@ -264,6 +275,10 @@ class Round:
         check("Screen locked" in self.text(), self.text())
         check("Note: shipped the export" in self.text(), self.text())
         self.shoot("day")
+        self.open("/days")
+        self.click_through(self.driver.find_elements(By.CSS_SELECTOR, "article.day h2 a")[1])
+        check("100%" in self.text(), self.text())
+        self.shoot("day-one-project")
 
         # "Sync now": the app's next poll sees it and uploads, and the upload clears it.
         self.open("/sync")

@@ -1,8 +1,8 @@
 // The app's own sign-in and sync services in a process of their own, driven line by line on
 // stdin by the browser test: the client side of the web pages, exactly as Tamlo runs it.
 //
-//   signin TOKEN   exchange a sign-in link token     record N   add N records for now, and a lock
-//   sync           upload today and yesterday         poll       ask the server for a sync request
+//   signin TOKEN   exchange a sign-in link token     record N [D]  add N records and a lock, D days ago
+//   sync           upload today and yesterday         poll          ask the server for a sync request
 //   ids            the ids of the records added       quit
 //
 // Each command answers with one JSON line.
@@ -70,7 +70,7 @@ int main(int argc, char *argv[])
             answer = state();
         } else if (command == u"record"_s) {
             const int count = words.value(1).toInt();
-            const QDateTime now = clock.now();
+            const QDateTime now = clock.now().addDays(-words.value(2).toInt());
             for (int i = count; i > 0; --i) {
                 const ActivitySnapshot snapshot {.id = QUuid::createUuid(),
                     .timestamp = now.addSecs(-30LL * (i + 1)),
