@@ -19,6 +19,10 @@ packages=(
     postgresql
     clang libclang-rt-14-dev
     libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
+    # The window list on X11 is read through xcb, which Tamlo links directly.
+    libxcb1-dev
+    # An EWMH window manager for the tests of which windows are on screen.
+    openbox
 )
 
 missing=()
