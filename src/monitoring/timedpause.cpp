@@ -8,7 +8,7 @@
 using namespace Qt::StringLiterals;
 
 TimedPause::TimedPause(Settings *settings, const Clock *clock, QObject *parent)
-    : QObject(parent), m_settings(settings), m_clock(clock)
+    : QObject(parent), m_settings(settings), m_clock(clock), m_wake(this)
 {
     m_wake.setSingleShot(true);
     m_wake.setObjectName(u"timedPauseTimer"_s);
