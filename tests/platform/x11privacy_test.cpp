@@ -69,16 +69,16 @@ protected:
         return xdotool({u"search"_s, u"--sync"_s, u"--name"_s, u"^"_s + title + u"$"_s}).section(u'\n', 0, 0);
     }
 
-    bool listed(const QString &title)
-    {
-        const VisibleWindowList list = QCoro::waitFor(source.visibleWindows());
-        return std::any_of(list.windows.cbegin(), list.windows.cend(),
-            [&title](const VisibleWindow &window) { return window.title == title; });
-    }
-
     void waitUntilListed(const QString &title, bool shown)
     {
-        ASSERT_TRUE(QTest::qWaitFor([&] { return listed(title) == shown; }, 10000)) << title.toStdString();
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] {
+                const QList<VisibleWindow> list = QCoro::waitFor(source.visibleWindows()).windows;
+                return std::any_of(list.cbegin(), list.cend(), [&](const VisibleWindow &w) { return w.title == title; })
+                    == shown;
+            },
+            10000))
+            << title.toStdString();
     }
 
     // One tick; true when it was recorded as private with nothing grabbed and nothing sent.

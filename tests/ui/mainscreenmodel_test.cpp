@@ -127,13 +127,6 @@ TEST_F(MainScreenModelTest, ReportTabCountsThirtySecondsPerActiveSnapshotOfToday
     main->setSelectedTab(1);
     main->setSelectedTab(0);
     EXPECT_EQ(main->report()->activeSeconds(), 90);
-
-    // A private tick is worked time under Other.
-    ActivitySnapshot unseen {QUuid::createUuid(), env.clock.now(), u"Other"_s, std::nullopt, u"Other"_s,
-        ActivitySnapshot::privateMarker, std::nullopt};
-    env.snapshotStore.add(unseen);
-    main->refresh();
-    EXPECT_EQ(main->report()->activeSeconds(), 120);
 }
 
 TEST_F(MainScreenModelTest, WorkLogExportNamesTheDayAndWritesOnlyWhereTheUserPicked)

@@ -66,10 +66,6 @@ TEST_F(SettingsModelsTest, PrivacyListsApplyWhereTheSessionCanTellAndAreExplaine
     EXPECT_EQ(privacy.applications(), QString()) << "an emptied list stays empty";
     privacy.restoreDefaults();
     EXPECT_EQ(privacy.titleWords(), u"Private Browsing, Incognito, InPrivate"_s);
-    QSignalSpy pause(&privacy, &PrivacySettingsModel::pauseRequested);
-    privacy.pause(1);
-    ASSERT_EQ(pause.count(), 1);
-    EXPECT_EQ(pause.first().first().value<TimedPause::Length>(), TimedPause::Length::OneHour);
 }
 
 TEST_F(SettingsModelsTest, PickerFollowsTheServiceAndChecksTheChosenModel)
