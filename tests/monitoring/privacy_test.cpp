@@ -27,8 +27,11 @@ public:
         QObject::connect(&m_server, &QLocalServer::newConnection, [this, payload] {
             QLocalSocket *socket = m_server.nextPendingConnection();
             QObject::connect(socket, &QLocalSocket::readyRead, socket, [socket, payload] {
-                socket->readAll();
+                // GET_TREE, with no payload, is the one question it answers.
                 QByteArray header("i3-ipc\0\0\0\0\4\0\0\0", 14);
+                if (socket->readAll() != header) {
+                    return socket->abort();
+                }
                 qToUnaligned<quint32>(quint32(payload.size()), header.data() + 6);
                 socket->write(header + payload.left(5));
                 socket->flush();
