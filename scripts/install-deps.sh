@@ -23,6 +23,10 @@ packages=(
     trayer
     # GNOME's interface font, whose digits differ in width: figures must line up all the same.
     fonts-cantarell
+    # The window list on X11 is read through xcb, which Tamlo links directly.
+    libxcb1-dev
+    # An EWMH window manager for the tests of which windows are on screen.
+    openbox
 )
 
 missing=()

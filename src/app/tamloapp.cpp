@@ -2,7 +2,9 @@
 
 #include "platform/memoryrelief.h"
 #include "platform/singleinstance.h"
+#include "platform/swayvisiblewindows.h"
 #include "platform/traypanel.h"
+#include "platform/x11visiblewindows.h"
 #include "ui/tamlotheme.h"
 
 #include <QCoreApplication>
@@ -36,6 +38,8 @@ TamloApp::TamloApp(QObject *parent)
     , m_screenCapture(
           &m_portalGrabber, &m_x11Grabber, ScreenCaptureService::sessionType(QProcessEnvironment::systemEnvironment()))
     , m_screenEvents(QDBusConnection::sessionBus(), QDBusConnection::systemBus())
+    , m_visibleWindows(visibleWindowSource(QProcessEnvironment::systemEnvironment()))
+    , m_timedPause(&m_settings, &m_clock)
     , m_monitor(ActivityMonitor::Services {.snapshotStore = &m_snapshotStore,
           .reportStore = &m_reportStore,
           .reportService = &m_reportService,
@@ -45,7 +49,9 @@ TamloApp::TamloApp(QObject *parent)
           .clock = &m_clock,
           .screenCapture = &m_screenCapture,
           .screenEvents = &m_screenEvents,
-          .wakeEvents = &m_screenEvents})
+          .wakeEvents = &m_screenEvents,
+          .visibleWindows = m_visibleWindows.get(),
+          .timedPause = &m_timedPause})
     , m_appConfig(&m_settings)
     , m_authService(&m_nam, m_appConfig, m_paths.credentialsDir)
     , m_syncService(&m_snapshotStore, &m_authService, &m_nam, m_appConfig, &m_settings, &m_logManager, &m_clock)
@@ -60,7 +66,9 @@ TamloApp::TamloApp(QObject *parent)
           .settings = &m_settings,
           .clock = &m_clock,
           .desktop = &m_desktop,
-          .loginItem = &m_autostart})
+          .loginItem = &m_autostart,
+          .timedPause = &m_timedPause,
+          .session = QProcessEnvironment::systemEnvironment()})
     , m_gate(&m_authService)
     , m_login(&m_authService, m_appConfig, &m_desktop)
 {
@@ -91,6 +99,19 @@ TamloApp::~TamloApp()
 {
     // The panel's bindings read the models, so it goes first.
     m_tray.reset();
+}
+
+std::unique_ptr<VisibleWindowSource> TamloApp::visibleWindowSource(const QProcessEnvironment &session)
+{
+    switch (VisibleWindowSource::listingFor(session)) {
+    case WindowListing::X11:
+        return std::make_unique<X11VisibleWindows>();
+    case WindowListing::Sway:
+        return std::make_unique<SwayVisibleWindows>(session.value(u"SWAYSOCK"_s));
+    case WindowListing::None:
+        break;
+    }
+    return nullptr;
 }
 
 void TamloApp::body()
@@ -141,6 +162,12 @@ void TamloApp::buildTray()
         [this] { m_tray->setSignedIn(m_gate.menuBarIconActive()); });
     connect(m_tray.get(), &TrayPanel::panelShown, &m_mainScreen, &MainScreenModel::panelShown);
     connect(m_tray.get(), &TrayPanel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    m_tray->setMonitoring(m_monitor.isMonitoring());
+    connect(&m_monitor, &ActivityMonitor::isMonitoringChanged, this,
+        [this] { m_tray->setMonitoring(m_monitor.isMonitoring()); });
+    connect(m_tray.get(), &TrayPanel::pauseRequested, &m_mainScreen,
+        [this](TimedPause::Length length) { m_mainScreen.pauseFor(int(length)); });
+    connect(m_tray.get(), &TrayPanel::resumeRequested, &m_monitor, &ActivityMonitor::startMonitoring);
     // The scene hands some of its objects to the event loop to delete; the pages go after them.
     connect(m_tray.get(), &TrayPanel::panelReleased, this, [this] {
         m_mainScreen.resetViewState();

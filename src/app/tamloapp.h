@@ -15,6 +15,8 @@
 #include "core/settings.h"
 #include "monitoring/activitymonitor.h"
 #include "monitoring/screencaptureservice.h"
+#include "monitoring/timedpause.h"
+#include "monitoring/visiblewindowsource.h"
 #include "platform/dbusscreenevents.h"
 #include "platform/linuxdesktopactions.h"
 #include "platform/portalscreengrabber.h"
@@ -80,6 +82,8 @@ private:
     // panel should not carry the pages that work touched.
     void releaseStartupPages();
     [[nodiscard]] std::unique_ptr<QQuickView> buildPanel();
+    // The way this desktop tells which windows are on screen, if it has one.
+    [[nodiscard]] static std::unique_ptr<VisibleWindowSource> visibleWindowSource(const QProcessEnvironment &session);
 
     SystemClock m_clock;
     AppPaths m_paths;
@@ -94,6 +98,8 @@ private:
     PortalScreenGrabber m_portalGrabber;
     ScreenCaptureService m_screenCapture;
     DBusScreenEvents m_screenEvents;
+    std::unique_ptr<VisibleWindowSource> m_visibleWindows;
+    TimedPause m_timedPause;
     ActivityMonitor m_monitor;
     AppConfig m_appConfig;
     AuthService m_authService;

@@ -31,6 +31,9 @@ struct ActivitySnapshot
     [[nodiscard]] static QString screenStateMarker(ScreenState state);
 
     [[nodiscard]] bool isInactiveScreenState() const;
+    // A tick skipped because a window the user excluded was on screen: active time, nothing seen.
+    static inline const QString privateMarker = QStringLiteral("Private");
+    [[nodiscard]] bool isPrivate() const { return activityDescription == privateMarker; }
     // A note that names one of the user's projects outranks what the model said.
     [[nodiscard]] QString effectiveProjectName(const QStringList &userProjects) const;
     // Reads the user's projects from the settings on every call, so edits relabel at once.

@@ -45,4 +45,9 @@ inline const QString activityLastSyncDate = QStringLiteral("activityLastSyncDate
 inline const QString activityHistoricalBackfillDone = QStringLiteral("activityHistoricalBackfillDone");
 inline const QString tamloDeviceId = QStringLiteral("tamloDeviceId");
 inline const QString userIntentionallyStopped = QStringLiteral("userIntentionallyStopped");
+// Absent means the default lists; an empty string means nothing is excluded.
+inline const QString excludedApplications = QStringLiteral("excludedApplications");
+inline const QString excludedTitleWords = QStringLiteral("excludedTitleWords");
+// The end of a timed pause, while one runs.
+inline const QString pausedUntil = QStringLiteral("pausedUntil");
 } // namespace SettingsKey

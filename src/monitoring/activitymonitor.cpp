@@ -8,7 +8,10 @@
 #include "core/tamlodatapaths.h"
 #include "core/textlimits.h"
 #include "core/userpreferences.h"
+#include "monitoring/privacyexclusions.h"
 #include "monitoring/screencaptureservice.h"
+#include "monitoring/timedpause.h"
+#include "monitoring/visiblewindowsource.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
 
@@ -58,9 +61,14 @@ ActivityMonitor::ActivityMonitor(const Services &services, QObject *parent)
     , m_screenCapture(services.screenCapture)
     , m_screenEvents(services.screenEvents)
     , m_wakeEvents(services.wakeEvents)
+    , m_visibleWindows(services.visibleWindows)
+    , m_timedPause(services.timedPause)
     , m_lastSaveDate(services.clock->now())
 {
     Q_ASSERT(m_snapshotStore && m_reportStore && m_reportService && m_llmService && m_logManager && m_settings);
+    if (m_timedPause) {
+        connect(m_timedPause, &TimedPause::ended, this, &ActivityMonitor::startMonitoring);
+    }
 }
 
 ActivityMonitor::~ActivityMonitor()
@@ -90,7 +98,10 @@ void ActivityMonitor::configure()
         }
         co_await cleanupOldRecords();
         startDailyCheckTimer();
-        startMonitoring();
+        // A timed pause that outlived the last run goes on, and starts monitoring when it ends.
+        if (!m_timedPause || !m_timedPause->resumeStored()) {
+            startMonitoring();
+        }
     });
 }
 
@@ -100,6 +111,9 @@ void ActivityMonitor::startMonitoring()
         return;
     }
     m_settings->setBoolean(SettingsKey::userIntentionallyStopped, false);
+    if (m_timedPause) {
+        m_timedPause->clear();
+    }
     setMonitoring(true);
     setLastError(std::nullopt);
     log(u"🚀 Monitoring started"_s, LogType::Info);
@@ -145,6 +159,17 @@ void ActivityMonitor::stopMonitoring()
     log(u"🛑 Monitoring stopped"_s, LogType::Info);
 }
 
+void ActivityMonitor::pauseUntil(const QDateTime &end)
+{
+    if (!m_timedPause) {
+        return;
+    }
+    if (m_isMonitoring) {
+        stopMonitoring();
+    }
+    m_timedPause->start(end);
+}
+
 void ActivityMonitor::clearLastError()
 {
     setLastError(std::nullopt);
@@ -154,6 +179,9 @@ QCoro::Task<> ActivityMonitor::performCapture()
 {
     if (m_screenState != ScreenState::Active) {
         co_await recordScreenStateSnapshot();
+        co_return;
+    }
+    if (co_await skipAsPrivate()) {
         co_return;
     }
     const std::optional<CapturedScreenshot> screenshot = co_await captureScreenshot();
@@ -247,6 +275,39 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
     const QString text = lastError().isEmpty() ? u"Unknown error"_s : lastError();
     log(u"❌ "_s + text, LogType::Error);
     co_return std::nullopt;
+}
+
+// Privacy
+
+QCoro::Task<bool> ActivityMonitor::skipAsPrivate()
+{
+    // Read at each tick, so an edited list counts from the next one on.
+    const PrivacyExclusions exclusions = PrivacyExclusions::fromSettings(*m_settings);
+    if (!m_visibleWindows || exclusions.isEmpty()) {
+        co_return false;
+    }
+    const VisibleWindowList list = co_await m_visibleWindows->visibleWindows();
+    if (list.failure) {
+        // Not knowing what is on screen is no licence to look.
+        qCWarning(lcMonitoring) << "Window list unavailable:" << *list.failure;
+        log(u"⚠️ Window list unavailable - tick skipped as private"_s, LogType::Warning);
+    } else if (exclusions.excludesAny(list.windows)) {
+        log(u"🙈 Tick skipped as private"_s, LogType::Info);
+    } else {
+        co_return false;
+    }
+
+    const QDateTime now = m_clock->now();
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = now;
+    snapshot.aiCategory = UserPreferences::otherLabel;
+    snapshot.projectName = UserPreferences::otherLabel;
+    snapshot.activityDescription = ActivitySnapshot::privateMarker;
+    storeSnapshot(snapshot);
+    setLastCaptureTime(now);
+    setCaptureCount(m_captureCount + 1);
+    co_return true;
 }
 
 // Snapshot recording

@@ -23,6 +23,8 @@ class DailyReportStore;
 class LLMService;
 class ScreenCaptureService;
 class Settings;
+class TimedPause;
+class VisibleWindowSource;
 
 // The central controller: runs the capture cycle on its timers, follows the screen state,
 // records snapshots, holds the figures the screens show and closes finished days.
@@ -62,6 +64,10 @@ public:
         ScreenEventSource *screenEvents = nullptr;
         // Displays awake, for the day rollover: followed from configure() on.
         WakeEventSource *wakeEvents = nullptr;
+        // The windows on screen, asked before each grab; none where the desktop cannot tell.
+        VisibleWindowSource *visibleWindows = nullptr;
+        // A pause that ends by itself; without one, a pause lasts until Resume.
+        TimedPause *timedPause = nullptr;
     };
 
     // Reads no file and starts nothing.
@@ -90,6 +96,8 @@ public:
     Q_INVOKABLE void startMonitoring();
     // Also writes out the day so far; runs in full even when already stopped.
     Q_INVOKABLE void stopMonitoring();
+    // Stops until the given time, also across a restart, then starts again by itself.
+    void pauseUntil(const QDateTime &end);
     // Attaches a note to the newest snapshot of this launch.
     Q_INVOKABLE void addNoteToCurrentLog(const QString &note);
     // The screens drop a stale error when the model changes.
@@ -126,6 +134,9 @@ private:
 
     // Screen capture
     [[nodiscard]] QCoro::Task<std::optional<CapturedScreenshot>> captureScreenshot();
+
+    // Privacy: true when an excluded window is on screen and the tick was recorded as private.
+    [[nodiscard]] QCoro::Task<bool> skipAsPrivate();
 
     // Snapshot recording
     [[nodiscard]] QCoro::Task<> analyzeWithAI(QByteArray imageData, QString imageHash);
@@ -169,6 +180,8 @@ private:
     ScreenCaptureService *m_screenCapture = nullptr;
     ScreenEventSource *m_screenEvents = nullptr;
     WakeEventSource *m_wakeEvents = nullptr;
+    VisibleWindowSource *m_visibleWindows = nullptr;
+    TimedPause *m_timedPause = nullptr;
 
     bool m_isMonitoring = false;
     ScreenState m_screenState = ScreenState::Active;

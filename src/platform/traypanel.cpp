@@ -29,7 +29,16 @@ TrayPanel::TrayPanel(PanelFactory buildPanel, std::chrono::milliseconds releaseA
         m_tray->setToolTip(u"Tamlo"_s);
         m_menu = new QMenu();
         m_menu->addAction(u"Show Tamlo"_s, this, &TrayPanel::showPanel);
+        m_menu->addSeparator();
+        for (const auto length :
+            {TimedPause::Length::ThirtyMinutes, TimedPause::Length::OneHour, TimedPause::Length::UntilTomorrow}) {
+            m_pauseActions.append(
+                m_menu->addAction(TimedPause::label(length), this, [this, length] { Q_EMIT pauseRequested(length); }));
+        }
+        m_resumeAction = m_menu->addAction(u"Resume"_s, this, &TrayPanel::resumeRequested);
+        m_menu->addSeparator();
         m_menu->addAction(u"Quit Tamlo"_s, this, &TrayPanel::quitRequested);
+        setMonitoring(false);
         m_tray->setContextMenu(m_menu);
         connect(m_tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
             if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick) {
@@ -112,6 +121,16 @@ void TrayPanel::setSignedIn(bool signedIn)
 {
     if (m_tray) {
         m_tray->setIcon(icon(signedIn));
+    }
+}
+
+void TrayPanel::setMonitoring(bool monitoring)
+{
+    for (QAction *action : std::as_const(m_pauseActions)) {
+        action->setVisible(monitoring);
+    }
+    if (m_resumeAction) {
+        m_resumeAction->setVisible(!monitoring);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "monitoring/timedpause.h"
+
 #include <QElapsedTimer>
 #include <QIcon>
 #include <QObject>
@@ -9,6 +11,7 @@
 #include <functional>
 #include <memory>
 
+class QAction;
 class QMenu;
 class QSystemTrayIcon;
 class QWindow;
@@ -36,6 +39,8 @@ public:
 
     [[nodiscard]] bool hasTray() const { return m_tray != nullptr; }
     void setSignedIn(bool signedIn);
+    // The menu offers the timed pauses while monitoring, and Resume while not.
+    void setMonitoring(bool monitoring);
 
     void showPanel();
     void hidePanel();
@@ -46,6 +51,8 @@ Q_SIGNALS:
     // The hidden panel was destroyed; its memory is free to go back to the system.
     void panelReleased();
     void quitRequested();
+    void pauseRequested(TimedPause::Length length);
+    void resumeRequested();
 
 private:
     void buildPanel();
@@ -58,6 +65,8 @@ private:
     QTimer m_release;
     QSystemTrayIcon *m_tray = nullptr;
     QMenu *m_menu = nullptr;
+    QList<QAction *> m_pauseActions;
+    QAction *m_resumeAction = nullptr;
     // A click on the icon first takes the focus from the panel, which hides it; that click must
     // not show the panel again at once.
     QElapsedTimer m_sinceFocusHide;

@@ -370,16 +370,22 @@ HttpReply AccountPages::day(const Visitor &visitor, const QString &date)
     QString rows;
     for (qsizetype i = 0; i < snapshots.size(); ++i) {
         const ActivitySnapshot &snapshot = snapshots[i];
-        if (snapshot.isInactiveScreenState()) {
-            // A run of lock and sleep records is one gap in the day.
+        if (snapshot.isInactiveScreenState() || snapshot.isPrivate()) {
+            // A run of lock and sleep records is one gap in the day; a run of private ticks is one
+            // row too, worked time with nothing seen.
+            const auto sameRun = [&snapshot](const ActivitySnapshot &next) {
+                return snapshot.isPrivate() ? next.isPrivate() : next.isInactiveScreenState();
+            };
             qsizetype last = i;
-            while (last + 1 < snapshots.size() && snapshots[last + 1].isInactiveScreenState()) {
+            while (last + 1 < snapshots.size() && sameRun(snapshots[last + 1])) {
                 ++last;
             }
-            const QString label
-                = snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)
+            QString label = snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)
                 ? u"Display asleep"_s
                 : u"Screen locked"_s;
+            if (snapshot.isPrivate()) {
+                label = ActivitySnapshot::privateMarker;
+            }
             rows += u"<tr class=\"gap\"><td class=\"time\">%1</td><td colspan=\"2\">%2%3</td></tr>"_s.arg(
                 clock(snapshot), label, last > i ? u" until %1"_s.arg(clock(snapshots[last])) : QString());
             i = last;

@@ -14,13 +14,13 @@ ActivityCardPresentation ActivityCardPresentation::present(
 {
     ActivityCardPresentation card;
     const QString category = snapshot.aiCategory.trimmed();
-    if (!category.isEmpty() && !snapshot.isInactiveScreenState()) {
+    if (!category.isEmpty() && !snapshot.isInactiveScreenState() && !snapshot.isPrivate()) {
         card.categoryChip = category;
         card.categoryColor = ActivityLabelStyle::color(category);
     }
     const QString description = snapshot.activityDescription.value_or(QString());
     const bool isMarker = description == ActivitySnapshot::screenStateMarker(ScreenState::Locked)
-        || description == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping);
+        || description == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping) || snapshot.isPrivate();
     if (!isMarker) {
         const QString project = snapshot.effectiveProjectName(userProjects);
         if (project != UserPreferences::otherLabel) {

@@ -10,11 +10,13 @@
 #include "core/textlimits.h"
 #include "core/userpreferences.h"
 #include "monitoring/activitymonitor.h"
+#include "monitoring/timedpause.h"
 #include "reports/activityreportcalculator.h"
 #include "reports/dailyreportservice.h"
 #include "ui/aboutmodel.h"
 #include "ui/activitycardlistmodel.h"
 #include "ui/desktopactions.h"
+#include "ui/privacysettingsmodel.h"
 #include "ui/reportviewmodel.h"
 #include "ui/settingsviewmodel.h"
 #include "ui/setupmodel.h"
@@ -37,16 +39,22 @@ MainScreenModel::MainScreenModel(const Services &services, QObject *parent)
     , m_services(services)
     , m_report(new ReportViewModel(this))
     , m_activities(new ActivityCardListModel(services.settings, this))
-    , m_settingsView(
-          new SettingsViewModel(services.llmService, services.settings, services.loginItem, services.desktop, this))
+    , m_settingsView(new SettingsViewModel(services.llmService, services.settings, services.loginItem, services.desktop,
+          this, new PrivacySettingsModel(services.settings, services.session)))
     , m_setup(new SetupModel(services.llmService, services.settings, services.loginItem, services.desktop, this))
     , m_about(new AboutModel(this))
 {
     ActivityMonitor *monitor = m_services.monitor;
     connect(monitor, &ActivityMonitor::isMonitoringChanged, this, [this] {
         Q_EMIT isMonitoringChanged();
+        Q_EMIT statusChanged();
         Q_EMIT controlChanged();
     });
+    if (m_services.timedPause) {
+        connect(m_services.timedPause, &TimedPause::endChanged, this, &MainScreenModel::statusChanged);
+    }
+    connect(m_settingsView->privacy(), &PrivacySettingsModel::pauseRequested, this,
+        [this](TimedPause::Length length) { pauseFor(int(length)); });
     connect(monitor, &ActivityMonitor::lastErrorChanged, this, &MainScreenModel::bannerChanged);
     // Each capture rebuilds the Report tab.
     connect(monitor, &ActivityMonitor::captureCountChanged, this, &MainScreenModel::refresh);
@@ -87,7 +95,13 @@ bool MainScreenModel::isMonitoring() const
 
 QString MainScreenModel::statusText() const
 {
-    return isMonitoring() ? u"Active"_s : u"Inactive"_s;
+    if (isMonitoring()) {
+        return u"Active"_s;
+    }
+    if (const std::optional<QDateTime> end = m_services.timedPause ? m_services.timedPause->end() : std::nullopt) {
+        return u"Paused until "_s + ActivityCardPresentation::hourMinuteText(*end);
+    }
+    return u"Inactive"_s;
 }
 
 QColor MainScreenModel::statusColor() const
@@ -109,6 +123,23 @@ QString MainScreenModel::controlIcon() const
         return u"checkmark.circle.fill"_s;
     }
     return isMonitoring() ? u"pause.fill"_s : u"play.fill"_s;
+}
+
+bool MainScreenModel::showPauseChoices() const
+{
+    return m_services.timedPause && didCompleteInitialSetup() && isMonitoring();
+}
+
+QStringList MainScreenModel::pauseChoices()
+{
+    return PrivacySettingsModel::pauseChoices();
+}
+
+void MainScreenModel::pauseFor(int choice)
+{
+    if (choice >= 0 && choice < pauseChoices().size()) {
+        m_services.monitor->pauseUntil(TimedPause::endOf(TimedPause::Length(choice), m_services.clock->now()));
+    }
 }
 
 void MainScreenModel::setSelectedTab(int tab)

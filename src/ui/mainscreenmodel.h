@@ -7,6 +7,7 @@
 #include "ui/setupmodel.h"
 
 #include <QObject>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QUrl>
 #include <QtQml/qqmlregistration.h>
@@ -21,6 +22,7 @@ class LLMService;
 class LogManager;
 class LoginItem;
 class Settings;
+class TimedPause;
 
 // The main screen: header status, setup or tabs, the error banner, the control row, the note
 // field and both exports. Every decision the panel shows is made here.
@@ -31,8 +33,10 @@ class MainScreenModel : public QObject
     QML_UNCREATABLE("Built by the application")
     Q_PROPERTY(bool didCompleteInitialSetup READ didCompleteInitialSetup NOTIFY didCompleteInitialSetupChanged)
     Q_PROPERTY(bool isMonitoring READ isMonitoring NOTIFY isMonitoringChanged)
-    Q_PROPERTY(QString statusText READ statusText NOTIFY isMonitoringChanged)
-    Q_PROPERTY(QColor statusColor READ statusColor NOTIFY isMonitoringChanged)
+    Q_PROPERTY(QString statusText READ statusText NOTIFY statusChanged)
+    Q_PROPERTY(QColor statusColor READ statusColor NOTIFY statusChanged)
+    Q_PROPERTY(bool showPauseChoices READ showPauseChoices NOTIFY controlChanged)
+    Q_PROPERTY(QStringList pauseChoices READ pauseChoices CONSTANT)
     Q_PROPERTY(QString controlLabel READ controlLabel NOTIFY controlChanged)
     Q_PROPERTY(QString controlIcon READ controlIcon NOTIFY controlChanged)
     Q_PROPERTY(int selectedTab READ selectedTab WRITE setSelectedTab NOTIFY selectedTabChanged)
@@ -82,6 +86,10 @@ public:
         const Clock *clock = nullptr;
         DesktopActions *desktop = nullptr;
         LoginItem *loginItem = nullptr;
+        // Pauses that end by themselves; the panel offers them only when there is one.
+        TimedPause *timedPause = nullptr;
+        // The session's variables, which tell what the desktop can say about its windows.
+        QProcessEnvironment session;
     };
 
     explicit MainScreenModel(const Services &services, QObject *parent = nullptr);
@@ -94,6 +102,8 @@ public:
     [[nodiscard]] QColor statusColor() const;
     [[nodiscard]] QString controlLabel() const;
     [[nodiscard]] QString controlIcon() const;
+    [[nodiscard]] bool showPauseChoices() const;
+    [[nodiscard]] static QStringList pauseChoices();
     [[nodiscard]] int selectedTab() const { return m_selectedTab; }
     void setSelectedTab(int tab);
     [[nodiscard]] bool showingAbout() const { return m_showingAbout; }
@@ -131,6 +141,8 @@ public:
     Q_INVOKABLE void refresh();
     // "Pause" or "Resume", or "Finish Setup" during setup.
     Q_INVOKABLE void triggerControl();
+    // One of pauseChoices, by its index: stops now and starts again by itself at that time.
+    Q_INVOKABLE void pauseFor(int choice);
     Q_INVOKABLE void finishSetup();
     Q_INVOKABLE void addNote();
     Q_INVOKABLE void exportTodayLogs();
@@ -144,6 +156,7 @@ public:
 Q_SIGNALS:
     void didCompleteInitialSetupChanged();
     void isMonitoringChanged();
+    void statusChanged();
     void controlChanged();
     void selectedTabChanged();
     void showingAboutChanged();

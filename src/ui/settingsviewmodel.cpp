@@ -9,15 +9,17 @@
 
 using namespace Qt::StringLiterals;
 
-SettingsViewModel::SettingsViewModel(
-    LLMService *llmService, Settings *settings, LoginItem *loginItem, DesktopActions *desktop, QObject *parent)
+SettingsViewModel::SettingsViewModel(LLMService *llmService, Settings *settings, LoginItem *loginItem,
+    DesktopActions *desktop, QObject *parent, PrivacySettingsModel *privacy)
     : QObject(parent)
     , m_llmService(llmService)
     , m_desktop(desktop)
     , m_check(new ModelStatusCheck(llmService, this))
     , m_tracking(new TrackingPreferencesModel(settings, false, false, this))
     , m_launchAtLogin(new LaunchAtLoginModel(loginItem, false, this))
+    , m_privacy(privacy ? privacy : new PrivacySettingsModel(settings, QProcessEnvironment()))
 {
+    m_privacy->setParent(this);
     connect(m_llmService, &LLMService::localModelNameChanged, this, &SettingsViewModel::selectedModelChanged);
     connect(m_check, &ModelStatusCheck::isCheckingChanged, this, &SettingsViewModel::statusChanged);
     connect(m_check, &ModelStatusCheck::modelAvailableChanged, this, &SettingsViewModel::statusChanged);

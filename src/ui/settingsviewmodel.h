@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ui/launchatloginmodel.h"
+#include "ui/privacysettingsmodel.h"
 #include "ui/trackingpreferencesmodel.h"
 
 #include <QObject>
@@ -31,10 +32,12 @@ class SettingsViewModel : public QObject
     Q_PROPERTY(bool showInstallBox READ showInstallBox NOTIFY statusChanged)
     Q_PROPERTY(TrackingPreferencesModel *tracking READ tracking CONSTANT)
     Q_PROPERTY(LaunchAtLoginModel *launchAtLogin READ launchAtLogin CONSTANT)
+    Q_PROPERTY(PrivacySettingsModel *privacy READ privacy CONSTANT)
 
 public:
+    // Takes the privacy section over; without one, it is built for an X11 session.
     SettingsViewModel(LLMService *llmService, Settings *settings, LoginItem *loginItem, DesktopActions *desktop,
-        QObject *parent = nullptr);
+        QObject *parent = nullptr, PrivacySettingsModel *privacy = nullptr);
 
     [[nodiscard]] QString selectedModel() const;
     [[nodiscard]] int selectedIndex() const;
@@ -49,6 +52,7 @@ public:
     [[nodiscard]] bool showInstallBox() const { return !modelAvailable(); }
     [[nodiscard]] TrackingPreferencesModel *tracking() const { return m_tracking; }
     [[nodiscard]] LaunchAtLoginModel *launchAtLogin() const { return m_launchAtLogin; }
+    [[nodiscard]] PrivacySettingsModel *privacy() const { return m_privacy; }
 
     // The tab came on screen: follow the service's model and check it afresh.
     Q_INVOKABLE void appear();
@@ -64,4 +68,5 @@ private:
     ModelStatusCheck *m_check = nullptr;
     TrackingPreferencesModel *m_tracking = nullptr;
     LaunchAtLoginModel *m_launchAtLogin = nullptr;
+    PrivacySettingsModel *m_privacy = nullptr;
 };

@@ -559,7 +559,7 @@ class Run:
         return found
 
 
-def main():
+def main(run_class=Run, tools=()):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--tamlo", required=True)
     parser.add_argument("--server", required=True)
@@ -577,7 +577,7 @@ def main():
         print("SKIPPED: 127.0.0.1:11434 is taken (a real Ollama?) and only root gets a network of its own "
               "for this test; stop it or run the test as root", flush=True)
         return SKIP
-    missing = [t for t in ("Xvfb", "xdpyinfo", "dbus-daemon", "dbus-send", "xwd") if not shutil.which(t)]
+    missing = [t for t in ("Xvfb", "xdpyinfo", "dbus-daemon", "dbus-send", "xwd") + tools if not shutil.which(t)]
     # The panel is read over the accessibility bus, which the session bus starts on demand.
     if not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"):
         missing.append("the accessibility bus (at-spi2-core)")
@@ -585,7 +585,7 @@ def main():
         print("Missing %s: run scripts/install-deps.sh" % ", ".join(missing), flush=True)
         return 1
 
-    run = Run(args)
+    run = run_class(args)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     failed = True
     try:

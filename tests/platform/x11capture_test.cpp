@@ -1,15 +1,11 @@
 #include "monitoring/screencaptureservice.h"
 #include "platform/x11screengrabber.h"
 
+#include "xvfbenvironment.h"
+
 #include <QCoroTask>
-#include <QDir>
-#include <QFile>
-#include <QGuiApplication>
-#include <QLocale>
 #include <QPainter>
-#include <QProcess>
 #include <QRasterWindow>
-#include <QStandardPaths>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -26,67 +22,6 @@ QColor blockColor(int column, int row)
 {
     return QColor::fromHsv((column * rows + row) * 360 / (columns * rows), 200, 220);
 }
-
-// The X screen's size: 2560x1600 unless TAMLO_TEST_SCREEN names another, as WIDTHxHEIGHT.
-QSize screenSize()
-{
-    const QStringList parts = qEnvironmentVariable("TAMLO_TEST_SCREEN", u"2560x1600"_s).split(u'x');
-    return parts.size() == 2 ? QSize(parts.at(0).toInt(), parts.at(1).toInt()) : QSize();
-}
-
-// An X server of the test's own, and the application connected to it.
-class XvfbEnvironment : public ::testing::Environment
-{
-public:
-    XvfbEnvironment(int argc, char **argv) : m_argc(argc), m_argv(argv) { }
-
-    void SetUp() override
-    {
-        const QString program = QStandardPaths::findExecutable(u"Xvfb"_s);
-        if (program.isEmpty()) {
-            s_skipReason = "Xvfb is not installed (Debian package xvfb)";
-            return;
-        }
-        // Xvfb picks a display nobody holds and prints it once it accepts connections, so a test
-        // running beside this one can never leave us talking to its display.
-        m_server.start(program,
-            {u"-displayfd"_s, u"1"_s, u"-noreset"_s, u"-screen"_s, u"0"_s,
-                u"%1x%2x24"_s.arg(screenSize().width()).arg(screenSize().height()), u"-nolisten"_s, u"tcp"_s});
-        if (m_server.waitForStarted(5000)) {
-            while (!m_server.canReadLine() && m_server.waitForReadyRead(10000)) { }
-        }
-        if (m_server.canReadLine() && m_server.state() == QProcess::Running) {
-            const QByteArray display = m_server.readLine().trimmed();
-            qputenv("DISPLAY", ":" + display);
-            qputenv("QT_QPA_PLATFORM", "xcb");
-            s_app = new QGuiApplication(m_argc, m_argv);
-            QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-            return;
-        }
-        m_server.kill();
-        m_server.waitForFinished();
-        s_startError = "Xvfb could not be started on a free display";
-    }
-
-    void TearDown() override
-    {
-        delete s_app;
-        s_app = nullptr;
-        if (m_server.state() != QProcess::NotRunning) {
-            m_server.terminate();
-            m_server.waitForFinished(5000);
-        }
-    }
-
-    static inline QGuiApplication *s_app = nullptr;
-    static inline std::string s_skipReason;
-    static inline std::string s_startError;
-
-private:
-    int m_argc;
-    char **m_argv;
-    QProcess m_server;
-};
 
 // Covers the whole screen with a grid of known colours.
 class PatternWindow : public QRasterWindow

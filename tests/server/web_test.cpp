@@ -290,6 +290,19 @@ TEST_P(WebTest, ExportHoldsExactlyWhatWasUploaded)
     EXPECT_TRUE(
         day.text().contains(u"<tr class=\"gap\"><td class=\"time\">13:01</td><td colspan=\"2\">Screen locked"_s));
     EXPECT_TRUE(day.text().contains(u"Times in Europe/Berlin"_s));
+    // Two private ticks: one row with their span, and a minute of worked time under Other.
+    QByteArray privateDay = uploadBody;
+    privateDay.replace("6F1C0E2A", "6F1C0E2B")
+        .replace("A14B9E33", "A14B9E34")
+        .replace("2026-11-16", "2026-11-17")
+        .replace("Screen Locked", "Private")
+        .replace(R"("Coding")", R"("Other")");
+    privateDay.replace(R"("Website")", R"("Other")").replace("Editing checkout.css, in the editor.", "Private");
+    ASSERT_EQ(send("POST", u"/activity/sync"_s, privateDay, appSession).status, 200);
+    const QString unseen = browser.get(u"/days/2026-11-17"_s).text();
+    EXPECT_TRUE(unseen.contains(u"<td class=\"time\">10:30</td><td colspan=\"2\">Private until 13:01</td>"_s))
+        << unseen.toStdString();
+    EXPECT_TRUE(unseen.contains(u"<p class=\"figure\">1m active</p>"_s));
     EXPECT_EQ(browser.get(u"/days/2026-02-30"_s).status, 404);
     EXPECT_EQ(browser.get(u"/days/..%2F..%2Fetc"_s).status, 404);
 }

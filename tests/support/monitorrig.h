@@ -7,6 +7,7 @@
 #include "core/settings.h"
 #include "monitoring/activitymonitor.h"
 #include "monitoring/screencaptureservice.h"
+#include "monitoring/timedpause.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
 
@@ -86,6 +87,8 @@ protected:
     void buildMonitor(ScreenCaptureService *screenCapture, Events *events)
     {
         monitor.reset();
+        // A restart: the pause is known again only from what was stored.
+        timedPause = std::make_unique<TimedPause>(settings.get(), &clock);
         monitor = std::make_unique<ActivityMonitor>(ActivityMonitor::Services {
             .snapshotStore = snapshotStore.get(),
             .reportStore = reportStore.get(),
@@ -97,6 +100,8 @@ protected:
             .screenCapture = screenCapture ? screenCapture : capture.get(),
             .screenEvents = events,
             .wakeEvents = events,
+            .visibleWindows = visibleWindows,
+            .timedPause = timedPause.get(),
         });
     }
 
@@ -133,5 +138,7 @@ protected:
     LLMTimeouts llmTimeouts;
     std::unique_ptr<DailyReportService> reportService;
     std::unique_ptr<ScreenCaptureService> capture;
+    VisibleWindowSource *visibleWindows = nullptr; // none: nothing is asked before a grab
+    std::unique_ptr<TimedPause> timedPause;
     std::unique_ptr<ActivityMonitor> monitor;
 };

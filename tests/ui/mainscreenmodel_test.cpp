@@ -67,6 +67,21 @@ TEST_F(MainScreenModelTest, ControlAndBannerFollowTheSetupTheTabAndTheMonitor)
     main->triggerControl();
     EXPECT_FALSE(env.monitor.isMonitoring());
     EXPECT_EQ(main->controlLabel(), u"Resume"_s);
+    EXPECT_FALSE(main->showPauseChoices());
+
+    // A timed pause names its end where the status is; Resume ends it early.
+    main->triggerControl();
+    EXPECT_TRUE(main->showPauseChoices());
+    QSignalSpy status(main.get(), &MainScreenModel::statusChanged);
+    main->pauseFor(0);
+    EXPECT_FALSE(env.monitor.isMonitoring());
+    EXPECT_EQ(main->statusText(), u"Paused until 9:35 AM"_s);
+    EXPECT_EQ(main->controlLabel(), u"Resume"_s);
+    EXPECT_GE(status.count(), 1);
+    main->triggerControl();
+    EXPECT_EQ(main->statusText(), u"Active"_s);
+    main->pauseFor(2);
+    EXPECT_EQ(main->statusText(), u"Paused until 12:00 AM"_s);
 }
 
 TEST_F(MainScreenModelTest, NoteNeedsThisLaunchsSnapshotsAndText)

@@ -163,6 +163,29 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
     capture(u"13-export-save-dialog"_s);
 }
 
+// The privacy section where exclusions apply, and on GNOME on Wayland, where they cannot.
+TEST_F(ScreensSmokeTest, PrivacySectionOnEachKindOfDesktop)
+{
+    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    for (const bool canTell : {true, false}) {
+        QProcessEnvironment session;
+        session.insert(u"XDG_SESSION_TYPE"_s, canTell ? u"x11"_s : u"wayland"_s);
+        session.insert(u"XDG_CURRENT_DESKTOP"_s, u"GNOME"_s);
+        m_view.reset();
+        main = env.makeMainScreen(session);
+        main->setSelectedTab(2);
+        QQuickView *view = show(main.get());
+        // The tab scrolled to its end, where the section is.
+        for (QQuickItem *item : view->rootObject()->findChildren<QQuickItem *>()) {
+            if (item->inherits("QQuickFlickable") && item->isVisible()) {
+                item->setProperty("contentY", qMax(0.0, item->property("contentHeight").toReal() - item->height()));
+            }
+        }
+        settle();
+        capture(canTell ? u"14-settings-privacy"_s : u"15-settings-privacy-gnome-wayland"_s);
+    }
+}
+
 TEST_F(ScreensSmokeTest, PausedAndEmptyThenSettingsAndAbout)
 {
     env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website"_s);

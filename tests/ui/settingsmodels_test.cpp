@@ -3,6 +3,7 @@
 #include "ui/aboutmodel.h"
 #include "ui/launchatloginmodel.h"
 #include "ui/modelchoice.h"
+#include "ui/privacysettingsmodel.h"
 #include "ui/settingsviewmodel.h"
 #include "ui/setupmodel.h"
 #include "ui/trackingpreferencesmodel.h"
@@ -37,6 +38,34 @@ TEST(ModelChoiceTest, PickerLabelsAndDetails)
     EXPECT_EQ(ModelChoice::pickerLabel(u"qwen3-vl:2b"_s), u"qwen3-vl:2b · Recommended · ~2 GB RAM"_s);
     EXPECT_EQ(ModelChoice::pickerLabel(u"qwen3-vl:4b"_s), u"qwen3-vl:4b · 16 GB+ RAM · a GPU helps · ~4 GB"_s);
     EXPECT_EQ(ModelChoice::pickerLabel(u"llava"_s), u"llava"_s);
+}
+
+// Where the desktop keeps its windows to itself, the tab says so instead of offering a list.
+TEST_F(SettingsModelsTest, PrivacyListsApplyWhereTheSessionCanTellAndAreExplainedWhereNot)
+{
+    const QList<std::pair<QStringList, QString>> sessions {
+        {{u"XDG_SESSION_TYPE=x11"_s, u"XDG_CURRENT_DESKTOP=GNOME"_s}, QString()},
+        {{u"WAYLAND_DISPLAY=wayland-1"_s, u"SWAYSOCK=/run/user/1000/sway-ipc.sock"_s}, QString()},
+        {{u"XDG_SESSION_TYPE=wayland"_s, u"XDG_CURRENT_DESKTOP=ubuntu:GNOME"_s}, u"GNOME on Wayland"_s},
+        {{u"WAYLAND_DISPLAY=wayland-0"_s, u"XDG_CURRENT_DESKTOP=KDE"_s}, u"KDE Plasma on Wayland"_s},
+    };
+    for (const auto &[variables, desktop] : sessions) {
+        SCOPED_TRACE(variables.join(u' ').toStdString());
+        QProcessEnvironment session;
+        for (const QString &variable : variables) {
+            session.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
+        }
+        PrivacySettingsModel privacy(&env.settings, session);
+        EXPECT_EQ(privacy.canApply(), desktop.isEmpty());
+        EXPECT_EQ(privacy.explanation().contains(desktop + u" does not tell other programs"_s), !desktop.isEmpty());
+    }
+
+    PrivacySettingsModel privacy(&env.settings, {});
+    EXPECT_EQ(privacy.applications(), u"KeePassXC, KeePass2, seahorse"_s);
+    privacy.setApplications(QString());
+    EXPECT_EQ(privacy.applications(), QString()) << "an emptied list stays empty";
+    privacy.restoreDefaults();
+    EXPECT_EQ(privacy.titleWords(), u"Private Browsing, Incognito, InPrivate"_s);
 }
 
 TEST_F(SettingsModelsTest, PickerFollowsTheServiceAndChecksTheChosenModel)

@@ -8,6 +8,7 @@
 #include "fakeclock.h"
 #include "monitoring/activitymonitor.h"
 #include "monitoring/screencaptureservice.h"
+#include "monitoring/timedpause.h"
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
@@ -86,6 +87,7 @@ struct UiTestEnvironment
         , reportStore(paths.dailyReportsFile(), &logManager)
         , captureService(nullptr, &grabber, ScreenCaptureService::SessionType::X11)
         , reportService(&llm, &logManager, &settings, &clock, paths.exportRoot)
+        , timedPause(&settings, &clock)
         , monitor(ActivityMonitor::Services {.snapshotStore = &snapshotStore,
               .reportStore = &reportStore,
               .reportService = &reportService,
@@ -95,7 +97,8 @@ struct UiTestEnvironment
               .clock = &clock,
               .screenCapture = &captureService,
               .screenEvents = &events,
-              .wakeEvents = &events})
+              .wakeEvents = &events,
+              .timedPause = &timedPause})
         , autostart(home.path() + QStringLiteral("/.config/autostart"), QStringLiteral("tamlo"))
     {
         ollama.on("GET", "/api/tags", [this](const StandInServer::Request &) {
@@ -106,10 +109,11 @@ struct UiTestEnvironment
         });
     }
 
-    [[nodiscard]] std::unique_ptr<MainScreenModel> makeMainScreen()
+    // On the session the variables describe; an empty one is X11.
+    [[nodiscard]] std::unique_ptr<MainScreenModel> makeMainScreen(const QProcessEnvironment &session = {})
     {
-        return std::make_unique<MainScreenModel>(MainScreenModel::Services {
-            &monitor, &llm, &reportService, &logManager, &settings, &clock, &desktop, &autostart});
+        return std::make_unique<MainScreenModel>(MainScreenModel::Services {&monitor, &llm, &reportService, &logManager,
+            &settings, &clock, &desktop, &autostart, &timedPause, session});
     }
 
     // One real tick: the fake screen, the stand-in model's answer, the store.
@@ -137,6 +141,7 @@ struct UiTestEnvironment
     ScreenCaptureService captureService;
     FakeScreenEvents events;
     DailyReportService reportService;
+    TimedPause timedPause;
     ActivityMonitor monitor;
     RecordingDesktop desktop;
     XdgAutostart autostart;

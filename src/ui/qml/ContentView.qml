@@ -245,10 +245,37 @@ Rectangle {
             id: control
             x: 12
             y: 12
-            width: parent.width - 24
+            width: parent.width - 24 - (pauseChoices.visible ? pauseChoices.width + 8 : 0)
             text: view.main.controlLabel
             symbol: view.main.controlIcon
             onClicked: view.main.triggerControl()
+        }
+        // Pauses that end by themselves.
+        TamloPrimaryButton {
+            id: pauseChoices
+            visible: view.main.showPauseChoices
+            anchors.right: parent.right
+            anchors.rightMargin: 12
+            y: 12
+            height: control.height
+            symbol: "timer.circle.fill"
+            Accessible.name: "Pause for a while"
+            onClicked: pauseMenu.popup(pauseChoices, 0, -pauseMenu.implicitHeight - 4)
+            Basic.Menu {
+                id: pauseMenu
+                Basic.MenuItem {
+                    text: view.main.pauseChoices[0]
+                    onTriggered: view.main.pauseFor(0)
+                }
+                Basic.MenuItem {
+                    text: view.main.pauseChoices[1]
+                    onTriggered: view.main.pauseFor(1)
+                }
+                Basic.MenuItem {
+                    text: view.main.pauseChoices[2]
+                    onTriggered: view.main.pauseFor(2)
+                }
+            }
         }
     }
 

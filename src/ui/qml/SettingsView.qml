@@ -149,6 +149,8 @@ Basic.ScrollView {
             }
         }
 
+        PrivacySection { width: parent.width; privacy: view.settings.privacy }
+
         SurfaceCard {
             width: parent.width
             LaunchAtLoginToggle {
