@@ -19,6 +19,9 @@ packages=(
     postgresql
     clang libclang-rt-14-dev
     libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
+    # Wayland capture: the screencopy client, and sway with the real portal for its tests
+    libwayland-dev libwayland-bin
+    sway swaybg grim xdg-desktop-portal xdg-desktop-portal-wlr xdg-desktop-portal-gtk pipewire
 )
 
 missing=()

@@ -33,8 +33,9 @@ TamloApp::TamloApp(QObject *parent)
     , m_llmService(&m_nam, &m_settings, &m_logManager, LLMService::defaultBaseUrl(), &m_clock)
     , m_reportService(&m_llmService, &m_logManager, &m_settings, &m_clock, m_paths.exportRoot)
     , m_portalGrabber(QDBusConnection::sessionBus())
+    , m_waylandGrabber(&m_screencopyGrabber, &m_portalGrabber)
     , m_screenCapture(
-          &m_portalGrabber, &m_x11Grabber, ScreenCaptureService::sessionType(QProcessEnvironment::systemEnvironment()))
+          &m_waylandGrabber, &m_x11Grabber, ScreenCaptureService::sessionType(QProcessEnvironment::systemEnvironment()))
     , m_screenEvents(QDBusConnection::sessionBus(), QDBusConnection::systemBus())
     , m_monitor(ActivityMonitor::Services {.snapshotStore = &m_snapshotStore,
           .reportStore = &m_reportStore,

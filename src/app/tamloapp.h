@@ -17,6 +17,7 @@
 #include "platform/dbusscreenevents.h"
 #include "platform/linuxdesktopactions.h"
 #include "platform/portalscreengrabber.h"
+#include "platform/wlrscreencopygrabber.h"
 #include "platform/x11screengrabber.h"
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
@@ -80,6 +81,8 @@ private:
     DailyReportService m_reportService;
     X11ScreenGrabber m_x11Grabber;
     PortalScreenGrabber m_portalGrabber;
+    WlrScreencopyGrabber m_screencopyGrabber;
+    WaylandScreenGrabber m_waylandGrabber;
     ScreenCaptureService m_screenCapture;
     DBusScreenEvents m_screenEvents;
     ActivityMonitor m_monitor;

@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 Q_LOGGING_CATEGORY(lcMonitoring, "tamlo.monitoring")
 
 namespace {
-const QString permissionDeniedText = u"Screen Recording permission denied."_s;
+const QString permissionDeniedText = u"Screen capture permission denied."_s;
 // The encoder gives no text of its own for this.
 const QString imageConversionFailedText = u"The screenshot could not be encoded as PNG."_s;
 
@@ -229,6 +229,9 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
     } else if (!grab.ok()) {
         if (grab.error->kind == ScreenCaptureError::Kind::PermissionDenied) {
             setLastError(permissionDeniedText);
+            stopMonitoring();
+        } else if (grab.error->kind == ScreenCaptureError::Kind::Unavailable) {
+            setLastError(u"Screenshot failed: "_s + grab.error->description());
             stopMonitoring();
         } else {
             setLastError(u"Screenshot failed: "_s + grab.error->description());

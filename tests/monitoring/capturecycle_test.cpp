@@ -218,11 +218,11 @@ TEST_F(CaptureCycleTest, RefusedCaptureStopsMonitoringWithThePermissionText)
     grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     monitor->startMonitoring();
     ASSERT_TRUE(waitFor([&] { return !monitor->isMonitoring(); }));
-    EXPECT_EQ(monitor->lastError(), u"Screen Recording permission denied."_s);
+    EXPECT_EQ(monitor->lastError(), u"Screen capture permission denied."_s);
     EXPECT_EQ(timer(u"captureTimer"_s), nullptr);
     EXPECT_EQ(events->observerCount(), 0);
     ASSERT_TRUE(waitFor([&] { return countOf(u"⚠️ No records to export for 2026-03-09"_s) == 1; }));
-    EXPECT_EQ(countOf(u"❌ Screen Recording permission denied."_s), 1);
+    EXPECT_EQ(countOf(u"❌ Screen capture permission denied."_s), 1);
     EXPECT_EQ(countOf(u"🛑 Monitoring stopped"_s), 1);
 }
 } // namespace

@@ -87,7 +87,7 @@ TEST_F(PortalCaptureTest, RefusalIsPermissionDeniedAndStopsMonitoring)
 
     monitor->startMonitoring();
     ASSERT_TRUE(waitFor([&] { return !monitor->isMonitoring(); }));
-    EXPECT_EQ(monitor->lastError(), u"Screen Recording permission denied."_s);
+    EXPECT_EQ(monitor->lastError(), u"Screen capture permission denied."_s);
     EXPECT_EQ(timer(u"captureTimer"_s), nullptr);
     EXPECT_EQ(events->observerCount(), 0);
     EXPECT_EQ(analysisRequests(), 0);

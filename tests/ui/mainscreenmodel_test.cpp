@@ -23,7 +23,7 @@ protected:
 
 TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
 {
-    EXPECT_EQ(MainScreenModel::bannerAction(u"Screen Recording permission denied."_s), Action::OpenSettings);
+    EXPECT_EQ(MainScreenModel::bannerAction(u"Screen capture permission denied."_s), Action::OpenSettings);
     EXPECT_EQ(MainScreenModel::bannerAction(u"Access denied by the portal"_s), Action::OpenSettings);
     EXPECT_EQ(MainScreenModel::bannerAction(u"Permission needed"_s), Action::None);
     EXPECT_EQ(MainScreenModel::bannerAction(u"denied, and Ollama is not running"_s), Action::OpenSettings);

@@ -118,7 +118,7 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
     // Permission: a way to the settings, where the desktop has them.
     env.grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
     QCoro::waitFor(env.monitor.performCapture());
-    EXPECT_EQ(main->bannerText(), u"Screen Recording permission denied."_s);
+    EXPECT_EQ(main->bannerText(), u"Screen capture permission denied."_s);
     EXPECT_TRUE(main->showSettingsButton());
     EXPECT_FALSE(main->showBannerHint());
     main->openSystemSettings();
