@@ -401,7 +401,12 @@ int main(int argc, char **argv)
     ::testing::InitGoogleTest(&argc, argv);
     Desktop session;
     desktop = &session;
-    if (!GTEST_FLAG_GET(list_tests) && session.start()) {
+    if (GTEST_FLAG_GET(list_tests)) {
+        return RUN_ALL_TESTS();
+    }
+    if (!session.start()) {
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // the tests only report why there is no desktop
+    } else {
         sessionBus = session.bus();
         qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus->address().toUtf8());
         qputenv("WAYLAND_DISPLAY", session.socket.toUtf8());
@@ -420,9 +425,9 @@ int main(int argc, char **argv)
     if (sessionBus && !QTest::qWaitFor(gridShown, 10000)) {
         session.problem = "the first output never showed its background";
     }
-    // Served from a thread of its own, since the tray asks it with a blocking call.
+    // On a connection and a thread of its own, since the tray asks it with a blocking call.
     QThread watcherThread;
-    StandInWatcher standInWatcher(QDBusConnection::sessionBus());
+    StandInWatcher standInWatcher(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
     standInWatcher.moveToThread(&watcherThread);
     watcherThread.start();
     watcher = &standInWatcher;
