@@ -20,7 +20,7 @@ as=()
 if [ "$(id -u)" -eq 0 ]; then
     chown nobody "$runtime"
     chmod 0755 "$work"
-    as=(runuser -u nobody --)
+    as=(setpriv --reuid="$(id -u nobody)" --regid="$(id -g nobody)" --clear-groups)
 fi
 cat >"$work/sway.conf" <<CONF
 xwayland disable

@@ -87,7 +87,10 @@ struct Desktop
             }
             QFile::setPermissions(work.path(),
                 QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther);
-            command = QStringList {u"runuser"_s, u"-u"_s, u"nobody"_s, u"--"_s} + command;
+            // setpriv execs sway in its own place, so ending our child ends sway.
+            command = QStringList {u"setpriv"_s, u"--reuid=%1"_s.arg(nobody->pw_uid),
+                          u"--regid=%1"_s.arg(nobody->pw_gid), u"--clear-groups"_s}
+                + command;
         }
         sway.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         sway.start(command.takeFirst(), command);
