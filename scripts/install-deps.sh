@@ -27,6 +27,9 @@ packages=(
     libxcb1-dev
     # An EWMH window manager for the tests of which windows are on screen.
     openbox
+    # Wayland capture: the screencopy client, and sway with the real portal for its tests
+    libwayland-dev libwayland-bin
+    sway swaybg grim xdg-desktop-portal xdg-desktop-portal-wlr xdg-desktop-portal-gtk pipewire
 )
 
 missing=()

@@ -20,6 +20,7 @@
 #include "platform/dbusscreenevents.h"
 #include "platform/linuxdesktopactions.h"
 #include "platform/portalscreengrabber.h"
+#include "platform/wlrscreencopygrabber.h"
 #include "platform/x11screengrabber.h"
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
@@ -96,6 +97,8 @@ private:
     DailyReportService m_reportService;
     X11ScreenGrabber m_x11Grabber;
     PortalScreenGrabber m_portalGrabber;
+    WlrScreencopyGrabber m_screencopyGrabber;
+    WaylandScreenGrabber m_waylandGrabber;
     ScreenCaptureService m_screenCapture;
     DBusScreenEvents m_screenEvents;
     std::unique_ptr<VisibleWindowSource> m_visibleWindows;

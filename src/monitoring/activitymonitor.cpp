@@ -262,6 +262,9 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
         if (grab.error->kind == ScreenCaptureError::Kind::PermissionDenied) {
             setLastError(permissionDeniedText);
             stopMonitoring();
+        } else if (grab.error->kind == ScreenCaptureError::Kind::Unavailable) {
+            setLastError(u"Screenshot failed: "_s + grab.error->description());
+            stopMonitoring();
         } else {
             setLastError(u"Screenshot failed: "_s + grab.error->description());
         }

@@ -6,8 +6,9 @@
 
 using namespace Qt::StringLiterals;
 
-ScreenCaptureService::ScreenCaptureService(ScreenGrabber *portalGrabber, ScreenGrabber *x11Grabber, SessionType session)
-    : m_portalGrabber(portalGrabber), m_x11Grabber(x11Grabber), m_session(session)
+ScreenCaptureService::ScreenCaptureService(
+    ScreenGrabber *waylandGrabber, ScreenGrabber *x11Grabber, SessionType session)
+    : m_waylandGrabber(waylandGrabber), m_x11Grabber(x11Grabber), m_session(session)
 {
 }
 
@@ -30,10 +31,10 @@ QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreen()
 
 QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreenModern()
 {
-    if (!m_portalGrabber) {
+    if (!m_waylandGrabber) {
         co_return ScreenGrab::failure(ScreenCaptureError::Kind::NoDisplayAvailable);
     }
-    co_return co_await m_portalGrabber->grab();
+    co_return co_await m_waylandGrabber->grab();
 }
 
 QCoro::Task<ScreenGrab> ScreenCaptureService::captureScreenLegacy()

@@ -9,8 +9,8 @@
 
 #include <optional>
 
-// Turns the screen into an image through the desktop's own mechanism: the screenshot portal
-// on Wayland, a direct grab on X11. Holds no state beyond the two grabbers.
+// Turns the screen into an image through the desktop's own mechanism: the compositor or the
+// screenshot portal on Wayland, a direct grab on X11. Holds no state beyond the two grabbers.
 class ScreenCaptureService
 {
 public:
@@ -22,7 +22,7 @@ public:
     static constexpr double maxImageWidth = 1200.0;
 
     // Either grabber may be null when the composition root knows it will not be used.
-    ScreenCaptureService(ScreenGrabber *portalGrabber, ScreenGrabber *x11Grabber, SessionType session);
+    ScreenCaptureService(ScreenGrabber *waylandGrabber, ScreenGrabber *x11Grabber, SessionType session);
 
     // Wayland when WAYLAND_DISPLAY is set or XDG_SESSION_TYPE is "wayland", X11 otherwise.
     [[nodiscard]] static SessionType sessionType(const QProcessEnvironment &environment);
@@ -41,7 +41,7 @@ public:
     [[nodiscard]] static QString sha256Hex(const QByteArray &data);
 
 private:
-    ScreenGrabber *m_portalGrabber = nullptr;
+    ScreenGrabber *m_waylandGrabber = nullptr;
     ScreenGrabber *m_x11Grabber = nullptr;
     SessionType m_session = SessionType::X11;
 };

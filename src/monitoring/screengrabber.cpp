@@ -15,6 +15,8 @@ QString ScreenCaptureError::description() const
     case Kind::PermissionDenied:
         text = u"The screen capture was refused."_s;
         break;
+    case Kind::Unavailable:
+        return detail;
     }
     if (!detail.isEmpty()) {
         text += u" ("_s + detail + u")"_s;

@@ -12,8 +12,11 @@ struct ScreenCaptureError
     enum class Kind {
         NoDisplayAvailable,
         CaptureFailed,
-        // The system or the user refused the capture; the one failure that ends monitoring.
+        // The system or the user refused the capture; ends monitoring.
         PermissionDenied,
+        // Nothing on this desktop can take a screenshot until the user installs something; the
+        // detail says what. Ends monitoring too, so it is said once rather than on every tick.
+        Unavailable,
     };
 
     Kind kind = Kind::CaptureFailed;

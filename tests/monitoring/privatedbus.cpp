@@ -5,10 +5,11 @@
 
 using namespace Qt::StringLiterals;
 
-PrivateDBus::PrivateDBus()
+PrivateDBus::PrivateDBus(const QStringList &arguments, const QProcessEnvironment &environment)
 {
     m_daemon.setProgram(u"dbus-daemon"_s);
-    m_daemon.setArguments({u"--session"_s, u"--nofork"_s, u"--nopidfile"_s, u"--print-address=1"_s});
+    m_daemon.setArguments(arguments + QStringList {u"--nofork"_s, u"--nopidfile"_s, u"--print-address=1"_s});
+    m_daemon.setProcessEnvironment(environment);
     m_daemon.start();
     if (!m_daemon.waitForStarted(5000)) {
         m_error = u"dbus-daemon could not be started: "_s + m_daemon.errorString();

@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -11,7 +12,10 @@
 class PrivateDBus
 {
 public:
-    PrivateDBus();
+    // arguments choose the configuration (a bus of the session kind by default); activated
+    // services get environment.
+    explicit PrivateDBus(const QStringList &arguments = {QStringLiteral("--session")},
+        const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
     ~PrivateDBus();
     PrivateDBus(const PrivateDBus &) = delete;
     PrivateDBus &operator=(const PrivateDBus &) = delete;

@@ -94,7 +94,7 @@ TEST_F(PortalCaptureTest, RefusalIsPermissionDeniedAndStopsMonitoring)
     ASSERT_TRUE(waitFor([&] { return countOf(u"⚠️ No records to export for 2026-03-09"_s) == 1; }));
 }
 
-TEST_F(PortalCaptureTest, OtherPortalFailuresKeepMonitoring)
+TEST_F(PortalCaptureTest, OtherPortalFailuresKeepMonitoringButNoPortalIsSaidOnce)
 {
     portal->responseCode = 3;
     monitor->startMonitoring();
@@ -103,13 +103,26 @@ TEST_F(PortalCaptureTest, OtherPortalFailuresKeepMonitoring)
     EXPECT_TRUE(monitor->isMonitoring());
     EXPECT_EQ(monitor->screenshotCount(), 0);
 
-    // No portal on the bus at all.
+    // No portal on the bus at all: what to install, once, and no tick after it.
     portal.reset();
     ASSERT_TRUE(portalBus->unregisterService(u"org.freedesktop.portal.Desktop"_s));
-    const ScreenGrab grab = QCoro::waitFor(portalCapture->captureScreen());
+    QCoro::waitFor(monitor->performCapture());
+    EXPECT_FALSE(monitor->isMonitoring());
+    EXPECT_TRUE(monitor->lastError().contains(u"Install "_s)) << monitor->lastError().toStdString();
+    EXPECT_EQ(messages().filter(u"then log in again"_s).size(), 1);
+}
+
+// A portal answering after the time-out has its request closed, and the picture its late
+// answer names is deleted.
+TEST_F(PortalCaptureTest, ALateAnswerIsClosedAndItsFileDeleted)
+{
+    PortalScreenGrabber impatient(*sessionBus, std::chrono::milliseconds(200));
+    portal->answerDelayMs = 600;
+    const ScreenGrab grab = QCoro::waitFor(impatient.grab());
     ASSERT_FALSE(grab.ok());
     EXPECT_EQ(grab.error->kind, ScreenCaptureError::Kind::CaptureFailed);
-    QCoro::waitFor(monitor->performCapture());
-    EXPECT_TRUE(monitor->isMonitoring());
+    ASSERT_TRUE(waitFor([&] { return portal->closedRequests.size() == 1; }));
+    ASSERT_TRUE(QFile::exists(portal->writtenFile));
+    EXPECT_TRUE(waitFor([&] { return !QFile::exists(portal->writtenFile); }, 3000));
 }
 } // namespace

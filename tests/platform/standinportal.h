@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 #include <QUrl>
 #include <QVariantMap>
@@ -28,6 +29,8 @@ public:
     }
 
     uint responseCode = 0;
+    int answerDelayMs = 0; // answers this late even when the request was closed meanwhile
+    QStringList closedRequests;
     QImage image;
     QList<QVariantMap> calls;
     QList<QString> parentWindows;
@@ -50,8 +53,10 @@ public Q_SLOTS:
             results.insert(QStringLiteral("uri"), QUrl::fromLocalFile(writtenFile).toString());
         }
         // The answer comes after the reply, as a signal on the request object.
+        m_bus.registerObject(
+            path, QStringLiteral("org.freedesktop.portal.Request"), this, QDBusConnection::ExportAllSlots);
         const uint code = responseCode;
-        QTimer::singleShot(0, this, [this, path, code, results] {
+        QTimer::singleShot(answerDelayMs, this, [this, path, code, results] {
             QDBusMessage signal = QDBusMessage::createSignal(
                 path, QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"));
             signal << code << results;
@@ -59,6 +64,8 @@ public Q_SLOTS:
         });
         return QDBusObjectPath(path);
     }
+
+    void Close(const QDBusMessage &message) { closedRequests.append(message.path()); }
 
 private:
     QDBusConnection m_bus;

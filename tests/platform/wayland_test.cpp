@@ -1,0 +1,446 @@
+#include "platform/dbusscreenevents.h"
+#include "platform/portalscreengrabber.h"
+#include "platform/traypanel.h"
+#include "platform/wlrscreencopygrabber.h"
+
+#include "monitorrig.h"
+#include "privatedbus.h"
+#include "standinwatcher.h"
+
+#include <QApplication>
+#include <QDBusConnectionInterface>
+#include <QDBusObjectPath>
+#include <QDirIterator>
+#include <QPainter>
+#include <QQuickWindow>
+#include <QStandardPaths>
+#include <QThread>
+#include <QTimer>
+
+#include <pwd.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+const QColor secondOutputColor(20, 160, 60);
+
+QColor blockColor(int column, int row)
+{
+    return QColor::fromHsv((column * 4 + row) * 360 / 16, 200, 220);
+}
+
+// sway on two headless outputs (run as nobody when we are root: it refuses root), pipewire, and
+// session buses on which the real portal starts when first asked. The first output shows a grid of
+// known colours, the second one plain green.
+struct Desktop
+{
+    QTemporaryDir work {u"/tmp/tamlo-wl-XXXXXX"_s};
+    QProcess sway;
+    QProcess pipewire;
+    QProcessEnvironment busEnvironment;
+    QString socket;
+    std::string problem; // why the desktop is not there
+    bool missingPackage = false;
+
+    [[nodiscard]] QString path(const QString &name) const { return work.filePath(name); }
+
+    bool start()
+    {
+        for (const auto &[program, package] :
+            {std::pair {"sway", "sway"}, {"swaybg", "swaybg"}, {"pipewire", "pipewire"},
+                {"xdg-desktop-portal", "xdg-desktop-portal"}, {"xdg-desktop-portal-wlr", "xdg-desktop-portal-wlr"},
+                {"xdg-desktop-portal-gtk", "xdg-desktop-portal-gtk"}}) {
+            if (QStandardPaths::findExecutable(QString::fromLatin1(program), {u"/usr/bin"_s, u"/usr/libexec"_s})
+                    .isEmpty()) {
+                missingPackage = true;
+                return fail(std::string(program) + " is not installed (Debian package " + package + ")");
+            }
+        }
+        for (const char *dir : {"sway", "run", "home", "tmp", "services"}) {
+            QDir(work.path()).mkpath(QString::fromLatin1(dir));
+            QFile::setPermissions(
+                path(QString::fromLatin1(dir)), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        }
+        QImage grid(1920, 1080, QImage::Format_RGB32);
+        QPainter painter(&grid);
+        for (int column = 0; column < 4; ++column) {
+            for (int row = 0; row < 4; ++row) {
+                painter.fillRect(column * 480, row * 270, 480, 270, blockColor(column, row));
+            }
+        }
+        painter.end();
+        grid.save(path(u"grid.png"_s));
+        writeFile(u"sway.conf"_s,
+            u"xwayland disable\noutput HEADLESS-1 mode --custom 1920x1080 position 0 0 bg %1 stretch\n"
+            "output HEADLESS-2 mode --custom 1280x1080 position 1920 0 bg %2 solid_color\n"_s.arg(
+                path(u"grid.png"_s), secondOutputColor.name()));
+
+        QStringList command {u"env"_s, u"HOME="_s + path(u"sway"_s), u"XDG_RUNTIME_DIR="_s + path(u"sway"_s),
+            u"WLR_BACKENDS=headless"_s, u"WLR_HEADLESS_OUTPUTS=2"_s, u"WLR_LIBINPUT_NO_DEVICES=1"_s,
+            u"WLR_RENDERER=pixman"_s, u"sway"_s, u"-c"_s, path(u"sway.conf"_s)};
+        if (geteuid() == 0) {
+            const passwd *nobody = getpwnam("nobody");
+            if (!nobody || chown(QFile::encodeName(path(u"sway"_s)).constData(), nobody->pw_uid, nobody->pw_gid) != 0) {
+                return fail("cannot hand a runtime folder to the nobody account");
+            }
+            QFile::setPermissions(work.path(),
+                QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther);
+            // setpriv execs sway in its own place, so ending our child ends sway.
+            command = QStringList {u"setpriv"_s, u"--reuid=%1"_s.arg(nobody->pw_uid),
+                          u"--regid=%1"_s.arg(nobody->pw_gid), u"--clear-groups"_s}
+                + command;
+        }
+        sway.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        sway.start(command.takeFirst(), command);
+        if (!waitFor([&] { return !(socket = firstMatch(u"sway"_s, u"wayland-?"_s)).isEmpty(); })) {
+            return fail("sway did not open its socket");
+        }
+        // The compositor's account lets us in; as root that is explicit rather than by override.
+        QFile::setPermissions(
+            path(u"sway"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ExeOther);
+        QFile::setPermissions(socket, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther | QFile::WriteOther);
+
+        busEnvironment = QProcessEnvironment::systemEnvironment();
+        for (const auto &[name, value] : {std::pair {u"HOME"_s, path(u"home"_s)}, {u"TMPDIR"_s, path(u"tmp"_s)},
+                 {u"XDG_RUNTIME_DIR"_s, path(u"run"_s)}, {u"WAYLAND_DISPLAY"_s, socket},
+                 {u"XDG_CURRENT_DESKTOP"_s, u"sway"_s}, {u"XDG_SESSION_TYPE"_s, u"wayland"_s}}) {
+            busEnvironment.insert(name, value);
+        }
+        busEnvironment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
+        pipewire.setProcessEnvironment(busEnvironment);
+        pipewire.start(u"pipewire"_s, {});
+        if (!waitFor([&] { return QFile::exists(path(u"run/pipewire-0"_s)); })) {
+            return fail("pipewire did not start");
+        }
+        // The portal and its backends, but not the document portal, which would mount a FUSE file system.
+        for (const QString &name : {u"org.freedesktop.portal.Desktop"_s, u"org.freedesktop.impl.portal.desktop.wlr"_s,
+                 u"org.freedesktop.impl.portal.desktop.gtk"_s, u"org.freedesktop.impl.portal.PermissionStore"_s}) {
+            QFile::copy(
+                u"/usr/share/dbus-1/services/"_s + name + u".service"_s, path(u"services/"_s + name + u".service"_s));
+        }
+        writeFile(u"bus.conf"_s,
+            u"<busconfig><type>session</type><listen>unix:tmpdir=%1</listen><auth>EXTERNAL</auth>"
+            "<servicedir>%1/services</servicedir><policy context=\"default\"><allow send_destination=\"*\" "
+            "eavesdrop=\"true\"/>"
+            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>"_s.arg(work.path()));
+        return true;
+    }
+
+    // A session bus of its own; portalDir, when given, replaces the portal's list of backends.
+    [[nodiscard]] std::unique_ptr<PrivateDBus> bus(const QString &portalDir = {}) const
+    {
+        QProcessEnvironment environment = busEnvironment;
+        if (!portalDir.isEmpty()) {
+            environment.insert(u"XDG_DESKTOP_PORTAL_DIR"_s, portalDir);
+        }
+        auto bus = std::make_unique<PrivateDBus>(QStringList {u"--config-file="_s + path(u"bus.conf"_s)}, environment);
+        // The backends first, one at a time: the portal, started while they come up, at times
+        // waits for an answer that never comes.
+        const QDBusConnection starter = bus->connect(u"starter"_s);
+        for (const QString &backend :
+            {u"org.freedesktop.impl.portal.desktop.gtk"_s, u"org.freedesktop.impl.portal.desktop.wlr"_s}) {
+            starter.interface()->startService(backend);
+        }
+        return bus;
+    }
+
+    // Picture files anywhere a portal could have left one: its home, temporary and runtime folders,
+    // and the wlroots backend's fixed file.
+    [[nodiscard]] QStringList pictures() const
+    {
+        QStringList found;
+        for (const QString &dir : {path(u"home"_s), path(u"tmp"_s), path(u"run"_s)}) {
+            QDirIterator it(dir, {u"*.png"_s, u"*.ppm"_s, u"*.jpg"_s}, QDir::Files, QDirIterator::Subdirectories);
+            while (it.hasNext()) {
+                found.append(it.next());
+            }
+        }
+        if (QFile::exists(u"/tmp/out.png"_s)) {
+            found.append(u"/tmp/out.png"_s);
+        }
+        return found;
+    }
+
+    ~Desktop()
+    {
+        for (QProcess *process : {&pipewire, &sway}) {
+            process->terminate();
+            if (!process->waitForFinished(5000)) {
+                process->kill();
+                process->waitForFinished();
+            }
+        }
+    }
+
+private:
+    bool fail(std::string text)
+    {
+        problem = std::move(text);
+        return false;
+    }
+
+    void writeFile(const QString &name, const QString &text) const
+    {
+        QFile file(path(name));
+        if (file.open(QIODevice::WriteOnly)) {
+            file.write(text.toUtf8());
+        }
+        file.setPermissions(file.permissions() | QFile::ReadOther);
+    }
+
+    [[nodiscard]] QString firstMatch(const QString &dir, const QString &pattern) const
+    {
+        const QFileInfoList found = QDir(path(dir)).entryInfoList({pattern}, QDir::System);
+        return found.isEmpty() ? QString() : found.first().absoluteFilePath();
+    }
+
+    template<typename Predicate>
+    static bool waitFor(Predicate predicate)
+    {
+        return QTest::qWaitFor(predicate, 10000);
+    }
+};
+
+Desktop *desktop = nullptr;
+std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the tray and the screen saver
+StandInWatcher *watcher = nullptr;
+
+// A Screenshot backend put behind the real portal (which also takes it for the Access backend it
+// needs): it answers with the code set, after the delay, and writes a picture only for a request
+// that was not closed first.
+class StandInBackend : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.impl.portal.Screenshot")
+public:
+    StandInBackend(QDBusConnection bus, QString dir) : m_bus(std::move(bus)), m_dir(std::move(dir)) { }
+
+    uint screenshotCode = 0;
+    int delayMs = 0;
+    QStringList closedRequests;
+
+public Q_SLOTS:
+    uint Screenshot(const QDBusObjectPath &handle, const QString &, const QString &, const QVariantMap &,
+        const QDBusMessage &message, QVariantMap &)
+    {
+        message.setDelayedReply(true);
+        m_bus.registerObject(
+            handle.path(), u"org.freedesktop.impl.portal.Request"_s, this, QDBusConnection::ExportAllSlots);
+        QTimer::singleShot(delayMs, this, [this, handle, message] {
+            m_bus.unregisterObject(handle.path());
+            const bool closed = closedRequests.contains(handle.path());
+            QVariantMap results;
+            if (!closed && screenshotCode == 0) {
+                QImage(64, 64, QImage::Format_RGB32).save(m_dir + u"/late.png"_s);
+                results.insert(u"uri"_s, QUrl::fromLocalFile(m_dir + u"/late.png"_s).toString());
+            }
+            m_bus.send(message.createReply(QVariantList {closed ? 2u : screenshotCode, results}));
+        });
+        return 0;
+    }
+
+    void Close(const QDBusMessage &message) { closedRequests.append(message.path()); }
+
+private:
+    QDBusConnection m_bus;
+    QString m_dir;
+};
+
+// The monitor on a real compositor, sending what it captures to the stand-in Ollama.
+class WaylandTest : public MonitorRig
+{
+protected:
+    WaylandTest() : MonitorRig(u"Reading mail on sway"_s, u"A day on Wayland."_s) { }
+
+    void SetUp() override
+    {
+        if (desktop->missingPackage) {
+            GTEST_SKIP() << desktop->problem;
+        }
+        ASSERT_TRUE(desktop->problem.empty()) << desktop->problem;
+        MonitorRig::SetUp();
+        buildParts();
+    }
+
+    // The monitor capturing through the portal on bus, after screencopy when one is given.
+    void capturingThrough(PrivateDBus &bus, WlrScreencopyGrabber *screencopy, std::chrono::milliseconds timeout = 20s)
+    {
+        ASSERT_TRUE(bus.isRunning()) << bus.errorText().toStdString();
+        portal = std::make_unique<PortalScreenGrabber>(bus.connect(u"tamlo"_s), timeout);
+        wayland = std::make_unique<WaylandScreenGrabber>(screencopy, portal.get());
+        service = std::make_unique<ScreenCaptureService>(
+            wayland.get(), nullptr, ScreenCaptureService::SessionType::Wayland);
+        buildMonitor(service.get(), events.get());
+    }
+
+    [[nodiscard]] QImage sentPicture(qsizetype index) const
+    {
+        const QJsonObject body = QJsonDocument::fromJson(ollama.requestsTo("/api/chat").at(index).body).object();
+        const QString image = body[u"messages"_s][0][u"images"_s][0].toString();
+        return QImage::fromData(QByteArray::fromBase64(image.toLatin1()), "PNG");
+    }
+
+    std::unique_ptr<DBusScreenEvents> events
+        = std::make_unique<DBusScreenEvents>(QDBusConnection::sessionBus(), QDBusConnection::sessionBus());
+    std::unique_ptr<PortalScreenGrabber> portal;
+    std::unique_ptr<WaylandScreenGrabber> wayland;
+    std::unique_ptr<ScreenCaptureService> service;
+};
+
+// The picture the model gets is the first output's, scaled to 1200 wide, by either way; and the
+// portal's file never outlives the tick (screencopy never asks the portal at all).
+TEST_F(WaylandTest, TheModelGetsTheFirstOutputScaledAndNoPictureIsLeft)
+{
+    WlrScreencopyGrabber screencopy;
+    for (const bool viaScreencopy : {true, false}) {
+        SCOPED_TRACE(viaScreencopy ? "screencopy" : "portal");
+        const auto bus = desktop->bus();
+        capturingThrough(*bus, viaScreencopy ? &screencopy : nullptr);
+        const qsizetype sent = ollama.requestsTo("/api/chat").size();
+        QCoro::waitFor(monitor->performCapture());
+        ASSERT_EQ(ollama.requestsTo("/api/chat").size(), sent + 1) << monitor->lastError().toStdString();
+        const QImage picture = sentPicture(sent);
+        ASSERT_EQ(picture.size(), QSize(1200, 675));
+        for (int column = 0; column < 4; ++column) {
+            for (int row = 0; row < 4; ++row) {
+                EXPECT_EQ(picture.pixelColor(column * 300 + 150, row * 169 + 84).rgb(), blockColor(column, row).rgb())
+                    << column << "," << row;
+            }
+        }
+        EXPECT_EQ(desktop->pictures(), QStringList());
+        EXPECT_EQ(
+            bus->connect(u"probe"_s).interface()->isServiceRegistered(u"org.freedesktop.portal.Desktop"_s).value(),
+            !viaScreencopy);
+    }
+}
+
+// A portal without Access backend says what to install, once; refusals stop monitoring with the
+// permission text; a portal slower than the time-out gets its request closed and leaves no file.
+TEST_F(WaylandTest, RealPortalFailuresAreSaidOnceAndLeaveNoFile)
+{
+    QTemporaryDir wlrOnly;
+    QFile::copy(u"/usr/share/xdg-desktop-portal/portals/wlr.portal"_s, wlrOnly.filePath(u"wlr.portal"_s));
+    auto bus = desktop->bus(wlrOnly.path());
+    capturingThrough(*bus, nullptr);
+    monitor->startMonitoring();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !monitor->isMonitoring(); }, 20000));
+    EXPECT_TRUE(monitor->lastError().contains(u"Install"_s)) << monitor->lastError().toStdString();
+    EXPECT_TRUE(monitor->lastError().contains(u"xdg-desktop-portal-gtk"_s));
+    EXPECT_EQ(messages().filter(u"❌"_s).size(), 1);
+
+    QTemporaryDir standIn;
+    QFile portalFile(standIn.filePath(u"standin.portal"_s));
+    ASSERT_TRUE(portalFile.open(QIODevice::WriteOnly));
+    portalFile.write(
+        "[portal]\nDBusName=org.freedesktop.impl.portal.desktop.standin\n"
+        "Interfaces=org.freedesktop.impl.portal.Screenshot;org.freedesktop.impl.portal.Access;\nUseIn=sway\n");
+    portalFile.close();
+    bus = desktop->bus(standIn.path());
+    QDBusConnection backendBus = bus->connect(u"backend"_s);
+    StandInBackend backend(backendBus, standIn.path());
+    backendBus.registerObject(u"/org/freedesktop/portal/desktop"_s, &backend, QDBusConnection::ExportAllSlots);
+    ASSERT_TRUE(backendBus.registerService(u"org.freedesktop.impl.portal.desktop.standin"_s));
+    capturingThrough(*bus, nullptr, 1s);
+    backend.screenshotCode = 2;
+    monitor->startMonitoring();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !monitor->isMonitoring(); }, 10000));
+    EXPECT_EQ(monitor->lastError(), u"Screen capture permission denied."_s);
+    backend.screenshotCode = 0;
+    backend.delayMs = 2000;
+    const ScreenGrab grab = QCoro::waitFor(service->captureScreen());
+    EXPECT_EQ(grab.error->kind, ScreenCaptureError::Kind::CaptureFailed);
+    QTest::qWait(2500);
+    EXPECT_EQ(backend.closedRequests.size(), 1);
+    EXPECT_FALSE(QFile::exists(standIn.filePath(u"late.png"_s)));
+}
+
+// An hour of ticks through the default path records every one and leaves nothing on disk; the
+// desktop's lock pauses them as on X11.
+TEST_F(WaylandTest, AHundredTicksRecordEachScreenAndTheLockPausesThem)
+{
+    WlrScreencopyGrabber screencopy;
+    const auto bus = desktop->bus();
+    capturingThrough(*bus, &screencopy);
+    monitor->startMonitoring();
+    for (int i = 1; i < 100; ++i) {
+        tick();
+    }
+    ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->aiAnalysisCount() == 100; }, 30000))
+        << monitor->lastError().toStdString();
+    EXPECT_EQ(snapshotStore->count(), 100);
+    EXPECT_EQ(desktop->pictures(), QStringList());
+
+    PrivateDBus::roundTrip(QDBusConnection::sessionBus());
+    ASSERT_TRUE(sessionBus->sendScreenSaverActive(u"org.freedesktop.ScreenSaver"_s, true));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->screenState() == ScreenState::Locked; }, 5000));
+    tick();
+    EXPECT_EQ(monitor->aiAnalysisCount(), 100);
+    EXPECT_EQ(monitor->latestSnapshots().first().activityDescription,
+        ActivitySnapshot::screenStateMarker(ScreenState::Locked));
+    ASSERT_TRUE(sessionBus->sendScreenSaverActive(u"org.freedesktop.ScreenSaver"_s, false));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->screenState() == ScreenState::Active; }, 5000));
+    tick();
+    EXPECT_EQ(monitor->aiAnalysisCount(), 101);
+}
+
+// The tray icon reaches the desktop's StatusNotifierWatcher, and activating it opens the panel.
+TEST_F(WaylandTest, TheTrayIconRegistersAndActivationOpensThePanel)
+{
+    TrayPanel tray([] { return std::make_unique<QQuickWindow>(); }, 1h);
+    ASSERT_TRUE(tray.hasTray());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !watcher->items.isEmpty(); }, 5000));
+    QDBusMessage activate = QDBusMessage::createMethodCall(
+        watcher->items.last(), u"/StatusNotifierItem"_s, u"org.kde.StatusNotifierItem"_s, u"Activate"_s);
+    activate << 0 << 0;
+    QDBusConnection::sessionBus().asyncCall(activate); // the item answers from this very thread
+    ASSERT_TRUE(QTest::qWaitFor([&] { return tray.panel() && tray.panel()->isVisible(); }, 5000));
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    ::testing::InitGoogleTest(&argc, argv);
+    Desktop session;
+    desktop = &session;
+    if (GTEST_FLAG_GET(list_tests)) {
+        return RUN_ALL_TESTS();
+    }
+    if (!session.start()) {
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // the tests only report why there is no desktop
+    } else {
+        sessionBus = session.bus();
+        qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus->address().toUtf8());
+        qputenv("WAYLAND_DISPLAY", session.socket.toUtf8());
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(session.path(u"run"_s)));
+        qputenv("QT_QPA_PLATFORM", "wayland");
+        qputenv("XDG_SESSION_TYPE", "wayland");
+        qputenv("QT_QUICK_BACKEND", "software");
+    }
+    QApplication app(argc, argv);
+    // The first output shows its grid once swaybg has drawn it.
+    WlrScreencopyGrabber screencopy;
+    const auto gridShown = [&] {
+        const std::optional<ScreenGrab> grab = QCoro::waitFor(screencopy.capture());
+        return grab && grab->ok() && grab->image.pixelColor(240, 135).rgb() == blockColor(0, 0).rgb();
+    };
+    if (sessionBus && !QTest::qWaitFor(gridShown, 10000)) {
+        session.problem = "the first output never showed its background";
+    }
+    // On a connection and a thread of its own, since the tray asks it with a blocking call.
+    QThread watcherThread;
+    StandInWatcher standInWatcher(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
+    standInWatcher.moveToThread(&watcherThread);
+    watcherThread.start();
+    watcher = &standInWatcher;
+    standInWatcher.publish();
+    const int result = RUN_ALL_TESTS();
+    watcherThread.quit();
+    watcherThread.wait();
+    QDBusConnection::disconnectFromBus(QDBusConnection::sessionBus().name());
+    sessionBus.reset();
+    return result;
+}
+
+#include "wayland_test.moc"
