@@ -19,6 +19,8 @@ packages=(
     postgresql
     clang libclang-rt-14-dev
     libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
+    # make package: the .deb files, the icon sizes rendered from the SVG, and the checks of the metadata
+    dpkg-dev fakeroot file librsvg2-bin lintian appstream desktop-file-utils
 )
 
 missing=()
