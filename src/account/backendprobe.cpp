@@ -3,13 +3,11 @@
 #include <QCoroSignal>
 #include <QTcpSocket>
 
-using namespace Qt::StringLiterals;
-
 QCoro::Task<bool> BackendProbe::acceptsConnections(QUrl url, std::chrono::milliseconds timeout)
 {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     QTcpSocket socket;
-    socket.connectToHost(url.host(), quint16(url.port(url.scheme() == u"https"_s ? 443 : 80)));
+    socket.connectToHost(url.host(), quint16(url.port(80)));
     while (socket.state() != QAbstractSocket::ConnectedState && socket.state() != QAbstractSocket::UnconnectedState) {
         const auto left
             = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());

@@ -66,7 +66,8 @@ void LoginViewModel::close()
 QString LoginViewModel::localServerText() const
 {
     return u"Tamlo signs in through the Tamlo server on this computer, and nothing answers at %1. "
-           "Start it once in a terminal; from then on it starts with your session:"_s.arg(m_localServerAddress);
+           "Start it once in a terminal; from then on it starts with your session:"_s.arg(
+               m_config.localDefaultBackend().value_or(QUrl()).authority());
 }
 
 QString LoginViewModel::startServerCommand()
@@ -76,29 +77,27 @@ QString LoginViewModel::startServerCommand()
 
 void LoginViewModel::checkLocalServer()
 {
-    const int check = ++m_localServerChecks;
     // Signed in, the screen is not shown; signing out checks again.
     const std::optional<QUrl> url = m_authService->isAuthenticated() ? std::nullopt : m_config.localDefaultBackend();
     if (!url) {
-        setLocalServerMissing(false, QString());
+        setLocalServerMissing(false);
         return;
     }
     QPointer<LoginViewModel> self(this);
-    startTask(this, [self, url = *url, check]() -> QCoro::Task<> {
+    startTask(this, [self, url = *url]() -> QCoro::Task<> {
         const bool answers = co_await BackendProbe::acceptsConnections(url, localServerTimeout);
-        if (self && check == self->m_localServerChecks) {
-            self->setLocalServerMissing(!answers, url.authority());
+        if (self) {
+            self->setLocalServerMissing(!answers);
         }
     });
 }
 
-void LoginViewModel::setLocalServerMissing(bool missing, const QString &address)
+void LoginViewModel::setLocalServerMissing(bool missing)
 {
-    if (m_localServerMissing == missing && m_localServerAddress == address) {
+    if (m_localServerMissing == missing) {
         return;
     }
     m_localServerMissing = missing;
-    m_localServerAddress = address;
     Q_EMIT localServerMissingChanged();
 }
 

@@ -65,7 +65,7 @@ Q_SIGNALS:
 private:
     void setOpenedWebLogin(bool value);
     void updatePhase();
-    void setLocalServerMissing(bool missing, const QString &address);
+    void setLocalServerMissing(bool missing);
 
     AuthService *m_authService = nullptr;
     AppConfig m_config;
@@ -73,7 +73,4 @@ private:
     bool m_openedWebLogin = false;
     Phase m_phase = Phase::Login;
     bool m_localServerMissing = false;
-    QString m_localServerAddress;
-    // Only the newest check's answer counts.
-    int m_localServerChecks = 0;
 };

@@ -202,5 +202,11 @@ TEST_F(SignInScreensTest, TellsHowToStartTheLocalServerUntilItAnswers)
     ASSERT_TRUE(changes.wait());
     EXPECT_TRUE(shows("logInButton"));
     EXPECT_FALSE(shows("startServerSection"));
+
+    // A backend named in the settings is not this build's own to start.
+    server.close();
+    env.settings.setString(SettingsKey::convexURL, u"http://"_s + address);
+    login.checkLocalServer();
+    EXPECT_FALSE(login.localServerMissing());
     m_view.reset();
 }
