@@ -188,25 +188,30 @@ TEST_F(SignInScreensTest, TellsHowToStartTheLocalServerUntilItAnswers)
     const quint16 port = server.serverPort();
     server.close();
     const QString address = u"127.0.0.1:%1"_s.arg(port);
+    // Signed in, the screen is not shown; signing out looks.
+    verify(signedIn(0));
     LoginViewModel login(&m_auth, AppConfig(&env.settings, {}, u"http://"_s + address, {}), &env.desktop);
     QSignalSpy changes(&login, &LoginViewModel::localServerMissingChanged);
+    m_auth.logout();
     ASSERT_TRUE(changes.wait());
     ASSERT_NO_FATAL_FAILURE(show(&login));
     EXPECT_TRUE(shows("startServerSection"));
     EXPECT_FALSE(shows("logInButton"));
     EXPECT_TRUE(login.localServerText().contains(address));
-    capture(u"signin-5-start-server"_s);
+    capture(u"signin-7-start-server"_s);
+
+    // A backend named in the settings is not this build's own to start.
+    env.settings.setString(SettingsKey::convexURL, u"http://"_s + address);
+    login.checkLocalServer();
+    EXPECT_FALSE(login.localServerMissing());
+    env.settings.remove(SettingsKey::convexURL);
+    login.checkLocalServer();
+    ASSERT_TRUE(changes.wait());
 
     ASSERT_TRUE(server.listen(QHostAddress::LocalHost, port));
     login.checkLocalServer();
     ASSERT_TRUE(changes.wait());
     EXPECT_TRUE(shows("logInButton"));
     EXPECT_FALSE(shows("startServerSection"));
-
-    // A backend named in the settings is not this build's own to start.
-    server.close();
-    env.settings.setString(SettingsKey::convexURL, u"http://"_s + address);
-    login.checkLocalServer();
-    EXPECT_FALSE(login.localServerMissing());
     m_view.reset();
 }
