@@ -1,10 +1,11 @@
 # The two commands a newcomer needs: `make run` and `make test`. Everything else is for developers.
 BUILD_DIR      ?= build
 TEST_BUILD_DIR ?= build-test
+PACKAGE_BUILD_DIR ?= build-package
 JOBS           ?= $(shell nproc)
 CMAKE_FLAGS    ?=
 
-.PHONY: all build deps run test test-build format bench fuzz clean
+.PHONY: all build deps run test test-build package format bench fuzz clean
 
 all: build
 
@@ -29,6 +30,10 @@ test-build: $(TEST_BUILD_DIR)/build.ninja
 test: deps test-build
 	cd $(TEST_BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
+# tamlo_*.deb and tamlo-server_*.deb in $(PACKAGE_BUILD_DIR)/, checked by lintian and the metadata validators.
+package: deps
+	@JOBS=$(JOBS) scripts/build-packages.sh $(PACKAGE_BUILD_DIR)
+
 # Renders every state of the panel offscreen into $(TEST_BUILD_DIR)/screenshots/*.png.
 screenshots: deps $(TEST_BUILD_DIR)/build.ninja
 	cmake --build $(TEST_BUILD_DIR) --target tamlo_ui_screens_tests -j $(JOBS)
@@ -45,4 +50,4 @@ format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(TEST_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(TEST_BUILD_DIR) $(PACKAGE_BUILD_DIR)

@@ -30,6 +30,8 @@ packages=(
     # Wayland capture: the screencopy client, and sway with the real portal for its tests
     libwayland-dev libwayland-bin
     sway swaybg grim xdg-desktop-portal xdg-desktop-portal-wlr xdg-desktop-portal-gtk pipewire
+    # make package: the .deb files, the icon sizes rendered from the SVG, and the checks of the metadata
+    dpkg-dev fakeroot file librsvg2-bin lintian appstream desktop-file-utils
 )
 
 missing=()

@@ -3,6 +3,7 @@
 #include "core/buildinfo.h"
 #include "core/settings.h"
 
+#include <QHostAddress>
 #include <QUrlQuery>
 
 using namespace Qt::StringLiterals;
@@ -52,6 +53,18 @@ QUrl AppConfig::webAuthURL(const QString &path) const
     QUrlQuery query;
     query.addQueryItem(u"redirect"_s, QString::fromLatin1(authCallback));
     url.setQuery(query);
+    return url;
+}
+
+std::optional<QUrl> AppConfig::localDefaultBackend() const
+{
+    if (usable(m_settings->optionalString(SettingsKey::convexURL)) || usable(m_buildConvexUrl)) {
+        return std::nullopt;
+    }
+    const QUrl url(m_defaultBackendUrl, QUrl::StrictMode);
+    if (!url.isValid() || (url.host() != u"localhost"_s && !QHostAddress(url.host()).isLoopback())) {
+        return std::nullopt;
+    }
     return url;
 }
 

@@ -20,6 +20,9 @@ public:
     [[nodiscard]] QString convexURL() const;
     // A page of the web site with the callback attached as its only query item.
     [[nodiscard]] QUrl webAuthURL(const QString &path) const;
+    // The backend when it is the build's default and on this machine, where the user may have to
+    // start it; nothing when a setting or the build names one, or the default is elsewhere.
+    [[nodiscard]] std::optional<QUrl> localDefaultBackend() const;
 
     // base followed by path by plain concatenation, or nothing when that text is no valid URL.
     [[nodiscard]] static std::optional<QUrl> endpoint(const QString &base, const QString &path);

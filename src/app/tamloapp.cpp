@@ -162,6 +162,8 @@ void TamloApp::buildTray()
     connect(&m_gate, &AppGateModel::isAuthenticatedChanged, this,
         [this] { m_tray->setSignedIn(m_gate.menuBarIconActive()); });
     connect(m_tray.get(), &TrayPanel::panelShown, &m_mainScreen, &MainScreenModel::panelShown);
+    // A server the user has just started turns the sign-in screen back to "Log in".
+    connect(m_tray.get(), &TrayPanel::panelShown, &m_login, &LoginViewModel::checkLocalServer);
     connect(m_tray.get(), &TrayPanel::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     m_tray->setMonitoring(m_monitor.isMonitoring());
     connect(&m_monitor, &ActivityMonitor::isMonitoringChanged, this,

@@ -65,4 +65,18 @@ TEST_F(AppConfigTest, WebAuthUrlCarriesOnlyTheRedirectAndEndpointsRejectTextThat
     EXPECT_EQ(
         AppConfig::endpoint(u"http://127.0.0.1:8787"_s, u"/auth/me"_s)->toString(), u"http://127.0.0.1:8787/auth/me"_s);
 }
+
+// Only the build's own default on this machine is the user's to start; a named backend is not.
+TEST_F(AppConfigTest, LocalDefaultBackendIsTheUnnamedDefaultOnThisMachine)
+{
+    for (const QString &url : {u"http://127.0.0.1:8787"_s, u"http://localhost:8787"_s, u"http://[::1]:8787"_s}) {
+        EXPECT_EQ(AppConfig(&m_settings, QString(), url, {}).localDefaultBackend(), QUrl(url));
+    }
+    EXPECT_EQ(config(QString()).localDefaultBackend(), std::nullopt);
+    const AppConfig local(&m_settings, QString(), u"http://127.0.0.1:8787"_s, {});
+    EXPECT_EQ(AppConfig(&m_settings, u"https://build.example"_s, u"http://127.0.0.1:8787"_s, {}).localDefaultBackend(),
+        std::nullopt);
+    m_settings.setString(u"convexURL"_s, u"http://127.0.0.1:9"_s);
+    EXPECT_EQ(local.localDefaultBackend(), std::nullopt);
+}
 } // namespace

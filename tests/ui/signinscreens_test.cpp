@@ -12,6 +12,7 @@
 #include <QQuickView>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QtQml/qqmlextensionplugin.h>
 
 #include <gtest/gtest.h>
@@ -38,12 +39,13 @@ protected:
     // The view goes before the models it shows.
     ~SignInScreensTest() override { m_view.reset(); }
 
-    void show()
+    void show(LoginViewModel *login = nullptr)
     {
         m_view = std::make_unique<QQuickView>();
         m_view->engine()->addImportPath(u"qrc:/"_s);
-        m_view->setInitialProperties({{u"gate"_s, QVariant::fromValue(&m_gate)},
-            {u"login"_s, QVariant::fromValue(&m_login)}, {u"main"_s, QVariant::fromValue(m_main.get())}});
+        m_view->setInitialProperties(
+            {{u"gate"_s, QVariant::fromValue(&m_gate)}, {u"login"_s, QVariant::fromValue(login ? login : &m_login)},
+                {u"main"_s, QVariant::fromValue(m_main.get())}});
         m_view->setResizeMode(QQuickView::SizeViewToRootObject);
         m_view->setSource(QUrl(u"qrc:/Tamlo/Ui/qml/AppGateView.qml"_s));
         ASSERT_EQ(m_view->status(), QQuickView::Ready) << m_view->errors().value(0).toString().toStdString();
@@ -177,4 +179,41 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     EXPECT_EQ(m_gate.menuBarSymbol(), u"circle.dotted"_s);
     EXPECT_TRUE(shows("logInButton"));
     EXPECT_FALSE(m_sync.isPeriodicSyncRunning());
+}
+
+// A build whose own server on this machine is not running says how to start it, rather than
+// offering a page that cannot load, and offers "Log in" once something answers there.
+TEST_F(SignInScreensTest, TellsHowToStartTheLocalServerUntilItAnswers)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    const quint16 port = server.serverPort();
+    server.close();
+    const QString address = u"127.0.0.1:%1"_s.arg(port);
+    // Signed in, the screen is not shown; signing out looks.
+    verify(signedIn(0));
+    LoginViewModel login(&m_auth, AppConfig(&env.settings, {}, u"http://"_s + address, {}), &env.desktop);
+    QSignalSpy changes(&login, &LoginViewModel::localServerMissingChanged);
+    m_auth.logout();
+    ASSERT_TRUE(changes.wait());
+    ASSERT_NO_FATAL_FAILURE(show(&login));
+    EXPECT_TRUE(shows("startServerSection"));
+    EXPECT_FALSE(shows("logInButton"));
+    EXPECT_TRUE(login.localServerText().contains(address));
+    capture(u"signin-7-start-server"_s);
+
+    // A backend named in the settings is not this build's own to start.
+    env.settings.setString(SettingsKey::convexURL, u"http://"_s + address);
+    login.checkLocalServer();
+    EXPECT_FALSE(login.localServerMissing());
+    env.settings.remove(SettingsKey::convexURL);
+    login.checkLocalServer();
+    ASSERT_TRUE(changes.wait());
+
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost, port));
+    login.checkLocalServer();
+    ASSERT_TRUE(changes.wait());
+    EXPECT_TRUE(shows("logInButton"));
+    EXPECT_FALSE(shows("startServerSection"));
+    m_view.reset();
 }

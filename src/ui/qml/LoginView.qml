@@ -65,11 +65,13 @@ Rectangle {
 
         Item {
             width: parent.width
-            height: (view.waiting ? waitingSection.implicitHeight : loginSection.implicitHeight) + 40
+            height: (view.waiting ? waitingSection.implicitHeight
+                                  : view.login.localServerMissing ? startServerSection.implicitHeight
+                                                                  : loginSection.implicitHeight) + 40
 
             Column {
                 id: loginSection
-                visible: !view.waiting
+                visible: !view.waiting && !view.login.localServerMissing
                 x: 20
                 y: 20
                 width: parent.width - 40
@@ -142,6 +144,56 @@ Rectangle {
                             onClicked: view.login.createAccount()
                         }
                     }
+                }
+            }
+
+            // Nothing answers where this build signs in: how to start the server, instead of "Log in".
+            Column {
+                id: startServerSection
+                objectName: "startServerSection"
+                visible: !view.waiting && view.login.localServerMissing
+                x: 20
+                y: 20
+                width: parent.width - 40
+                spacing: 12
+
+                StyledText {
+                    text: "Start the Tamlo server"
+                    textStyle: "headline"
+                }
+                StyledText {
+                    width: parent.width
+                    text: view.login.localServerText
+                    textStyle: "caption"
+                    color: TamloTheme.secondary
+                    wrapMode: Text.WordWrap
+                }
+                Rectangle {
+                    width: parent.width
+                    height: startCommand.implicitHeight + 12
+                    radius: 4
+                    color: TamloTheme.surfaceField
+                    border.width: 1
+                    border.color: TamloTheme.divider
+                    TextEdit {
+                        id: startCommand
+                        x: 6
+                        y: 6
+                        width: parent.width - 12
+                        text: view.login.startServerCommand
+                        readOnly: true
+                        selectByMouse: true
+                        wrapMode: TextEdit.WrapAnywhere
+                        font.family: "monospace"
+                        font.pixelSize: 10
+                        color: TamloTheme.primaryText
+                    }
+                }
+                TamloPrimaryButton {
+                    objectName: "tryAgainButton"
+                    anchors.horizontalCenter: parent.horizontalCenter
+                    text: "Try again"
+                    onClicked: view.login.checkLocalServer()
                 }
             }
 

@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""The build's Debian packages installed by dpkg, maintainer scripts and all, into an empty root
+of the test's own; the installed programs run there as a new user meets them, in a network of
+their own (the server on 127.0.0.1:8787, a stand-in Ollama on :11434); then removed and purged.
+
+    package_install_test.py --build DIR --out DIR      (exit 77: skipped, not root or no netns)
+"""
+
+import argparse
+import glob
+import os
+import shlex
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+sys.dont_write_bytecode = True  # no __pycache__ in the source tree
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from first_run_test import (EMAIL, SKIP, Accessibility, Failure, Run, StandInOllama, check,  # noqa: E402
+                            isolate_network, port_taken, wait_for)
+
+SERVER = ("127.0.0.1", 8787)
+LAYOUT = {
+    "tamlo": {"/usr/bin/tamlo", "/usr/share/applications/tamlo.desktop", "/usr/share/man/man1/tamlo.1.gz",
+              "/usr/share/metainfo/com.mirevon.Tamlo.metainfo.xml", "/usr/share/icons/hicolor/scalable/apps/tamlo.svg"}
+    | {"/usr/share/icons/hicolor/%dx%d/apps/tamlo.png" % (s, s) for s in (16, 22, 24, 32, 48, 64, 128, 256, 512)}
+    | {"/usr/share/doc/tamlo/copyright", "/usr/share/doc/tamlo/changelog.gz"},
+    "tamlo-server": {"/usr/bin/tamlo-server", "/lib/systemd/system/tamlo-server.service",
+                     "/usr/lib/systemd/user/tamlo-server.service", "/usr/lib/sysusers.d/tamlo-server.conf",
+                     "/usr/lib/tmpfiles.d/tamlo-server.conf", "/usr/share/man/man1/tamlo-server.1.gz",
+                     "/usr/share/doc/tamlo-server/server.md"}
+    | {"/usr/share/doc/tamlo-server/copyright", "/usr/share/doc/tamlo-server/changelog.gz"},
+}
+STATE = "/var/lib/tamlo-server"
+
+
+class PackageRun(Run):
+    def dpkg(self, *arguments):
+        # Maintainer scripts run on this machine, told by DPKG_ROOT which system they act on.
+        result = subprocess.run(["dpkg", "--root=" + self.root, "--force-script-chrootless", *arguments],
+                                capture_output=True, text=True, timeout=120)
+        check(result.returncode == 0, "dpkg %s: %s%s" % (" ".join(arguments), result.stdout, result.stderr))
+        return result.stdout
+
+    def unit_command(self, unit):
+        with open(self.root + unit) as f:
+            command = shlex.split(next(line for line in f if line.startswith("ExecStart="))[len("ExecStart="):])
+        return [self.root + a if a.startswith(("/usr/", STATE)) else a for a in command]
+
+    def install(self):
+        debs = os.path.join(self.work, "debs")
+        packed = subprocess.run(["cpack", "-G", "DEB", "--config", self.args.build + "/CPackConfig.cmake", "-B", debs],
+                                capture_output=True, text=True, timeout=300)
+        check(packed.returncode == 0, "cpack: " + packed.stdout + packed.stderr)
+        self.root = os.path.join(self.work, "root")
+        for name, text in (("var/lib/dpkg/status", ""), ("var/lib/dpkg/available", ""), ("etc/shadow", ""),
+                           ("etc/gshadow", ""), ("etc/passwd", "root:x:0:0::/root:/bin/sh\n"),
+                           ("etc/group", "root:x:0:\n")):
+            os.makedirs(os.path.dirname(os.path.join(self.root, name)), exist_ok=True)
+            with open(os.path.join(self.root, name), "w") as f:
+                f.write(text)
+        for folder in ("info", "updates", "triggers"):
+            os.makedirs(os.path.join(self.root, "var/lib/dpkg", folder))
+        # The root holds only our files: the programs run against this machine's Qt.
+        self.dpkg("--force-depends", "-i", *glob.glob(debs + "/*.deb"))
+        for package, expected in LAYOUT.items():
+            files = {p for p in self.dpkg("-L", package).splitlines() if os.path.isfile(self.root + p)}
+            check(files == expected, "%s: extra %s, missing %s" % (package, files - expected, expected - files))
+
+        # The system service's command, run as its user, keeps its database in its state folder.
+        with open(self.root + "/etc/passwd") as f:
+            user = next((line.split(":") for line in f if line.startswith("tamlo-server:")), None)
+        check(user and os.stat(self.root + STATE).st_mode & 0o777 == 0o700, "no service user or 0700 state folder")
+        os.chmod(self.work, 0o755)
+        admin = subprocess.run(self.unit_command("/lib/systemd/system/tamlo-server.service") + ["user", "list"],
+                               capture_output=True, text=True, timeout=30, user=int(user[2]), group=int(user[3]),
+                               extra_groups=[], env=dict(os.environ, HOME=self.root + STATE))
+        check(admin.returncode == 0, "the service user cannot use its state folder: " + admin.stderr)
+        self.say("installed")
+
+    def scenario(self):
+        a11y = Accessibility(self.env)
+        with open(self.root + "/usr/share/applications/tamlo.desktop") as f:
+            entry = dict(line.strip().split("=", 1) for line in f if "=" in line)
+        check(entry["MimeType"] == "x-scheme-handler/tamlo;" and entry["Exec"] == "tamlo %u",
+              "launcher entry %r" % entry)
+        self.args.tamlo, self.args.server = self.root + "/usr/bin/tamlo", self.root + "/usr/bin/tamlo-server"
+        self.server_data = os.path.join(self.home, ".local/share/tamlo-server")
+
+        # From the launcher with no server running, the sign-in screen says how to start it.
+        command, env = self.tamlo()
+        self.app = self.start("tamlo", command, env=env)
+        names = wait_for("the way to start the server", lambda: "Try again" in a11y.names() and a11y.names(), 60)
+        check("Log in" not in names, "the sign-in screen offers a page that cannot load")
+        self.screenshot("package-1-start-server")
+        # The user unit as `systemctl --user enable --now tamlo-server` starts it, then Tamlo from the
+        # launcher again: the running one shows its panel and looks again.
+        self.start("server", self.unit_command("/usr/lib/systemd/user/tamlo-server.service"))
+        wait_for("tamlo-server on %s:%d" % SERVER, lambda: port_taken(SERVER), 30)
+        check(subprocess.run(command, env=env, timeout=60).returncode == 0, "tamlo started again failed")
+        wait_for("the Log in button", lambda: "Log in" in a11y.names(), 15)
+
+        server = [self.args.server, "--data", self.server_data]
+        subprocess.run(server + ["user", "add", EMAIL], check=True, capture_output=True, env=self.env, timeout=30)
+        self.open_url(subprocess.run(server + ["login-link", EMAIL], capture_output=True, text=True,
+                                     env=self.env, timeout=30).stdout.strip())
+        wait_for("the main screen", lambda: "Finish Setup" in a11y.names(), 30)
+        day = wait_for("today's upload on the server", lambda: self.uploaded_day(time.strftime("%Y-%m-%d")), 60)
+        check(day["day"].get("snapshots"), "the upload stored no record")
+        self.screenshot("package-2-signed-in")
+
+        for process in reversed(self.processes):
+            process.terminate()
+            process.wait(timeout=10)
+        self.dpkg("-r", "tamlo")
+        self.dpkg("-P", "tamlo-server")
+        check(os.path.exists(self.home + "/.local/share/Tamlo/snapshots.json"), "removal took the user's records")
+        left = {os.path.relpath(os.path.join(d, f), self.root) for d, dirs, files in os.walk(self.root)
+                for f in dirs + files} - {"etc", "var", "var/lib", "var/lib/dpkg"}
+        left = {p for p in left if not p.startswith(("var/lib/dpkg/", "etc/"))}
+        check(left == {STATE[1:], STATE[1:] + "/tamlo-server.sqlite3"}, "left after purging: %s" % sorted(left))
+        self.say("removed; the service's database stays")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--build", required=True, help="the build folder with CPackConfig.cmake")
+    parser.add_argument("--out", required=True, help="folder for the screenshots")
+    args = parser.parse_args()
+    if os.geteuid() == 0:
+        isolate_network()
+    if not os.environ.get("TAMLO_E2E_ISOLATED") or port_taken(SERVER) or port_taken(("127.0.0.1", 11434)):
+        print("SKIPPED: needs root and a network namespace of its own", flush=True)
+        return SKIP
+    run = PackageRun(args)
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    failed = True
+    try:
+        run.install()
+        run.ollama = StandInOllama()
+        threading.Thread(target=run.ollama.serve_forever, daemon=True).start()
+        run.set_up_desktop()
+        run.scenario()
+        failed = False
+        run.say("passed")
+    except Failure as failure:
+        run.say("FAILED: %s" % failure)
+    finally:
+        run.tear_down(failed)
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
