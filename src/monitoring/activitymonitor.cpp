@@ -43,6 +43,19 @@ private:
     bool &m_flag;
 };
 
+// Counts a running step for as long as its frame lives.
+class CountGuard
+{
+public:
+    explicit CountGuard(int &count) : m_count(count) { ++m_count; }
+    ~CountGuard() { --m_count; }
+    CountGuard(const CountGuard &) = delete;
+    CountGuard &operator=(const CountGuard &) = delete;
+
+private:
+    int &m_count;
+};
+
 QDate localDate(const QDateTime &date)
 {
     return date.toLocalTime().date();
@@ -177,6 +190,7 @@ void ActivityMonitor::clearLastError()
 
 QCoro::Task<> ActivityMonitor::performCapture()
 {
+    const CountGuard running(m_ticksInFlight);
     if (m_screenState != ScreenState::Active) {
         co_await recordScreenStateSnapshot();
         co_return;

@@ -90,6 +90,9 @@ public:
     [[nodiscard]] ActivitySnapshotStore *snapshotStore() const { return m_snapshotStore; }
     // The day that is open.
     [[nodiscard]] QDateTime lastSaveDate() const { return m_lastSaveDate; }
+    // A tick or a day's close is under way. Nobody awaits them, so whoever ends the monitor's
+    // life before the program's (a restart in place) waits for this to turn false first.
+    [[nodiscard]] bool hasWorkInFlight() const { return m_ticksInFlight > 0 || m_rolloverInProgress; }
 
     // The launch sequence; only the first call does anything.
     Q_INVOKABLE void configure();
@@ -205,4 +208,5 @@ private:
     bool m_isConfigured = false;
     // Set while a check or catch-up is finalising, so overlapping checks do not finalise a day twice.
     bool m_rolloverInProgress = false;
+    int m_ticksInFlight = 0;
 };

@@ -68,7 +68,7 @@ protected:
 
     void TearDown() override
     {
-        monitor.reset();
+        endMonitor();
         events.reset();
         MonitorRig::TearDown();
     }

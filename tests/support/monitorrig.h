@@ -64,8 +64,17 @@ protected:
 
     void TearDown() override
     {
-        monitor.reset();
+        endMonitor();
         QTest::qWait(0);
+    }
+
+    // A tick or a day's close still running would resume on a monitor that is gone.
+    void endMonitor()
+    {
+        if (monitor) {
+            EXPECT_TRUE(QTest::qWaitFor([this] { return !monitor->hasWorkInFlight(); }, 30000));
+        }
+        monitor.reset();
     }
 
     // Everything under the monitor, afresh: building it again is a restart on the same data.
@@ -86,7 +95,7 @@ protected:
     template<typename Events>
     void buildMonitor(ScreenCaptureService *screenCapture, Events *events)
     {
-        monitor.reset();
+        endMonitor();
         // A restart: the pause is known again only from what was stored.
         timedPause = std::make_unique<TimedPause>(settings.get(), &clock);
         monitor = std::make_unique<ActivityMonitor>(ActivityMonitor::Services {

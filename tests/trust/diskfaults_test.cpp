@@ -136,7 +136,7 @@ TEST_F(DiskFaultsTest, FullDiskWhileClosingADayLosesNeitherReportNorRecords)
     // Room again: the next tick rewrites snapshots.json; then the application is quit.
     ASSERT_TRUE(QFile::remove(filler));
     tick();
-    monitor.reset();
+    endMonitor();
 
     const DailyReportStore reports(paths.dailyReportsFile(), logManager.get());
     const ActivitySnapshotStore records(paths.snapshotsFile(), logManager.get(), settings.get(), &clock);

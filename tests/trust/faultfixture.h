@@ -57,7 +57,7 @@ protected:
     // again, it is the program starting over on the same files.
     void buildServices(ScreenCaptureService *screenCapture = nullptr)
     {
-        monitor.reset();
+        endMonitor();
         buildParts();
         buildMonitor(screenCapture, &events);
     }

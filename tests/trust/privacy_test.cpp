@@ -135,7 +135,7 @@ TEST_F(PrivacyTest, NoImageFileOutlivesATickOnThePortalPath)
     }
     EXPECT_EQ(snapshotStore->count(), 20);
     EXPECT_EQ(imageFilesUnder({home.path(), temp.path()}), QStringList());
-    monitor.reset();
+    endMonitor();
 }
 
 // The session token goes to the backend in the Authorization header and nowhere else: not in the
