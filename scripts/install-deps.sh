@@ -19,6 +19,8 @@ packages=(
     postgresql
     clang libclang-rt-14-dev
     libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
+    # Input idle time on X11 (the screen saver extension)
+    libxss-dev
 )
 
 missing=()

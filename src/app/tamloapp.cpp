@@ -36,6 +36,13 @@ TamloApp::TamloApp(QObject *parent)
     , m_screenCapture(
           &m_portalGrabber, &m_x11Grabber, ScreenCaptureService::sessionType(QProcessEnvironment::systemEnvironment()))
     , m_screenEvents(QDBusConnection::sessionBus(), QDBusConnection::systemBus())
+    , m_x11IdleTime(qgetenv("DISPLAY"))
+    , m_mutterIdleTime(DBusIdleTime::mutter(QDBusConnection::sessionBus()))
+    , m_screenSaverIdleTime(DBusIdleTime::screenSaver(QDBusConnection::sessionBus()))
+    // Under Wayland the X server sees only the input of X clients, so it is not asked there.
+    , m_idleTime(m_screenCapture.session() == ScreenCaptureService::SessionType::Wayland
+              ? QList<IdleTimeSource *> {&m_mutterIdleTime, &m_screenSaverIdleTime}
+              : QList<IdleTimeSource *> {&m_x11IdleTime, &m_mutterIdleTime, &m_screenSaverIdleTime})
     , m_monitor(ActivityMonitor::Services {.snapshotStore = &m_snapshotStore,
           .reportStore = &m_reportStore,
           .reportService = &m_reportService,
@@ -45,7 +52,8 @@ TamloApp::TamloApp(QObject *parent)
           .clock = &m_clock,
           .screenCapture = &m_screenCapture,
           .screenEvents = &m_screenEvents,
-          .wakeEvents = &m_screenEvents})
+          .wakeEvents = &m_screenEvents,
+          .idleTime = &m_idleTime})
     , m_launchTarget(&m_monitor)
     , m_appConfig(&m_settings)
     , m_authService(&m_nam, m_appConfig, m_paths.credentialsDir)

@@ -13,10 +13,13 @@
 #include "core/logmanager.h"
 #include "core/settings.h"
 #include "monitoring/activitymonitor.h"
+#include "monitoring/idletimesource.h"
 #include "monitoring/screencaptureservice.h"
+#include "platform/dbusidletime.h"
 #include "platform/dbusscreenevents.h"
 #include "platform/linuxdesktopactions.h"
 #include "platform/portalscreengrabber.h"
+#include "platform/x11idletime.h"
 #include "platform/x11screengrabber.h"
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
@@ -82,6 +85,10 @@ private:
     PortalScreenGrabber m_portalGrabber;
     ScreenCaptureService m_screenCapture;
     DBusScreenEvents m_screenEvents;
+    X11IdleTime m_x11IdleTime;
+    DBusIdleTime m_mutterIdleTime;
+    DBusIdleTime m_screenSaverIdleTime;
+    CompositeIdleTimeSource m_idleTime;
     ActivityMonitor m_monitor;
     MonitorLaunchTarget m_launchTarget;
     AppConfig m_appConfig;

@@ -7,6 +7,8 @@
 #include "core/settings.h"
 #include "core/tamlodatapaths.h"
 #include "core/userpreferences.h"
+#include "monitoring/idletimesource.h"
+#include "monitoring/pngencoder.h"
 #include "monitoring/screencaptureservice.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
@@ -57,6 +59,7 @@ ActivityMonitor::ActivityMonitor(const Services &services, QObject *parent)
     , m_screenCapture(services.screenCapture)
     , m_screenEvents(services.screenEvents)
     , m_wakeEvents(services.wakeEvents)
+    , m_idleTime(services.idleTime)
     , m_lastSaveDate(services.clock->now())
 {
     Q_ASSERT(m_snapshotStore && m_reportStore && m_reportService && m_llmService && m_logManager && m_settings);
@@ -148,7 +151,7 @@ void ActivityMonitor::clearLastError()
 
 QCoro::Task<> ActivityMonitor::performCapture()
 {
-    if (m_screenState != ScreenState::Active) {
+    if (m_screenState == ScreenState::Locked || m_screenState == ScreenState::Sleeping) {
         co_await recordScreenStateSnapshot();
         co_return;
     }
@@ -158,7 +161,13 @@ QCoro::Task<> ActivityMonitor::performCapture()
     }
     setScreenshotCount(m_screenshotCount + 1);
     setLastScreenshotTime(m_clock->now());
-    co_await analyzeWithAI(screenshot->data, screenshot->hash);
+    if (co_await recordWithoutAnalysis(*screenshot)) {
+        co_return;
+    }
+    const QString context = labelContext();
+    if (const std::optional<ActivitySnapshot> analysed = co_await analyzeWithAI(screenshot->data, screenshot->hash)) {
+        m_screenChanges.rememberAnalysis(screenshot->thumbnail, *analysed, context);
+    }
 }
 
 void ActivityMonitor::registerScreenStateObservers()
@@ -233,9 +242,10 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
         } else {
             setLastError(u"Screenshot failed: "_s + grab.error->description());
         }
-    } else if (const std::optional<QByteArray> data
-        = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth)) {
-        co_return CapturedScreenshot {*data, ScreenCaptureService::sha256Hex(*data)};
+    } else if (const QImage scaled = ScreenCaptureService::scaledDown(grab.image, ScreenCaptureService::maxImageWidth);
+               const std::optional<QByteArray> data = PngEncoder::encode(scaled)) {
+        const QString hash = ScreenCaptureService::sha256Hex(*data);
+        co_return CapturedScreenshot {*data, hash, ScreenThumbnail::of(scaled, hash)};
     } else {
         setLastError(u"Screenshot failed: "_s + imageConversionFailedText);
     }
@@ -245,9 +255,86 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
     co_return std::nullopt;
 }
 
+// Presence
+
+QCoro::Task<bool> ActivityMonitor::recordWithoutAnalysis(CapturedScreenshot screenshot)
+{
+    // Input idle on a screen that keeps changing (a call, a film, a build) is not away.
+    const bool still = m_screenChanges.stillSinceLastTick(screenshot.thumbnail);
+    if (still && co_await isAwayFromInput()) {
+        // A lock or a sleep that came while the desktop answered keeps its own state.
+        if (m_screenState == ScreenState::Active || m_screenState == ScreenState::Away) {
+            if (m_screenState == ScreenState::Active) {
+                log(u"🚶 No input and a still screen - away"_s, LogType::Info);
+            }
+            setScreenState(ScreenState::Away);
+            co_await recordScreenStateSnapshot();
+            co_return true;
+        }
+    }
+    if (m_screenState == ScreenState::Away) {
+        setScreenState(ScreenState::Active);
+        log(u"👋 No longer away - resuming analysis"_s, LogType::Info);
+    }
+    if (!m_settings->boolean(SettingsKey::skipUnchangedScreens, true)) {
+        co_return false;
+    }
+    const std::optional<ActivitySnapshot> analysed
+        = m_screenChanges.reusableAnalysis(screenshot.thumbnail, m_clock->now(), labelContext());
+    if (!analysed) {
+        co_return false;
+    }
+    recordReusedAnalysis(*analysed, screenshot.hash);
+    co_return true;
+}
+
+QCoro::Task<bool> ActivityMonitor::isAwayFromInput()
+{
+    const int minutes = m_settings->integer(SettingsKey::awayThresholdMinutes, defaultAwayThresholdMinutes);
+    if (minutes <= 0 || !m_idleTime) {
+        co_return false;
+    }
+    const std::chrono::milliseconds threshold = std::chrono::minutes(minutes);
+    const std::optional<std::chrono::milliseconds> idle = co_await m_idleTime->idleTime(threshold);
+    if (!idle) {
+        if (!m_reportedNoIdleTime) {
+            m_reportedNoIdleTime = true;
+            log(u"⚠️ This desktop does not tell how long the input has been idle - time away is not detected"_s,
+                LogType::Warning);
+        }
+        co_return false;
+    }
+    co_return *idle >= threshold;
+}
+
+void ActivityMonitor::recordReusedAnalysis(const ActivitySnapshot &analysed, const QString &imageHash)
+{
+    const QDateTime now = m_clock->now();
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = now;
+    snapshot.aiCategory = analysed.aiCategory;
+    snapshot.imageHash = imageHash;
+    snapshot.projectName = analysed.projectName;
+    snapshot.activityDescription = analysed.activityDescription;
+    storeSnapshot(snapshot);
+
+    setLastCaptureTime(now);
+    setCaptureCount(m_captureCount + 1);
+    log(u"♻️ Screen unchanged - reused ["_s + snapshot.aiCategory + u"] "_s
+            + snapshot.activityDescription.value_or(QString()),
+        LogType::Info);
+}
+
+QString ActivityMonitor::labelContext() const
+{
+    return m_settings->string(SettingsKey::userProjects) + u'\n' + m_settings->string(SettingsKey::categorizeBy) + u'\n'
+        + m_settings->string(SettingsKey::selectedOllamaModel);
+}
+
 // Snapshot recording
 
-QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString imageHash)
+QCoro::Task<std::optional<ActivitySnapshot>> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString imageHash)
 {
     AIAnalysisResult result;
     std::optional<QString> failure;
@@ -262,7 +349,7 @@ QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString image
     if (failure) {
         setLastError(u"AI analysis failed: "_s + *failure);
         log(u"⚠️ "_s + lastError(), LogType::Warning);
-        co_return;
+        co_return std::nullopt;
     }
 
     const QDateTime now = m_clock->now();
@@ -280,6 +367,7 @@ QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString image
     setCaptureCount(m_captureCount + 1);
     setAiAnalysisCount(m_aiAnalysisCount + 1);
     setLastError(std::nullopt);
+    co_return snapshot;
 }
 
 QCoro::Task<> ActivityMonitor::recordScreenStateSnapshot()
@@ -302,6 +390,8 @@ QCoro::Task<> ActivityMonitor::recordScreenStateSnapshot()
         word = u"locked"_s;
     } else if (state == ScreenState::Sleeping) {
         word = u"sleeping"_s;
+    } else if (state == ScreenState::Away) {
+        word = u"away"_s;
     }
     log(u"["_s + word + u"] "_s + marker, LogType::Info);
     co_return;

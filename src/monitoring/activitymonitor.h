@@ -2,6 +2,7 @@
 
 #include "core/activitysnapshot.h"
 #include "core/logmanager.h"
+#include "monitoring/screenchangedetector.h"
 #include "monitoring/screeneventsource.h"
 
 #include <QByteArray>
@@ -20,6 +21,7 @@ class ActivitySnapshotStore;
 class Clock;
 class DailyReportService;
 class DailyReportStore;
+class IdleTimeSource;
 class LLMService;
 class ScreenCaptureService;
 class Settings;
@@ -45,6 +47,7 @@ public:
     static constexpr auto dailyCheckInterval = std::chrono::seconds(60);
     static constexpr int maxDatabaseRecords = 1000;
     static constexpr int maxInMemorySnapshots = 20;
+    static constexpr int defaultAwayThresholdMinutes = 5;
 
     // Everything the monitor works with, built once by the composition root. None is owned.
     struct Services
@@ -62,6 +65,8 @@ public:
         ScreenEventSource *screenEvents = nullptr;
         // Displays awake, for the day rollover: followed from configure() on.
         WakeEventSource *wakeEvents = nullptr;
+        // How long the input has been idle; without it no tick is ever "Away".
+        IdleTimeSource *idleTime = nullptr;
     };
 
     // Reads no file and starts nothing.
@@ -117,6 +122,7 @@ private:
     {
         QByteArray data; // PNG
         QString hash; // SHA-256, lower-case hex
+        ScreenThumbnail thumbnail;
     };
 
     // Capture cycle
@@ -127,8 +133,15 @@ private:
     // Screen capture
     [[nodiscard]] QCoro::Task<std::optional<CapturedScreenshot>> captureScreenshot();
 
-    // Snapshot recording
-    [[nodiscard]] QCoro::Task<> analyzeWithAI(QByteArray imageData, QString imageHash);
+    // Presence: true when the tick has been recorded as "Away" or with the last analysis again.
+    [[nodiscard]] QCoro::Task<bool> recordWithoutAnalysis(CapturedScreenshot screenshot);
+    [[nodiscard]] QCoro::Task<bool> isAwayFromInput();
+    void recordReusedAnalysis(const ActivitySnapshot &analysed, const QString &imageHash);
+    // What an analysis's labels depend on besides the screen: the user's lists and the model.
+    [[nodiscard]] QString labelContext() const;
+
+    // Snapshot recording; gives the recorded snapshot.
+    [[nodiscard]] QCoro::Task<std::optional<ActivitySnapshot>> analyzeWithAI(QByteArray imageData, QString imageHash);
     [[nodiscard]] QCoro::Task<> recordScreenStateSnapshot();
     // The four storing steps; holds no suspension.
     void storeSnapshot(const ActivitySnapshot &snapshot);
@@ -169,6 +182,7 @@ private:
     ScreenCaptureService *m_screenCapture = nullptr;
     ScreenEventSource *m_screenEvents = nullptr;
     WakeEventSource *m_wakeEvents = nullptr;
+    IdleTimeSource *m_idleTime = nullptr;
 
     bool m_isMonitoring = false;
     ScreenState m_screenState = ScreenState::Active;
@@ -192,4 +206,7 @@ private:
     bool m_isConfigured = false;
     // Set while a check or catch-up is finalising, so overlapping checks do not finalise a day twice.
     bool m_rolloverInProgress = false;
+
+    ScreenChangeDetector m_screenChanges;
+    bool m_reportedNoIdleTime = false;
 };

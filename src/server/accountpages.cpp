@@ -369,15 +369,18 @@ HttpReply AccountPages::day(const Visitor &visitor, const QString &date)
     for (qsizetype i = 0; i < snapshots.size(); ++i) {
         const ActivitySnapshot &snapshot = snapshots[i];
         if (snapshot.isInactiveScreenState()) {
-            // A run of lock and sleep records is one gap in the day.
+            // A run of the same marker is one gap in the day, named for what it was.
             qsizetype last = i;
-            while (last + 1 < snapshots.size() && snapshots[last + 1].isInactiveScreenState()) {
+            while (last + 1 < snapshots.size() && snapshots[last + 1].isInactiveScreenState()
+                && snapshots[last + 1].activityDescription == snapshot.activityDescription) {
                 ++last;
             }
-            const QString label
-                = snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)
-                ? u"Display asleep"_s
-                : u"Screen locked"_s;
+            QString label = u"Screen locked"_s;
+            if (snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)) {
+                label = u"Display asleep"_s;
+            } else if (snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Away)) {
+                label = u"Away"_s;
+            }
             rows += u"<tr class=\"gap\"><td class=\"time\">%1</td><td colspan=\"2\">%2%3</td></tr>"_s.arg(
                 clock(snapshot), label, last > i ? u" until %1"_s.arg(clock(snapshots[last])) : QString());
             i = last;

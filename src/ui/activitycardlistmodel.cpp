@@ -19,9 +19,7 @@ ActivityCardPresentation ActivityCardPresentation::present(
         card.categoryColor = ActivityLabelStyle::color(category);
     }
     const QString description = snapshot.activityDescription.value_or(QString());
-    const bool isMarker = description == ActivitySnapshot::screenStateMarker(ScreenState::Locked)
-        || description == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping);
-    if (!isMarker) {
+    if (!snapshot.isInactiveScreenState()) {
         const QString project = snapshot.effectiveProjectName(userProjects);
         if (project != UserPreferences::otherLabel) {
             card.projectChip = project;

@@ -43,8 +43,10 @@ MainScreenModel::MainScreenModel(const Services &services, QObject *parent)
     ActivityMonitor *monitor = m_services.monitor;
     connect(monitor, &ActivityMonitor::isMonitoringChanged, this, [this] {
         Q_EMIT isMonitoringChanged();
+        Q_EMIT statusChanged();
         Q_EMIT controlChanged();
     });
+    connect(monitor, &ActivityMonitor::screenStateChanged, this, &MainScreenModel::statusChanged);
     connect(monitor, &ActivityMonitor::lastErrorChanged, this, &MainScreenModel::bannerChanged);
     // Each capture rebuilds the Report tab.
     connect(monitor, &ActivityMonitor::captureCountChanged, this, &MainScreenModel::refresh);
@@ -81,14 +83,21 @@ bool MainScreenModel::isMonitoring() const
     return m_services.monitor->isMonitoring();
 }
 
+// Away is said as such: monitoring goes on, but the time does not count.
 QString MainScreenModel::statusText() const
 {
-    return isMonitoring() ? u"Active"_s : u"Inactive"_s;
+    if (!isMonitoring()) {
+        return u"Inactive"_s;
+    }
+    return m_services.monitor->screenState() == ScreenState::Away ? u"Away"_s : u"Active"_s;
 }
 
 QColor MainScreenModel::statusColor() const
 {
-    return isMonitoring() ? TamloTheme::green() : TamloTheme::gray();
+    if (!isMonitoring()) {
+        return TamloTheme::gray();
+    }
+    return m_services.monitor->screenState() == ScreenState::Away ? TamloTheme::orange() : TamloTheme::green();
 }
 
 QString MainScreenModel::controlLabel() const

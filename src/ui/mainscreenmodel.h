@@ -31,8 +31,8 @@ class MainScreenModel : public QObject
     QML_UNCREATABLE("Built by the application")
     Q_PROPERTY(bool didCompleteInitialSetup READ didCompleteInitialSetup NOTIFY didCompleteInitialSetupChanged)
     Q_PROPERTY(bool isMonitoring READ isMonitoring NOTIFY isMonitoringChanged)
-    Q_PROPERTY(QString statusText READ statusText NOTIFY isMonitoringChanged)
-    Q_PROPERTY(QColor statusColor READ statusColor NOTIFY isMonitoringChanged)
+    Q_PROPERTY(QString statusText READ statusText NOTIFY statusChanged)
+    Q_PROPERTY(QColor statusColor READ statusColor NOTIFY statusChanged)
     Q_PROPERTY(QString controlLabel READ controlLabel NOTIFY controlChanged)
     Q_PROPERTY(QString controlIcon READ controlIcon NOTIFY controlChanged)
     Q_PROPERTY(int selectedTab READ selectedTab WRITE setSelectedTab NOTIFY selectedTabChanged)
@@ -135,6 +135,7 @@ public:
 Q_SIGNALS:
     void didCompleteInitialSetupChanged();
     void isMonitoringChanged();
+    void statusChanged();
     void controlChanged();
     void selectedTabChanged();
     void showingAboutChanged();

@@ -17,6 +17,7 @@ SettingsViewModel::SettingsViewModel(
     , m_check(new ModelStatusCheck(llmService, this))
     , m_tracking(new TrackingPreferencesModel(settings, false, false, this))
     , m_launchAtLogin(new LaunchAtLoginModel(loginItem, false, this))
+    , m_presence(new PresenceSettingsModel(settings, this))
 {
     connect(m_llmService, &LLMService::localModelNameChanged, this, &SettingsViewModel::selectedModelChanged);
     connect(m_check, &ModelStatusCheck::isCheckingChanged, this, &SettingsViewModel::statusChanged);

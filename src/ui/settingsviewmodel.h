@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ui/launchatloginmodel.h"
+#include "ui/presencesettingsmodel.h"
 #include "ui/trackingpreferencesmodel.h"
 
 #include <QObject>
@@ -31,6 +32,7 @@ class SettingsViewModel : public QObject
     Q_PROPERTY(bool showInstallBox READ showInstallBox NOTIFY statusChanged)
     Q_PROPERTY(TrackingPreferencesModel *tracking READ tracking CONSTANT)
     Q_PROPERTY(LaunchAtLoginModel *launchAtLogin READ launchAtLogin CONSTANT)
+    Q_PROPERTY(PresenceSettingsModel *presence READ presence CONSTANT)
 
 public:
     SettingsViewModel(LLMService *llmService, Settings *settings, LoginItem *loginItem, DesktopActions *desktop,
@@ -49,6 +51,7 @@ public:
     [[nodiscard]] bool showInstallBox() const { return !modelAvailable(); }
     [[nodiscard]] TrackingPreferencesModel *tracking() const { return m_tracking; }
     [[nodiscard]] LaunchAtLoginModel *launchAtLogin() const { return m_launchAtLogin; }
+    [[nodiscard]] PresenceSettingsModel *presence() const { return m_presence; }
 
     // The tab came on screen: follow the service's model and check it afresh.
     Q_INVOKABLE void appear();
@@ -64,4 +67,5 @@ private:
     ModelStatusCheck *m_check = nullptr;
     TrackingPreferencesModel *m_tracking = nullptr;
     LaunchAtLoginModel *m_launchAtLogin = nullptr;
+    PresenceSettingsModel *m_presence = nullptr;
 };

@@ -1,4 +1,5 @@
 #include "monitoring/screencaptureservice.h"
+#include "platform/x11idletime.h"
 #include "platform/x11screengrabber.h"
 
 #include <QCoroTask>
@@ -157,6 +158,26 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHund
             EXPECT_EQ(png.pixelColor(scaled).rgb(), expected.rgb()) << column << "," << row;
         }
     }
+}
+// The server's own count of the time since the last input, which input through XTEST resets;
+// no server, no answer.
+TEST_F(X11CaptureTest, IdleTimeGrowsUntilInputComes)
+{
+    X11IdleTime source(qgetenv("DISPLAY"));
+    const auto idle = [&source] { return QCoro::waitFor(source.idleTime(std::chrono::minutes(1))); };
+    ASSERT_EQ(QProcess::execute(u"xdotool"_s, {u"mousemove"_s, u"5"_s, u"5"_s}), 0);
+    QTest::qWait(1200);
+    const std::optional<std::chrono::milliseconds> before = idle();
+    ASSERT_TRUE(before.has_value());
+    EXPECT_GE(*before, std::chrono::milliseconds(1000));
+
+    ASSERT_EQ(QProcess::execute(u"xdotool"_s, {u"mousemove"_s, u"40"_s, u"40"_s}), 0);
+    const std::optional<std::chrono::milliseconds> after = idle();
+    ASSERT_TRUE(after.has_value());
+    EXPECT_LT(*after, std::chrono::milliseconds(1000));
+
+    EXPECT_FALSE(QCoro::waitFor(X11IdleTime(QByteArray()).idleTime(std::chrono::minutes(1))).has_value());
+    EXPECT_FALSE(QCoro::waitFor(X11IdleTime(":4093").idleTime(std::chrono::minutes(1))).has_value());
 }
 } // namespace
 

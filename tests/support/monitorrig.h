@@ -97,6 +97,7 @@ protected:
             .screenCapture = screenCapture ? screenCapture : capture.get(),
             .screenEvents = events,
             .wakeEvents = events,
+            .idleTime = idleTime,
         });
     }
 
@@ -133,5 +134,6 @@ protected:
     LLMTimeouts llmTimeouts;
     std::unique_ptr<DailyReportService> reportService;
     std::unique_ptr<ScreenCaptureService> capture;
+    IdleTimeSource *idleTime = nullptr; // none: never away
     std::unique_ptr<ActivityMonitor> monitor;
 };

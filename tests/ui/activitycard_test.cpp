@@ -29,15 +29,18 @@ TEST(ActivityCardTest, AnalysedRecordShowsCategoryProjectAndNote)
     EXPECT_EQ(card.description, u"Answering mail"_s);
 }
 
-TEST(ActivityCardTest, LockedMarkerShowsOnlyTimeAndDescription)
+TEST(ActivityCardTest, MarkersShowOnlyTimeAndDescription)
 {
-    const auto card = ActivityCardPresentation::present(
-        snapshot(u"Other"_s, u"Tamlo"_s, ActivitySnapshot::screenStateMarker(ScreenState::Locked)), {u"Tamlo"_s});
-    EXPECT_FALSE(card.categoryChip.has_value());
-    EXPECT_FALSE(card.projectChip.has_value());
-    EXPECT_FALSE(card.showNoteBadge);
-    EXPECT_EQ(card.description, u"Screen Locked"_s);
-    EXPECT_FALSE(card.timeText.isEmpty());
+    for (const ScreenState state : {ScreenState::Locked, ScreenState::Sleeping, ScreenState::Away}) {
+        const QString marker = ActivitySnapshot::screenStateMarker(state);
+        SCOPED_TRACE(marker.toStdString());
+        const auto card = ActivityCardPresentation::present(snapshot(u"Other"_s, u"Tamlo"_s, marker), {u"Tamlo"_s});
+        EXPECT_FALSE(card.categoryChip.has_value());
+        EXPECT_FALSE(card.projectChip.has_value());
+        EXPECT_FALSE(card.showNoteBadge);
+        EXPECT_EQ(card.description, marker);
+        EXPECT_FALSE(card.timeText.isEmpty());
+    }
 }
 
 TEST(ActivityCardTest, OtherProjectBlankCategoryAndBlankNoteShowNoChipsUnlessTheNoteNamesAProject)

@@ -98,6 +98,8 @@ struct UiTestEnvironment
               .wakeEvents = &events})
         , autostart(home.path() + QStringLiteral("/.config/autostart"), QStringLiteral("tamlo"))
     {
+        // Each capture stands for a new screen that the model describes.
+        settings.setBoolean(SettingsKey::skipUnchangedScreens, false);
         ollama.on("GET", "/api/tags", [this](const StandInServer::Request &) {
             return StandInServer::Reply {200, StandInOllama::tagsBody(installedModels)};
         });

@@ -149,6 +149,8 @@ Basic.ScrollView {
             }
         }
 
+        PresenceSection { width: parent.width; model: view.settings.presence }
+
         SurfaceCard {
             width: parent.width
             LaunchAtLoginToggle {
