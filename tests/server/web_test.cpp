@@ -291,6 +291,37 @@ TEST_P(WebTest, ExportHoldsExactlyWhatWasUploaded)
     EXPECT_EQ(browser.get(u"/days/..%2F..%2Fetc"_s).status, 404);
 }
 
+// Each run of one marker is one gap named for it; a marker this server does not know is shown as
+// the text it is.
+TEST_P(WebTest, DayPageNamesEachRunOfMarkersAndShowsUnknownOnesAsText)
+{
+    QByteArray records;
+    const QList<std::pair<const char *, const char *>> day {{"09:00:00", "Editing the export"}, {"09:30:00", "Away"},
+        {"09:30:30", "Away"}, {"09:31:00", "Away"}, {"09:31:30", "Screen Shared"}, {"09:32:00", "Screen Locked"}};
+    for (qsizetype i = 0; i < day.size(); ++i) {
+        records += QByteArray(R"({"id":"00000000-0000-4000-8000-00000000000%1","timestamp":"2026-11-17T%2Z",)"
+                              R"("activityType":"Other","projectName":"Other","activityDescription":"%3"},)")
+                       .replace("%1", QByteArray::number(i))
+                       .replace("%2", day[i].first)
+                       .replace("%3", day[i].second);
+    }
+    records.chop(1);
+    const QByteArray body = R"({"timezone":"Europe/Berlin","deviceId":"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11",)"
+                            R"("backfillComplete":false,"days":[{"date":"2026-11-17","snapshots":[)"
+        + records + "]}]}";
+    ASSERT_EQ(send("POST", u"/activity/sync"_s, body, sessionFor(u"ada@example.org"_s)).status, 200);
+    Browser browser(baseUrl);
+    signIn(browser, u"ada@example.org"_s);
+
+    const QString page = browser.get(u"/days/2026-11-17"_s).text();
+    for (const QString &row :
+        {u"<tr class=\"gap\"><td class=\"time\">10:30</td><td colspan=\"2\">Away until 10:31</td>"_s,
+            u"<td>Screen Shared</td></tr><tr class=\"gap\"><td class=\"time\">10:32</td><td colspan=\"2\">Screen "
+            "locked</td>"_s}) {
+        EXPECT_TRUE(page.contains(row)) << row.toStdString() << "\n" << page.toStdString();
+    }
+}
+
 TEST_P(WebTest, DeletingTheAccountLeavesNoRowOfItsDataAndEndsEverySession)
 {
     const QString appSession = sessionFor(u"ada@example.org"_s);

@@ -7,6 +7,7 @@
 #include "core/settings.h"
 #include "fakeclock.h"
 #include "monitoring/activitymonitor.h"
+#include "monitoring/idletimesource.h"
 #include "monitoring/screencaptureservice.h"
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
@@ -61,6 +62,17 @@ private:
     std::map<quint64, std::function<void()>> m_wake;
 };
 
+// Input idle for as long as the test says.
+class SetIdleTime final : public IdleTimeSource
+{
+public:
+    std::chrono::milliseconds idle {0};
+    QCoro::Task<std::optional<std::chrono::milliseconds>> idleTime(std::chrono::milliseconds) override
+    {
+        co_return idle;
+    }
+};
+
 // Records what the screens asked of the desktop instead of opening a browser.
 class RecordingDesktop final : public DesktopActions
 {
@@ -95,7 +107,8 @@ struct UiTestEnvironment
               .clock = &clock,
               .screenCapture = &captureService,
               .screenEvents = &events,
-              .wakeEvents = &events})
+              .wakeEvents = &events,
+              .idleTime = &idleTime})
         , autostart(home.path() + QStringLiteral("/.config/autostart"), QStringLiteral("tamlo"))
     {
         // Each capture stands for a new screen that the model describes.
@@ -138,6 +151,7 @@ struct UiTestEnvironment
     StillImageGrabber grabber;
     ScreenCaptureService captureService;
     FakeScreenEvents events;
+    SetIdleTime idleTime;
     DailyReportService reportService;
     ActivityMonitor monitor;
     RecordingDesktop desktop;
