@@ -53,7 +53,8 @@ TamloApp::TamloApp(QObject *parent)
           .screenCapture = &m_screenCapture,
           .screenEvents = &m_screenEvents,
           .wakeEvents = &m_screenEvents,
-          .idleTime = &m_idleTime})
+          .idleTime = &m_idleTime,
+          .ownWindows = &m_ownWindows})
     , m_launchTarget(&m_monitor)
     , m_appConfig(&m_settings)
     , m_authService(&m_nam, m_appConfig, m_paths.credentialsDir)

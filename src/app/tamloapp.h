@@ -19,6 +19,7 @@
 #include "platform/dbusscreenevents.h"
 #include "platform/linuxdesktopactions.h"
 #include "platform/portalscreengrabber.h"
+#include "platform/qtownwindows.h"
 #include "platform/x11idletime.h"
 #include "platform/x11screengrabber.h"
 #include "platform/xdgautostart.h"
@@ -89,6 +90,7 @@ private:
     DBusIdleTime m_mutterIdleTime;
     DBusIdleTime m_screenSaverIdleTime;
     CompositeIdleTimeSource m_idleTime;
+    QtOwnWindows m_ownWindows;
     ActivityMonitor m_monitor;
     MonitorLaunchTarget m_launchTarget;
     AppConfig m_appConfig;

@@ -8,6 +8,7 @@
 #include "core/tamlodatapaths.h"
 #include "core/userpreferences.h"
 #include "monitoring/idletimesource.h"
+#include "monitoring/ownwindowsource.h"
 #include "monitoring/pngencoder.h"
 #include "monitoring/screencaptureservice.h"
 #include "reports/dailyreportservice.h"
@@ -60,6 +61,7 @@ ActivityMonitor::ActivityMonitor(const Services &services, QObject *parent)
     , m_screenEvents(services.screenEvents)
     , m_wakeEvents(services.wakeEvents)
     , m_idleTime(services.idleTime)
+    , m_ownWindows(services.ownWindows)
     , m_lastSaveDate(services.clock->now())
 {
     Q_ASSERT(m_snapshotStore && m_reportStore && m_reportService && m_llmService && m_logManager && m_settings);
@@ -245,7 +247,8 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
     } else if (const QImage scaled = ScreenCaptureService::scaledDown(grab.image, ScreenCaptureService::maxImageWidth);
                const std::optional<QByteArray> data = PngEncoder::encode(scaled)) {
         const QString hash = ScreenCaptureService::sha256Hex(*data);
-        co_return CapturedScreenshot {*data, hash, ScreenThumbnail::of(scaled, hash)};
+        co_return CapturedScreenshot {
+            *data, hash, ScreenThumbnail::of(scaled, hash, ownWindowAreas(grab.image, scaled))};
     } else {
         setLastError(u"Screenshot failed: "_s + imageConversionFailedText);
     }
@@ -324,6 +327,16 @@ void ActivityMonitor::recordReusedAnalysis(const ActivitySnapshot &analysed, con
     log(u"♻️ Screen unchanged - reused ["_s + snapshot.aiCategory + u"] "_s
             + snapshot.activityDescription.value_or(QString()),
         LogType::Info);
+}
+
+QList<QRect> ActivityMonitor::ownWindowAreas(const QImage &grabbed, const QImage &scaled) const
+{
+    QList<QRect> areas = m_ownWindows ? m_ownWindows->ownWindowAreas() : QList<QRect>();
+    const double factor = grabbed.width() > 0 ? double(scaled.width()) / grabbed.width() : 1.0;
+    for (QRect &area : areas) {
+        area = QRectF(QPointF(area.topLeft()) * factor, QSizeF(area.size()) * factor).toAlignedRect();
+    }
+    return areas;
 }
 
 QString ActivityMonitor::labelContext() const

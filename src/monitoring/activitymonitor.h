@@ -22,6 +22,7 @@ class Clock;
 class DailyReportService;
 class DailyReportStore;
 class IdleTimeSource;
+class OwnWindowSource;
 class LLMService;
 class ScreenCaptureService;
 class Settings;
@@ -67,6 +68,8 @@ public:
         WakeEventSource *wakeEvents = nullptr;
         // How long the input has been idle; without it no tick is ever "Away".
         IdleTimeSource *idleTime = nullptr;
+        // Tamlo's own windows, which a screen change leaves out.
+        const OwnWindowSource *ownWindows = nullptr;
     };
 
     // Reads no file and starts nothing.
@@ -137,6 +140,8 @@ private:
     [[nodiscard]] QCoro::Task<bool> recordWithoutAnalysis(CapturedScreenshot screenshot);
     [[nodiscard]] QCoro::Task<bool> isAwayFromInput();
     void recordReusedAnalysis(const ActivitySnapshot &analysed, const QString &imageHash);
+    // Tamlo's own windows, in the pixels of the scaled screenshot.
+    [[nodiscard]] QList<QRect> ownWindowAreas(const QImage &grabbed, const QImage &scaled) const;
     // What an analysis's labels depend on besides the screen: the user's lists and the model.
     [[nodiscard]] QString labelContext() const;
 
@@ -183,6 +188,7 @@ private:
     ScreenEventSource *m_screenEvents = nullptr;
     WakeEventSource *m_wakeEvents = nullptr;
     IdleTimeSource *m_idleTime = nullptr;
+    const OwnWindowSource *m_ownWindows = nullptr;
 
     bool m_isMonitoring = false;
     ScreenState m_screenState = ScreenState::Active;

@@ -16,7 +16,7 @@ bool isRgb32(QImage::Format format)
 }
 } // namespace
 
-ScreenThumbnail ScreenThumbnail::of(const QImage &scaled, QString imageHash)
+ScreenThumbnail ScreenThumbnail::of(const QImage &scaled, QString imageHash, const QList<QRect> &ignored)
 {
     ScreenThumbnail thumbnail;
     thumbnail.imageHash = std::move(imageHash);
@@ -45,6 +45,14 @@ ScreenThumbnail ScreenThumbnail::of(const QImage &scaled, QString imageHash)
         }
         for (int column = 0; column < thumbnail.width; ++column) {
             *out++ = uchar(sums[size_t(column)] / (4 * samplesPerCell));
+        }
+    }
+    for (const QRect &area : ignored) {
+        const QRect cells = QRect(QPoint(area.left() / cellSize, area.top() / cellSize),
+            QPoint(area.right() / cellSize, area.bottom() / cellSize))
+                                .intersected(QRect(0, 0, thumbnail.width, thumbnail.height));
+        for (int row = cells.top(); row <= cells.bottom(); ++row) {
+            std::fill_n(thumbnail.grey.data() + qsizetype(row) * thumbnail.width + cells.left(), cells.width(), 0);
         }
     }
     return thumbnail;

@@ -5,6 +5,8 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QImage>
+#include <QList>
+#include <QRect>
 #include <QString>
 
 #include <chrono>
@@ -22,8 +24,9 @@ struct ScreenThumbnail
     int height = 0;
     QByteArray grey; // width * height bytes, row by row
 
-    // Of the screenshot as scaled for the model; the hash identifies its PNG.
-    [[nodiscard]] static ScreenThumbnail of(const QImage &scaled, QString imageHash);
+    // Of the screenshot as scaled for the model; the hash identifies its PNG. The ignored areas,
+    // in the scaled image's pixels, read as black whatever they show.
+    [[nodiscard]] static ScreenThumbnail of(const QImage &scaled, QString imageHash, const QList<QRect> &ignored = {});
     [[nodiscard]] bool isNull() const { return grey.isEmpty(); }
 };
 

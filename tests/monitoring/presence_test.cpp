@@ -5,6 +5,7 @@
 #include "screenpairs.h"
 
 #include "monitoring/idletimesource.h"
+#include "monitoring/ownwindowsource.h"
 #include "monitoring/pngencoder.h"
 #include "platform/dbusidletime.h"
 #include "platform/x11idletime.h"
@@ -23,6 +24,14 @@ public:
     qulonglong idleMs = 0;
 public Q_SLOTS:
     qulonglong GetIdletime() { return idleMs; }
+};
+
+// Tamlo's panel, open where the test puts it.
+class OpenPanel final : public OwnWindowSource
+{
+public:
+    QList<QRect> areas;
+    [[nodiscard]] QList<QRect> ownWindowAreas() const override { return areas; }
 };
 
 // The freedesktop screen saver's idle time, as KDE gives it.
@@ -53,6 +62,7 @@ protected:
         sources = std::make_unique<CompositeIdleTimeSource>(
             QList<IdleTimeSource *> {&noX11, mutterIdle.get(), screenSaverIdle.get()});
         idleTime = sources.get();
+        ownWindows = &panel;
         buildMonitor();
         publish(&mutter, u"org.gnome.Mutter.IdleMonitor"_s, u"/org/gnome/Mutter/IdleMonitor/Core"_s);
     }
@@ -75,6 +85,7 @@ protected:
     [[nodiscard]] ActivitySnapshot latest() const { return monitor->latestSnapshots().value(0); }
 
     std::unique_ptr<QDBusConnection> desktop;
+    OpenPanel panel;
     StandInMutterIdle mutter;
     StandInScreenSaverIdle screenSaver;
     X11IdleTime noX11 {QByteArray()};
@@ -157,6 +168,19 @@ TEST_F(PresenceTest, AnAnalysisStandsInForTenMinutesAndForTheLabelsItWasMadeWith
     settings->setInteger(SettingsKey::awayThresholdMinutes, 0);
     setIdle(1h);
     EXPECT_EQ(ticksAsking(2), 2);
+}
+
+// What Tamlo's own panel shows follows the records, so it is no change of what the user does.
+TEST_F(PresenceTest, ChangesInsideTamlosOwnWindowsAreNoChange)
+{
+    panel.areas = {QRect(1000, 100, 480, 760)};
+    tick();
+    QPainter(&grabber.image).fillRect(1000, 100, 480, 760, Qt::darkRed);
+    tick();
+    EXPECT_EQ(analysisRequests(), 1);
+    QPainter(&grabber.image).fillRect(100, 500, 480, 300, Qt::darkRed);
+    tick();
+    EXPECT_EQ(analysisRequests(), 2);
 }
 
 TEST_F(PresenceTest, TheDesktopsSourcesAreAskedInOrderAndNoAnswerIsSaidOnce)

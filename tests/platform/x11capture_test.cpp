@@ -1,4 +1,5 @@
 #include "monitoring/screencaptureservice.h"
+#include "platform/qtownwindows.h"
 #include "platform/x11idletime.h"
 #include "platform/x11screengrabber.h"
 
@@ -159,6 +160,17 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHund
         }
     }
 }
+TEST_F(X11CaptureTest, OwnWindowsAreWhereTheScreenShowsThem)
+{
+    EXPECT_TRUE(QtOwnWindows().ownWindowAreas().isEmpty());
+    PatternWindow window;
+    window.setFlags(Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
+    window.setGeometry(120, 80, 320, 600);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    EXPECT_EQ(QtOwnWindows().ownWindowAreas(), QList<QRect> {QRect(120, 80, 320, 600)});
+}
+
 // The server's own count of the time since the last input, which input through XTEST resets;
 // no server, no answer.
 TEST_F(X11CaptureTest, IdleTimeGrowsUntilInputComes)

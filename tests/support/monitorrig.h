@@ -98,6 +98,7 @@ protected:
             .screenEvents = events,
             .wakeEvents = events,
             .idleTime = idleTime,
+            .ownWindows = ownWindows,
         });
     }
 
@@ -135,5 +136,6 @@ protected:
     std::unique_ptr<DailyReportService> reportService;
     std::unique_ptr<ScreenCaptureService> capture;
     IdleTimeSource *idleTime = nullptr; // none: never away
+    const OwnWindowSource *ownWindows = nullptr;
     std::unique_ptr<ActivityMonitor> monitor;
 };
