@@ -178,11 +178,6 @@ TEST_F(SettingsModelsTest, PresenceSwitchesWriteTheSettingsAndAwayComesBackWithI
     EXPECT_EQ(env.settings.integer(SettingsKey::awayThresholdMinutes, -1), PresenceSettingsModel::maximumMinutes);
     presence.setSkipUnchangedScreens(false);
     EXPECT_FALSE(env.settings.boolean(SettingsKey::skipUnchangedScreens, true));
-
-    // An edit by hand shows when the tab comes back.
-    env.settings.setInteger(SettingsKey::awayThresholdMinutes, 7);
-    presence.appear();
-    EXPECT_EQ(presence.awayMinutes(), 7);
 }
 
 TEST(AboutModelTest, VersionLineFallsBackWhenTheBuildFixedNone)

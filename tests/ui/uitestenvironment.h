@@ -63,9 +63,8 @@ private:
 };
 
 // Input idle for as long as the test says.
-class SetIdleTime final : public IdleTimeSource
+struct SetIdleTime final : IdleTimeSource
 {
-public:
     std::chrono::milliseconds idle {0};
     QCoro::Task<std::optional<std::chrono::milliseconds>> idleTime(std::chrono::milliseconds) override
     {

@@ -49,8 +49,10 @@ SurfaceCard {
         }
         Basic.SpinBox {
             id: minutes
-            width: 86
+            width: 84
             height: 24
+            leftPadding: 22
+            rightPadding: 22
             from: card.model.minimumMinutes
             to: card.model.maximumMinutes
             value: card.model.awayMinutes
@@ -58,6 +60,36 @@ SurfaceCard {
             font.pixelSize: Theme.captionSize
             onValueModified: card.model.awayMinutes = value
             Accessible.name: "Minutes without input before away"
+            contentItem: TextInput {
+                text: minutes.displayText
+                font: minutes.font
+                color: TamloTheme.primaryText
+                horizontalAlignment: Qt.AlignHCenter
+                verticalAlignment: Qt.AlignVCenter
+                readOnly: !minutes.editable
+                validator: minutes.validator
+                inputMethodHints: Qt.ImhDigitsOnly
+            }
+            down.indicator: StyledText {
+                x: 0
+                width: 22
+                height: minutes.height
+                text: "−"
+                textStyle: "subheadline"
+                horizontalAlignment: Text.AlignHCenter
+                verticalAlignment: Text.AlignVCenter
+                color: minutes.value > minutes.from ? TamloTheme.primaryText : TamloTheme.secondary
+            }
+            up.indicator: StyledText {
+                x: minutes.width - width
+                width: 22
+                height: minutes.height
+                text: "+"
+                textStyle: "subheadline"
+                horizontalAlignment: Text.AlignHCenter
+                verticalAlignment: Text.AlignVCenter
+                color: minutes.value < minutes.to ? TamloTheme.primaryText : TamloTheme.secondary
+            }
             background: Rectangle {
                 radius: 5
                 color: TamloTheme.surfaceField
