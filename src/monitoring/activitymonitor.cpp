@@ -227,12 +227,17 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
 {
     ScreenGrab grab = ScreenGrab::failure(ScreenCaptureError::Kind::NoDisplayAvailable);
     std::optional<QString> thrown;
+    const QPointer<ActivityMonitor> alive(this);
     if (m_screenCapture) {
         try {
             grab = co_await m_screenCapture->captureScreen();
         } catch (const std::exception &error) {
             thrown = QString::fromUtf8(error.what());
         }
+    }
+    // A tick can outlive the monitor: at quit, the replies it waits for are cancelled.
+    if (!alive) {
+        co_return std::nullopt;
     }
 
     if (thrown) {
@@ -264,7 +269,12 @@ QCoro::Task<bool> ActivityMonitor::recordWithoutAnalysis(CapturedScreenshot scre
 {
     // Input idle on a screen that keeps changing (a call, a film, a build) is not away.
     const bool still = m_screenChanges.stillSinceLastTick(screenshot.thumbnail);
-    if (still && co_await isAwayFromInput()) {
+    const QPointer<ActivityMonitor> alive(this);
+    const bool away = still && co_await isAwayFromInput();
+    if (!alive) {
+        co_return true;
+    }
+    if (away) {
         // A lock or a sleep that came while the desktop answered keeps its own state.
         if (m_screenState == ScreenState::Active || m_screenState == ScreenState::Away) {
             if (m_screenState == ScreenState::Active) {
@@ -298,7 +308,11 @@ QCoro::Task<bool> ActivityMonitor::isAwayFromInput()
         co_return false;
     }
     const std::chrono::milliseconds threshold = std::chrono::minutes(minutes);
+    const QPointer<ActivityMonitor> alive(this);
     const std::optional<std::chrono::milliseconds> idle = co_await m_idleTime->idleTime(threshold);
+    if (!alive) {
+        co_return false;
+    }
     if (!idle) {
         if (!m_reportedNoIdleTime) {
             m_reportedNoIdleTime = true;
@@ -351,6 +365,7 @@ QCoro::Task<std::optional<ActivitySnapshot>> ActivityMonitor::analyzeWithAI(QByt
 {
     AIAnalysisResult result;
     std::optional<QString> failure;
+    const QPointer<ActivityMonitor> alive(this);
     try {
         result = co_await m_llmService->analyzeScreenshot(std::move(imageData));
     } catch (const std::exception &error) {
@@ -359,6 +374,9 @@ QCoro::Task<std::optional<ActivitySnapshot>> ActivityMonitor::analyzeWithAI(QByt
         failure = u"Unknown error"_s;
     }
 
+    if (!alive) {
+        co_return std::nullopt;
+    }
     if (failure) {
         setLastError(u"AI analysis failed: "_s + *failure);
         log(u"⚠️ "_s + lastError(), LogType::Warning);
