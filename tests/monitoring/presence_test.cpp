@@ -109,8 +109,8 @@ TEST_F(PresenceTest, AStillScreenIsAnalysedOnceAndIdleInputOnItIsAwayUntilTheScr
         tick();
         EXPECT_EQ(std::pair(latest().activityDescription, monitor->screenState()),
             std::pair(std::optional(u"Away"_s), ScreenState::Away));
+        EXPECT_EQ(countOf(u"🚶 No input and a still screen - away"_s), 1);
     }
-    EXPECT_EQ(countOf(u"🚶 No input and a still screen - away"_s), 1);
 
     // A film or a call: no input, but the screen changes, so the first new picture is analysed.
     grabber.image = ScreenPairs::paint({});
@@ -182,6 +182,22 @@ TEST_F(PresenceTest, TheDesktopsSourcesAreAskedInOrderAndNoAnswerIsSaidOnce)
     EXPECT_EQ(
         countOf(u"⚠️ This desktop does not tell how long the input has been idle - time away is not detected"_s),
         1);
+}
+
+// A thumbnail's pixel is its cell's grey, ignored areas read black, and every tile counts.
+TEST(ScreenChangeTest, ThumbnailCellsAreGreysAndEveryTileCounts)
+{
+    QImage screen(64, 32, QImage::Format_RGB32); // 8 x 4 cells, 2 x 1 tiles
+    screen.fill(Qt::white);
+    QPainter(&screen).fillRect(8, 0, 8, 8, Qt::black);
+    const ScreenThumbnail thumbnail = ScreenThumbnail::of(screen, u"a"_s, {QRect(60, 28, 2, 2)});
+    EXPECT_EQ(std::tuple(thumbnail.grey.left(3), thumbnail.grey.back()), std::tuple(QByteArray("\xff\0\xff", 3), '\0'));
+    screen.fill(Qt::white);
+    EXPECT_EQ(ScreenChangeDetector::changedShare(thumbnail, ScreenThumbnail::of(screen, u"b"_s)), 1.0);
+    EXPECT_EQ(
+        ScreenChangeDetector::changedShare(thumbnail, ScreenThumbnail::of(screen, u"b"_s, {QRect(60, 28, 2, 2)})), 0.5);
+    EXPECT_EQ(
+        ScreenChangeDetector::changedShare(thumbnail, ScreenThumbnail::of(screen.copy(0, 0, 56, 32), u"c"_s)), 1.0);
 }
 
 // The measure behind "unchanged", on everyday pairs of screens taken the way a tick takes them.

@@ -171,6 +171,7 @@ TEST_F(SettingsModelsTest, PresenceSwitchesWriteTheSettingsAndAwayComesBackWithI
     EXPECT_EQ(presence.awayText(),
         u"After 1 minute without keyboard or mouse on a still screen, Tamlo records you as away."_s);
     presence.setDetectAway(false);
+    EXPECT_EQ(presence.awayMinutes(), 1) << "kept for switching on again";
     presence.setAwayMinutes(500);
     EXPECT_EQ(env.settings.integer(SettingsKey::awayThresholdMinutes, -1), 0);
     EXPECT_EQ(presence.awayText(), u"Off: time with no input counts like any other."_s);
