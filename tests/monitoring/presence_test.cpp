@@ -198,6 +198,14 @@ TEST(ScreenChangeTest, ThumbnailCellsAreGreysAndEveryTileCounts)
         ScreenChangeDetector::changedShare(thumbnail, ScreenThumbnail::of(screen, u"b"_s, {QRect(60, 28, 2, 2)})), 0.5);
     EXPECT_EQ(
         ScreenChangeDetector::changedShare(thumbnail, ScreenThumbnail::of(screen.copy(0, 0, 56, 32), u"c"_s)), 1.0);
+    // A grey that moves by the tolerance and no more has not visibly changed.
+    QImage lighter = screen;
+    screen.fill(QColor(100, 100, 100));
+    lighter.fill(QColor(100 + ScreenChangeDetector::greyTolerance, 100 + ScreenChangeDetector::greyTolerance,
+        100 + ScreenChangeDetector::greyTolerance));
+    EXPECT_EQ(
+        ScreenChangeDetector::changedShare(ScreenThumbnail::of(screen, u"d"_s), ScreenThumbnail::of(lighter, u"e"_s)),
+        0.0);
 }
 
 // The measure behind "unchanged", on everyday pairs of screens taken the way a tick takes them.
