@@ -41,6 +41,13 @@ TamloApp::TamloApp(QObject *parent)
     , m_screenEvents(QDBusConnection::sessionBus(), QDBusConnection::systemBus())
     , m_visibleWindows(visibleWindowSource(QProcessEnvironment::systemEnvironment()))
     , m_timedPause(&m_settings, &m_clock)
+    , m_x11IdleTime(qgetenv("DISPLAY"))
+    , m_mutterIdleTime(DBusIdleTime::mutter(QDBusConnection::sessionBus()))
+    , m_screenSaverIdleTime(DBusIdleTime::screenSaver(QDBusConnection::sessionBus()))
+    // Under Wayland the X server sees only the input of X clients, so it is not asked there.
+    , m_idleTime(m_screenCapture.session() == ScreenCaptureService::SessionType::Wayland
+              ? QList<IdleTimeSource *> {&m_mutterIdleTime, &m_screenSaverIdleTime}
+              : QList<IdleTimeSource *> {&m_x11IdleTime, &m_mutterIdleTime, &m_screenSaverIdleTime})
     , m_monitor(ActivityMonitor::Services {.snapshotStore = &m_snapshotStore,
           .reportStore = &m_reportStore,
           .reportService = &m_reportService,
@@ -52,7 +59,9 @@ TamloApp::TamloApp(QObject *parent)
           .screenEvents = &m_screenEvents,
           .wakeEvents = &m_screenEvents,
           .visibleWindows = m_visibleWindows.get(),
-          .timedPause = &m_timedPause})
+          .timedPause = &m_timedPause,
+          .idleTime = &m_idleTime,
+          .ownWindows = &m_ownWindows})
     , m_appConfig(&m_settings)
     , m_authService(&m_nam, m_appConfig, m_paths.credentialsDir)
     , m_syncService(&m_snapshotStore, &m_authService, &m_nam, m_appConfig, &m_settings, &m_logManager, &m_clock)

@@ -14,13 +14,17 @@
 #include "core/logmanager.h"
 #include "core/settings.h"
 #include "monitoring/activitymonitor.h"
+#include "monitoring/idletimesource.h"
 #include "monitoring/screencaptureservice.h"
 #include "monitoring/timedpause.h"
 #include "monitoring/visiblewindowsource.h"
+#include "platform/dbusidletime.h"
 #include "platform/dbusscreenevents.h"
 #include "platform/linuxdesktopactions.h"
 #include "platform/portalscreengrabber.h"
+#include "platform/qtownwindows.h"
 #include "platform/wlrscreencopygrabber.h"
+#include "platform/x11idletime.h"
 #include "platform/x11screengrabber.h"
 #include "platform/xdgautostart.h"
 #include "reports/dailyreportservice.h"
@@ -103,6 +107,11 @@ private:
     DBusScreenEvents m_screenEvents;
     std::unique_ptr<VisibleWindowSource> m_visibleWindows;
     TimedPause m_timedPause;
+    X11IdleTime m_x11IdleTime;
+    DBusIdleTime m_mutterIdleTime;
+    DBusIdleTime m_screenSaverIdleTime;
+    CompositeIdleTimeSource m_idleTime;
+    QtOwnWindows m_ownWindows;
     ActivityMonitor m_monitor;
     AppConfig m_appConfig;
     AuthService m_authService;

@@ -12,6 +12,7 @@ using namespace Qt::StringLiterals;
 namespace {
 const QString lockedMarker = u"Screen Locked"_s;
 const QString sleepingMarker = u"Display Sleeping"_s;
+const QString awayMarker = u"Away"_s;
 
 void putOptional(QJsonObject &object, const QString &key, const std::optional<QString> &value)
 {
@@ -44,13 +45,17 @@ QString ActivitySnapshot::screenStateMarker(ScreenState state)
         return lockedMarker;
     case ScreenState::Sleeping:
         return sleepingMarker;
+    case ScreenState::Away:
+        return awayMarker;
     }
     return u"Active"_s;
 }
 
 bool ActivitySnapshot::isInactiveScreenState() const
 {
-    return activityDescription && (*activityDescription == lockedMarker || *activityDescription == sleepingMarker);
+    return activityDescription
+        && (*activityDescription == lockedMarker || *activityDescription == sleepingMarker
+            || *activityDescription == awayMarker);
 }
 
 QString ActivitySnapshot::effectiveProjectName(const QStringList &userProjects) const

@@ -14,6 +14,8 @@ enum class ScreenState {
     Active,
     Locked,
     Sleeping,
+    // No input for the away threshold, and a screen that stood still.
+    Away,
 };
 
 // The one record of an observation: what the model saw at a tick, or the screen state instead.

@@ -29,10 +29,18 @@ std::optional<QString> Settings::optionalString(const QString &key) const
     return string(key);
 }
 
-bool Settings::boolean(const QString &key) const
+bool Settings::boolean(const QString &key, bool defaultValue) const
 {
     reload();
-    return m_settings->value(key, false).toBool();
+    return m_settings->value(key, defaultValue).toBool();
+}
+
+int Settings::integer(const QString &key, int defaultValue) const
+{
+    reload();
+    bool ok = false;
+    const int value = m_settings->value(key, defaultValue).toInt(&ok);
+    return ok ? value : defaultValue;
 }
 
 std::optional<QDateTime> Settings::date(const QString &key) const
@@ -62,6 +70,12 @@ void Settings::setString(const QString &key, const QString &value)
 }
 
 void Settings::setBoolean(const QString &key, bool value)
+{
+    m_settings->setValue(key, value);
+    m_settings->sync();
+}
+
+void Settings::setInteger(const QString &key, int value)
 {
     m_settings->setValue(key, value);
     m_settings->sync();

@@ -16,12 +16,15 @@ public:
 
     [[nodiscard]] QString string(const QString &key) const;
     [[nodiscard]] std::optional<QString> optionalString(const QString &key) const;
-    [[nodiscard]] bool boolean(const QString &key) const;
+    [[nodiscard]] bool boolean(const QString &key, bool defaultValue = false) const;
+    // The default also stands in for a value that is not a whole number.
+    [[nodiscard]] int integer(const QString &key, int defaultValue) const;
     [[nodiscard]] std::optional<QDateTime> date(const QString &key) const;
     [[nodiscard]] bool contains(const QString &key) const;
 
     void setString(const QString &key, const QString &value);
     void setBoolean(const QString &key, bool value);
+    void setInteger(const QString &key, int value);
     void setDate(const QString &key, const QDateTime &value);
     void remove(const QString &key);
 
@@ -50,4 +53,8 @@ inline const QString excludedApplications = QStringLiteral("excludedApplications
 inline const QString excludedTitleWords = QStringLiteral("excludedTitleWords");
 // The end of a timed pause, while one runs.
 inline const QString pausedUntil = QStringLiteral("pausedUntil");
+// Minutes without input, on a still screen, after which a tick records "Away"; 0 turns it off.
+inline const QString awayThresholdMinutes = QStringLiteral("awayThresholdMinutes");
+// A tick whose screen looks like the last analysed one reuses that analysis.
+inline const QString skipUnchangedScreens = QStringLiteral("skipUnchangedScreens");
 } // namespace SettingsKey

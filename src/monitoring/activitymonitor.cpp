@@ -9,6 +9,9 @@
 #include "core/textlimits.h"
 #include "core/userpreferences.h"
 #include "monitoring/privacyexclusions.h"
+#include "monitoring/idletimesource.h"
+#include "monitoring/ownwindowsource.h"
+#include "monitoring/pngencoder.h"
 #include "monitoring/screencaptureservice.h"
 #include "monitoring/timedpause.h"
 #include "monitoring/visiblewindowsource.h"
@@ -43,16 +46,23 @@ private:
     bool &m_flag;
 };
 
-// Counts a running step for as long as its frame lives.
+// Counts a running step for as long as its frame lives; a frame that outlives the counter's owner
+// leaves it alone.
 class CountGuard
 {
 public:
-    explicit CountGuard(int &count) : m_count(count) { ++m_count; }
-    ~CountGuard() { --m_count; }
+    CountGuard(const QObject *owner, int &count) : m_owner(owner), m_count(count) { ++m_count; }
+    ~CountGuard()
+    {
+        if (m_owner) {
+            --m_count;
+        }
+    }
     CountGuard(const CountGuard &) = delete;
     CountGuard &operator=(const CountGuard &) = delete;
 
 private:
+    QPointer<const QObject> m_owner;
     int &m_count;
 };
 
@@ -76,6 +86,8 @@ ActivityMonitor::ActivityMonitor(const Services &services, QObject *parent)
     , m_wakeEvents(services.wakeEvents)
     , m_visibleWindows(services.visibleWindows)
     , m_timedPause(services.timedPause)
+    , m_idleTime(services.idleTime)
+    , m_ownWindows(services.ownWindows)
     , m_lastSaveDate(services.clock->now())
 {
     Q_ASSERT(m_snapshotStore && m_reportStore && m_reportService && m_llmService && m_logManager && m_settings);
@@ -190,8 +202,8 @@ void ActivityMonitor::clearLastError()
 
 QCoro::Task<> ActivityMonitor::performCapture()
 {
-    const CountGuard running(m_ticksInFlight);
-    if (m_screenState != ScreenState::Active) {
+    const CountGuard running(this, m_ticksInFlight);
+    if (m_screenState == ScreenState::Locked || m_screenState == ScreenState::Sleeping) {
         co_await recordScreenStateSnapshot();
         co_return;
     }
@@ -204,7 +216,13 @@ QCoro::Task<> ActivityMonitor::performCapture()
     }
     setScreenshotCount(m_screenshotCount + 1);
     setLastScreenshotTime(m_clock->now());
-    co_await analyzeWithAI(screenshot->data, screenshot->hash);
+    if (co_await recordWithoutAnalysis(*screenshot)) {
+        co_return;
+    }
+    const QString context = labelContext();
+    if (const std::optional<ActivitySnapshot> analysed = co_await analyzeWithAI(screenshot->data, screenshot->hash)) {
+        m_screenChanges.rememberAnalysis(screenshot->thumbnail, *analysed, context);
+    }
 }
 
 void ActivityMonitor::registerScreenStateObservers()
@@ -262,12 +280,17 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
 {
     ScreenGrab grab = ScreenGrab::failure(ScreenCaptureError::Kind::NoDisplayAvailable);
     std::optional<QString> thrown;
+    const QPointer<ActivityMonitor> alive(this);
     if (m_screenCapture) {
         try {
             grab = co_await m_screenCapture->captureScreen();
         } catch (const std::exception &error) {
             thrown = QString::fromUtf8(error.what());
         }
+    }
+    // A tick can outlive the monitor: at quit, the replies it waits for are cancelled.
+    if (!alive) {
+        co_return std::nullopt;
     }
 
     if (thrown) {
@@ -282,9 +305,11 @@ QCoro::Task<std::optional<ActivityMonitor::CapturedScreenshot>> ActivityMonitor:
         } else {
             setLastError(u"Screenshot failed: "_s + grab.error->description());
         }
-    } else if (const std::optional<QByteArray> data
-        = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth)) {
-        co_return CapturedScreenshot {*data, ScreenCaptureService::sha256Hex(*data)};
+    } else if (const QImage scaled = ScreenCaptureService::scaledDown(grab.image, ScreenCaptureService::maxImageWidth);
+               const std::optional<QByteArray> data = PngEncoder::encode(scaled)) {
+        const QString hash = ScreenCaptureService::sha256Hex(*data);
+        co_return CapturedScreenshot {
+            *data, hash, ScreenThumbnail::of(scaled, hash, ownWindowAreas(grab.image, scaled))};
     } else {
         setLastError(u"Screenshot failed: "_s + imageConversionFailedText);
     }
@@ -303,7 +328,11 @@ QCoro::Task<bool> ActivityMonitor::skipAsPrivate()
     if (!m_visibleWindows || exclusions.isEmpty()) {
         co_return false;
     }
+    const QPointer<ActivityMonitor> alive(this);
     const VisibleWindowList list = co_await m_visibleWindows->visibleWindows();
+    if (!alive) {
+        co_return true;
+    }
     if (list.failure) {
         // Not knowing what is on screen is no licence to look.
         qCWarning(lcMonitoring) << "Window list unavailable:" << *list.failure;
@@ -327,12 +356,109 @@ QCoro::Task<bool> ActivityMonitor::skipAsPrivate()
     co_return true;
 }
 
+// Presence
+
+QCoro::Task<bool> ActivityMonitor::recordWithoutAnalysis(CapturedScreenshot screenshot)
+{
+    // Input idle on a screen that keeps changing (a call, a film, a build) is not away.
+    const bool still = m_screenChanges.stillSinceLastTick(screenshot.thumbnail);
+    const QPointer<ActivityMonitor> alive(this);
+    const bool away = still && co_await isAwayFromInput();
+    if (!alive) {
+        co_return true;
+    }
+    if (away) {
+        // A lock or a sleep that came while the desktop answered keeps its own state.
+        if (m_screenState == ScreenState::Active || m_screenState == ScreenState::Away) {
+            if (m_screenState == ScreenState::Active) {
+                log(u"🚶 No input and a still screen - away"_s, LogType::Info);
+            }
+            setScreenState(ScreenState::Away);
+            co_await recordScreenStateSnapshot();
+            co_return true;
+        }
+    }
+    if (m_screenState == ScreenState::Away) {
+        setScreenState(ScreenState::Active);
+        log(u"👋 No longer away - resuming analysis"_s, LogType::Info);
+    }
+    if (!m_settings->boolean(SettingsKey::skipUnchangedScreens, true)) {
+        co_return false;
+    }
+    const std::optional<ActivitySnapshot> analysed
+        = m_screenChanges.reusableAnalysis(screenshot.thumbnail, m_clock->now(), labelContext());
+    if (!analysed) {
+        co_return false;
+    }
+    recordReusedAnalysis(*analysed, screenshot.hash);
+    co_return true;
+}
+
+QCoro::Task<bool> ActivityMonitor::isAwayFromInput()
+{
+    const int minutes = m_settings->integer(SettingsKey::awayThresholdMinutes, defaultAwayThresholdMinutes);
+    if (minutes <= 0 || !m_idleTime) {
+        co_return false;
+    }
+    const std::chrono::milliseconds threshold = std::chrono::minutes(minutes);
+    const QPointer<ActivityMonitor> alive(this);
+    const std::optional<std::chrono::milliseconds> idle = co_await m_idleTime->idleTime(threshold);
+    if (!alive) {
+        co_return false;
+    }
+    if (!idle) {
+        if (!m_reportedNoIdleTime) {
+            m_reportedNoIdleTime = true;
+            log(u"⚠️ This desktop does not tell how long the input has been idle - time away is not detected"_s,
+                LogType::Warning);
+        }
+        co_return false;
+    }
+    co_return *idle >= threshold;
+}
+
+void ActivityMonitor::recordReusedAnalysis(const ActivitySnapshot &analysed, const QString &imageHash)
+{
+    const QDateTime now = m_clock->now();
+    ActivitySnapshot snapshot;
+    snapshot.id = QUuid::createUuid();
+    snapshot.timestamp = now;
+    snapshot.aiCategory = analysed.aiCategory;
+    snapshot.imageHash = imageHash;
+    snapshot.projectName = analysed.projectName;
+    snapshot.activityDescription = analysed.activityDescription;
+    storeSnapshot(snapshot);
+
+    setLastCaptureTime(now);
+    setCaptureCount(m_captureCount + 1);
+    log(u"♻️ Screen unchanged - reused ["_s + snapshot.aiCategory + u"] "_s
+            + snapshot.activityDescription.value_or(QString()),
+        LogType::Info);
+}
+
+QList<QRect> ActivityMonitor::ownWindowAreas(const QImage &grabbed, const QImage &scaled) const
+{
+    QList<QRect> areas = m_ownWindows ? m_ownWindows->ownWindowAreas() : QList<QRect>();
+    const double factor = grabbed.width() > 0 ? double(scaled.width()) / grabbed.width() : 1.0;
+    for (QRect &area : areas) {
+        area = QRectF(QPointF(area.topLeft()) * factor, QSizeF(area.size()) * factor).toAlignedRect();
+    }
+    return areas;
+}
+
+QString ActivityMonitor::labelContext() const
+{
+    return m_settings->string(SettingsKey::userProjects) + u'\n' + m_settings->string(SettingsKey::categorizeBy) + u'\n'
+        + m_settings->string(SettingsKey::selectedOllamaModel);
+}
+
 // Snapshot recording
 
-QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString imageHash)
+QCoro::Task<std::optional<ActivitySnapshot>> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString imageHash)
 {
     AIAnalysisResult result;
     std::optional<QString> failure;
+    const QPointer<ActivityMonitor> alive(this);
     try {
         result = co_await m_llmService->analyzeScreenshot(std::move(imageData));
     } catch (const std::exception &error) {
@@ -341,10 +467,13 @@ QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString image
         failure = u"Unknown error"_s;
     }
 
+    if (!alive) {
+        co_return std::nullopt;
+    }
     if (failure) {
         setLastError(u"AI analysis failed: "_s + *failure);
         log(u"⚠️ "_s + lastError(), LogType::Warning);
-        co_return;
+        co_return std::nullopt;
     }
 
     const QDateTime now = m_clock->now();
@@ -362,6 +491,7 @@ QCoro::Task<> ActivityMonitor::analyzeWithAI(QByteArray imageData, QString image
     setCaptureCount(m_captureCount + 1);
     setAiAnalysisCount(m_aiAnalysisCount + 1);
     setLastError(std::nullopt);
+    co_return snapshot;
 }
 
 QCoro::Task<> ActivityMonitor::recordScreenStateSnapshot()
@@ -384,6 +514,8 @@ QCoro::Task<> ActivityMonitor::recordScreenStateSnapshot()
         word = u"locked"_s;
     } else if (state == ScreenState::Sleeping) {
         word = u"sleeping"_s;
+    } else if (state == ScreenState::Away) {
+        word = u"away"_s;
     }
     log(u"["_s + word + u"] "_s + marker, LogType::Info);
     co_return;

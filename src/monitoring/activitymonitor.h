@@ -2,6 +2,7 @@
 
 #include "core/activitysnapshot.h"
 #include "core/logmanager.h"
+#include "monitoring/screenchangedetector.h"
 #include "monitoring/screeneventsource.h"
 
 #include <QByteArray>
@@ -20,6 +21,8 @@ class ActivitySnapshotStore;
 class Clock;
 class DailyReportService;
 class DailyReportStore;
+class IdleTimeSource;
+class OwnWindowSource;
 class LLMService;
 class ScreenCaptureService;
 class Settings;
@@ -47,6 +50,7 @@ public:
     static constexpr auto dailyCheckInterval = std::chrono::seconds(60);
     static constexpr int maxDatabaseRecords = 1000;
     static constexpr int maxInMemorySnapshots = 20;
+    static constexpr int defaultAwayThresholdMinutes = 5;
 
     // Everything the monitor works with, built once by the composition root. None is owned.
     struct Services
@@ -68,6 +72,10 @@ public:
         VisibleWindowSource *visibleWindows = nullptr;
         // A pause that ends by itself; without one, a pause lasts until Resume.
         TimedPause *timedPause = nullptr;
+        // How long the input has been idle; without it no tick is ever "Away".
+        IdleTimeSource *idleTime = nullptr;
+        // Tamlo's own windows, which a screen change leaves out.
+        const OwnWindowSource *ownWindows = nullptr;
     };
 
     // Reads no file and starts nothing.
@@ -128,6 +136,7 @@ private:
     {
         QByteArray data; // PNG
         QString hash; // SHA-256, lower-case hex
+        ScreenThumbnail thumbnail;
     };
 
     // Capture cycle
@@ -141,8 +150,17 @@ private:
     // Privacy: true when an excluded window is on screen and the tick was recorded as private.
     [[nodiscard]] QCoro::Task<bool> skipAsPrivate();
 
-    // Snapshot recording
-    [[nodiscard]] QCoro::Task<> analyzeWithAI(QByteArray imageData, QString imageHash);
+    // Presence: true when the tick has been recorded as "Away" or with the last analysis again.
+    [[nodiscard]] QCoro::Task<bool> recordWithoutAnalysis(CapturedScreenshot screenshot);
+    [[nodiscard]] QCoro::Task<bool> isAwayFromInput();
+    void recordReusedAnalysis(const ActivitySnapshot &analysed, const QString &imageHash);
+    // Tamlo's own windows, in the pixels of the scaled screenshot.
+    [[nodiscard]] QList<QRect> ownWindowAreas(const QImage &grabbed, const QImage &scaled) const;
+    // What an analysis's labels depend on besides the screen: the user's lists and the model.
+    [[nodiscard]] QString labelContext() const;
+
+    // Snapshot recording; gives the recorded snapshot.
+    [[nodiscard]] QCoro::Task<std::optional<ActivitySnapshot>> analyzeWithAI(QByteArray imageData, QString imageHash);
     [[nodiscard]] QCoro::Task<> recordScreenStateSnapshot();
     // The four storing steps; holds no suspension.
     void storeSnapshot(const ActivitySnapshot &snapshot);
@@ -185,6 +203,8 @@ private:
     WakeEventSource *m_wakeEvents = nullptr;
     VisibleWindowSource *m_visibleWindows = nullptr;
     TimedPause *m_timedPause = nullptr;
+    IdleTimeSource *m_idleTime = nullptr;
+    const OwnWindowSource *m_ownWindows = nullptr;
 
     bool m_isMonitoring = false;
     ScreenState m_screenState = ScreenState::Active;
@@ -209,4 +229,7 @@ private:
     // Set while a check or catch-up is finalising, so overlapping checks do not finalise a day twice.
     bool m_rolloverInProgress = false;
     int m_ticksInFlight = 0;
+
+    ScreenChangeDetector m_screenChanges;
+    bool m_reportedNoIdleTime = false;
 };

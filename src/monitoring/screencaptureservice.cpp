@@ -50,13 +50,17 @@ std::optional<QByteArray> ScreenCaptureService::imageToData(const QImage &image,
     if (image.isNull()) {
         return std::nullopt;
     }
-    QImage source = image;
-    if (maxWidth && source.width() > *maxWidth) {
-        const int width = static_cast<int>(*maxWidth);
-        const int height = qRound(source.height() * (*maxWidth / source.width()));
-        source = source.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    return PngEncoder::encode(scaledDown(image, maxWidth));
+}
+
+QImage ScreenCaptureService::scaledDown(const QImage &image, std::optional<double> maxWidth)
+{
+    if (!maxWidth || image.width() <= *maxWidth) {
+        return image;
     }
-    return PngEncoder::encode(source);
+    const int width = static_cast<int>(*maxWidth);
+    const int height = qRound(image.height() * (*maxWidth / image.width()));
+    return image.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
 }
 
 QString ScreenCaptureService::sha256Hex(const QByteArray &data)

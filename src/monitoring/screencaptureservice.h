@@ -37,6 +37,8 @@ public:
     // PNG bytes, scaled down to maxWidth (height in proportion) only when wider; never scaled up.
     [[nodiscard]] static std::optional<QByteArray> imageToData(
         const QImage &image, std::optional<double> maxWidth = std::nullopt);
+    // The image as imageToData encodes it.
+    [[nodiscard]] static QImage scaledDown(const QImage &image, std::optional<double> maxWidth);
     // SHA-256 as 64 lower-case hexadecimal digits.
     [[nodiscard]] static QString sha256Hex(const QByteArray &data);
 

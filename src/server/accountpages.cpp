@@ -371,19 +371,20 @@ HttpReply AccountPages::day(const Visitor &visitor, const QString &date)
     for (qsizetype i = 0; i < snapshots.size(); ++i) {
         const ActivitySnapshot &snapshot = snapshots[i];
         if (snapshot.isInactiveScreenState() || snapshot.isPrivate()) {
-            // A run of lock and sleep records is one gap in the day; a run of private ticks is one
-            // row too, worked time with nothing seen.
-            const auto sameRun = [&snapshot](const ActivitySnapshot &next) {
-                return snapshot.isPrivate() ? next.isPrivate() : next.isInactiveScreenState();
-            };
+            // A run of the same marker is one gap in the day, named for what it was; a run of
+            // private ticks is one row too, worked time with nothing seen.
             qsizetype last = i;
-            while (last + 1 < snapshots.size() && sameRun(snapshots[last + 1])) {
+            while (last + 1 < snapshots.size()
+                && (snapshots[last + 1].isInactiveScreenState() || snapshots[last + 1].isPrivate())
+                && snapshots[last + 1].activityDescription == snapshot.activityDescription) {
                 ++last;
             }
-            QString label = snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)
-                ? u"Display asleep"_s
-                : u"Screen locked"_s;
-            if (snapshot.isPrivate()) {
+            QString label = u"Screen locked"_s;
+            if (snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping)) {
+                label = u"Display asleep"_s;
+            } else if (snapshot.activityDescription == ActivitySnapshot::screenStateMarker(ScreenState::Away)) {
+                label = u"Away"_s;
+            } else if (snapshot.isPrivate()) {
                 label = ActivitySnapshot::privateMarker;
             }
             rows += u"<tr class=\"gap\"><td class=\"time\">%1</td><td colspan=\"2\">%2%3</td></tr>"_s.arg(

@@ -19,9 +19,8 @@ ActivityCardPresentation ActivityCardPresentation::present(
         card.categoryColor = ActivityLabelStyle::color(category);
     }
     const QString description = snapshot.activityDescription.value_or(QString());
-    const bool isMarker = description == ActivitySnapshot::screenStateMarker(ScreenState::Locked)
-        || description == ActivitySnapshot::screenStateMarker(ScreenState::Sleeping) || snapshot.isPrivate();
-    if (!isMarker) {
+    // A marker shows its time and itself, nothing of the labels behind it.
+    if (!snapshot.isInactiveScreenState() && !snapshot.isPrivate()) {
         const QString project = snapshot.effectiveProjectName(userProjects);
         if (project != UserPreferences::otherLabel) {
             card.projectChip = project;

@@ -55,6 +55,7 @@ MainScreenModel::MainScreenModel(const Services &services, QObject *parent)
     }
     connect(m_settingsView->privacy(), &PrivacySettingsModel::pauseRequested, this,
         [this](TimedPause::Length length) { pauseFor(int(length)); });
+    connect(monitor, &ActivityMonitor::screenStateChanged, this, &MainScreenModel::statusChanged);
     connect(monitor, &ActivityMonitor::lastErrorChanged, this, &MainScreenModel::bannerChanged);
     // Each capture rebuilds the Report tab.
     connect(monitor, &ActivityMonitor::captureCountChanged, this, &MainScreenModel::refresh);
@@ -93,10 +94,11 @@ bool MainScreenModel::isMonitoring() const
     return m_services.monitor->isMonitoring();
 }
 
+// Away is said as such: monitoring goes on, but the time does not count.
 QString MainScreenModel::statusText() const
 {
     if (isMonitoring()) {
-        return u"Active"_s;
+        return m_services.monitor->screenState() == ScreenState::Away ? u"Away"_s : u"Active"_s;
     }
     if (const std::optional<QDateTime> end = m_services.timedPause ? m_services.timedPause->end() : std::nullopt) {
         return u"Paused until "_s + ActivityCardPresentation::hourMinuteText(*end);
@@ -106,7 +108,10 @@ QString MainScreenModel::statusText() const
 
 QColor MainScreenModel::statusColor() const
 {
-    return isMonitoring() ? TamloTheme::green() : TamloTheme::gray();
+    if (!isMonitoring()) {
+        return TamloTheme::gray();
+    }
+    return m_services.monitor->screenState() == ScreenState::Away ? TamloTheme::orange() : TamloTheme::green();
 }
 
 QString MainScreenModel::controlLabel() const

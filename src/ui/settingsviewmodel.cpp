@@ -18,6 +18,7 @@ SettingsViewModel::SettingsViewModel(LLMService *llmService, Settings *settings,
     , m_tracking(new TrackingPreferencesModel(settings, false, false, this))
     , m_launchAtLogin(new LaunchAtLoginModel(loginItem, false, this))
     , m_privacy(privacy ? privacy : new PrivacySettingsModel(settings, QProcessEnvironment()))
+    , m_presence(new PresenceSettingsModel(settings, this))
 {
     m_privacy->setParent(this);
     connect(m_llmService, &LLMService::localModelNameChanged, this, &SettingsViewModel::selectedModelChanged);

@@ -2,6 +2,7 @@
 
 #include "ui/launchatloginmodel.h"
 #include "ui/privacysettingsmodel.h"
+#include "ui/presencesettingsmodel.h"
 #include "ui/trackingpreferencesmodel.h"
 
 #include <QObject>
@@ -33,6 +34,7 @@ class SettingsViewModel : public QObject
     Q_PROPERTY(TrackingPreferencesModel *tracking READ tracking CONSTANT)
     Q_PROPERTY(LaunchAtLoginModel *launchAtLogin READ launchAtLogin CONSTANT)
     Q_PROPERTY(PrivacySettingsModel *privacy READ privacy CONSTANT)
+    Q_PROPERTY(PresenceSettingsModel *presence READ presence CONSTANT)
 
 public:
     // Takes the privacy section over; without one, it is built for an X11 session.
@@ -53,6 +55,7 @@ public:
     [[nodiscard]] TrackingPreferencesModel *tracking() const { return m_tracking; }
     [[nodiscard]] LaunchAtLoginModel *launchAtLogin() const { return m_launchAtLogin; }
     [[nodiscard]] PrivacySettingsModel *privacy() const { return m_privacy; }
+    [[nodiscard]] PresenceSettingsModel *presence() const { return m_presence; }
 
     // The tab came on screen: follow the service's model and check it afresh.
     Q_INVOKABLE void appear();
@@ -69,4 +72,5 @@ private:
     TrackingPreferencesModel *m_tracking = nullptr;
     LaunchAtLoginModel *m_launchAtLogin = nullptr;
     PrivacySettingsModel *m_privacy = nullptr;
+    PresenceSettingsModel *m_presence = nullptr;
 };

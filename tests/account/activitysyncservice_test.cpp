@@ -66,8 +66,14 @@ TEST_F(ActivitySyncServiceTest, UploadBodyMatchesTheDocumentedForm)
     locked.id = QUuid(u"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118"_s);
     locked.projectName = std::nullopt;
     locked.activityDescription = ActivitySnapshot::screenStateMarker(ScreenState::Locked);
+    // Away goes up as one more marker: the protocol needs nothing new for it.
+    ActivitySnapshot away = locked;
+    away.id = QUuid(u"0C2D4E6F-8A1B-4C3D-9E5F-7A8B9C0D1E2F"_s);
+    away.timestamp = away.timestamp.addSecs(1800);
+    away.activityDescription = ActivitySnapshot::screenStateMarker(ScreenState::Away);
     m_store.add(analysed);
     m_store.add(locked);
+    m_store.add(away);
 
     QCoro::waitFor(m_sync->syncIfNeeded(false));
 
@@ -77,7 +83,7 @@ TEST_F(ActivitySyncServiceTest, UploadBodyMatchesTheDocumentedForm)
     EXPECT_EQ(request.headers.value("authorization"), "Bearer " + token);
     EXPECT_EQ(request.headers.value("content-type"), "application/json");
     const QByteArray expected
-        = R"({"timezone":"Europe/Berlin","deviceId":"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11","backfillComplete":false,"days":[{"date":"2026-11-16","snapshots":[{"id":"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90","timestamp":"2026-11-16T09:30:12Z","activityType":"Coding","projectName":"Website","activityDescription":"Editing checkout.css in the editor.","userNote":"fixed the header"},{"id":"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118","timestamp":"2026-11-16T12:01:00Z","activityType":"Other","projectName":"Other","activityDescription":"Screen Locked"}]}]})";
+        = R"({"timezone":"Europe/Berlin","deviceId":"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11","backfillComplete":false,"days":[{"date":"2026-11-16","snapshots":[{"id":"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90","timestamp":"2026-11-16T09:30:12Z","activityType":"Coding","projectName":"Website","activityDescription":"Editing checkout.css in the editor.","userNote":"fixed the header"},{"id":"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118","timestamp":"2026-11-16T12:01:00Z","activityType":"Other","projectName":"Other","activityDescription":"Screen Locked"},{"id":"0C2D4E6F-8A1B-4C3D-9E5F-7A8B9C0D1E2F","timestamp":"2026-11-16T12:31:00Z","activityType":"Other","projectName":"Other","activityDescription":"Away"}]}]})";
     EXPECT_EQ(QJsonDocument::fromJson(request.body), QJsonDocument::fromJson(expected)) << request.body.toStdString();
     EXPECT_EQ(request.body, QJsonDocument::fromJson(request.body).toJson(QJsonDocument::Compact));
     // Nothing of the screenshot leaves the machine.

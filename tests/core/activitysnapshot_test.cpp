@@ -76,8 +76,9 @@ TEST(ActivitySnapshotTest, NoteOutranksProjectOnlyWhenItNamesAProject)
 TEST(ActivitySnapshotTest, OnlyTheExactMarkersAreInactive)
 {
     EXPECT_FALSE(ActivitySnapshot().isInactiveScreenState());
-    for (const auto &[description, inactive] : {std::pair {u"Screen Locked"_s, true}, {u"Display Sleeping"_s, true},
-             {u"Reading why the Screen Locked early"_s, false}, {u"screen locked"_s, false}, {u"Active"_s, false}}) {
+    for (const auto &[description, inactive] :
+        {std::pair {u"Screen Locked"_s, true}, {u"Display Sleeping"_s, true}, {u"Away"_s, true}, {u"away"_s, false},
+            {u"Reading why the Screen Locked early"_s, false}, {u"screen locked"_s, false}, {u"Active"_s, false}}) {
         const ActivitySnapshot snapshot {.aiCategory = QString(), .activityDescription = description};
         EXPECT_EQ(snapshot.isInactiveScreenState(), inactive) << description.toStdString();
     }

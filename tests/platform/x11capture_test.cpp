@@ -1,4 +1,6 @@
 #include "monitoring/screencaptureservice.h"
+#include "platform/qtownwindows.h"
+#include "platform/x11idletime.h"
 #include "platform/x11screengrabber.h"
 
 #include "xvfbenvironment.h"
@@ -13,6 +15,7 @@
 #include <memory>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 constexpr int columns = 4;
@@ -67,6 +70,7 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHund
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     QTest::qWait(300);
+    EXPECT_EQ(QtOwnWindows().ownWindowAreas(), QList<QRect> {QRect(0, 0, screenWidth, screenHeight)});
 
     X11ScreenGrabber x11;
     ScreenCaptureService service(nullptr, &x11, ScreenCaptureService::SessionType::X11);
@@ -92,6 +96,23 @@ TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHund
             EXPECT_EQ(png.pixelColor(scaled).rgb(), expected.rgb()) << column << "," << row;
         }
     }
+}
+// The server's own count of the time since the last input, which input through XTEST resets;
+// no server, no answer.
+TEST_F(X11CaptureTest, IdleTimeGrowsUntilInputComes)
+{
+    const auto idle = [](const QByteArray &display) {
+        return QCoro::waitFor(X11IdleTime(display).idleTime(std::chrono::minutes(1))).value_or(-1ms);
+    };
+    const auto input = [] { return QProcess::execute(u"xdotool"_s, {u"mousemove_relative"_s, u"5"_s, u"5"_s}); };
+    ASSERT_EQ(input(), 0);
+    QTest::qWait(1200);
+    EXPECT_GE(idle(qgetenv("DISPLAY")), 1000ms);
+    ASSERT_EQ(input(), 0);
+    EXPECT_LT(idle(qgetenv("DISPLAY")), 1000ms);
+    EXPECT_GE(idle(qgetenv("DISPLAY")), 0ms);
+    EXPECT_EQ(idle(QByteArray()), -1ms);
+    EXPECT_EQ(idle(":4093"), -1ms);
 }
 } // namespace
 

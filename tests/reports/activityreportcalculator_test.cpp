@@ -43,7 +43,8 @@ QStringList statsOf(const QList<LabelTimeStat> &stats)
 
 TEST(ActivityReportCalculatorTest, ScreenStateRecordsCountForNothingAndSharesKeepTheirFraction)
 {
-    const QList<ActivitySnapshot> inactive {marker(ScreenState::Locked), marker(ScreenState::Sleeping)};
+    const QList<ActivitySnapshot> inactive {
+        marker(ScreenState::Locked), marker(ScreenState::Sleeping), marker(ScreenState::Away)};
     EXPECT_TRUE(ActivityReportCalculator::activeSnapshots(inactive).isEmpty());
     EXPECT_EQ(ActivityReportCalculator::totalActiveSeconds(inactive), 0);
     EXPECT_TRUE(ActivityReportCalculator::categoryTimeStats(inactive).isEmpty());

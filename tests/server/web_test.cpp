@@ -307,6 +307,30 @@ TEST_P(WebTest, ExportHoldsExactlyWhatWasUploaded)
     EXPECT_EQ(browser.get(u"/days/..%2F..%2Fetc"_s).status, 404);
 }
 
+// Each run of one marker is one gap named for it; a marker this server does not know is a text.
+TEST_P(WebTest, DayPageNamesEachRunOfMarkersAndShowsUnknownOnesAsText)
+{
+    QByteArray body = uploadBody;
+    QByteArray records;
+    int second = 0;
+    for (const char *marker : {"Away", "Away", "Away", "Screen Shared", "Screen Locked"}) {
+        records += R"(,{"id":"00000000-0000-4000-8000-0000000000)" + QByteArray::number(10 + second)
+            + R"(","timestamp":"2026-11-16T12:3)" + QByteArray::number(second / 2) + (second % 2 ? ":30Z" : ":00Z")
+            + R"(","activityType":"Other","projectName":"Other","activityDescription":")" + marker + "\"}";
+        ++second;
+    }
+    body.insert(body.lastIndexOf("]}]}"), records);
+    ASSERT_EQ(send("POST", u"/activity/sync"_s, body, sessionFor(u"ada@example.org"_s)).status, 200);
+    Browser browser(baseUrl);
+    signIn(browser, u"ada@example.org"_s);
+    const QString page = browser.get(u"/days/2026-11-16"_s).text();
+    EXPECT_TRUE(page.contains(u"<td class=\"time\">13:30</td><td colspan=\"2\">Away until 13:31</td></tr><tr><td "_s
+                              "class=\"time\">13:31</td><td><span class=\"tag\">Other</span> <span class=\"tag "
+                              "project\">Other</span></td><td>Screen Shared</td></tr><tr class=\"gap\"><td "
+                              "class=\"time\">13:32</td><td colspan=\"2\">Screen locked</td>"_s))
+        << page.toStdString();
+}
+
 TEST_P(WebTest, DeletingTheAccountLeavesNoRowOfItsDataAndEndsEverySession)
 {
     const QString appSession = sessionFor(u"ada@example.org"_s);

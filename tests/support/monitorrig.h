@@ -111,6 +111,8 @@ protected:
             .wakeEvents = events,
             .visibleWindows = visibleWindows,
             .timedPause = timedPause.get(),
+            .idleTime = idleTime,
+            .ownWindows = ownWindows,
         });
     }
 
@@ -149,5 +151,7 @@ protected:
     std::unique_ptr<ScreenCaptureService> capture;
     VisibleWindowSource *visibleWindows = nullptr; // none: nothing is asked before a grab
     std::unique_ptr<TimedPause> timedPause;
+    IdleTimeSource *idleTime = nullptr; // none: never away
+    const OwnWindowSource *ownWindows = nullptr;
     std::unique_ptr<ActivityMonitor> monitor;
 };

@@ -51,6 +51,8 @@ protected:
         grabber.image = QImage(1280, 800, QImage::Format_RGB32);
         grabber.image.fill(Qt::white);
         QPainter(&grabber.image).fillRect(100, 100, 500, 300, Qt::darkBlue);
+        // The screen stands still, yet every tick here is meant to reach the model.
+        settings->setBoolean(SettingsKey::skipUnchangedScreens, false);
     }
 
     // Built apart from SetUp, so a test can first put the data folder where it wants it; built

@@ -31,7 +31,9 @@ TEST(ActivityCardTest, AnalysedRecordShowsCategoryProjectAndNote)
 
 TEST(ActivityCardTest, MarkersShowOnlyTimeAndDescription)
 {
-    for (const QString &marker : {ActivitySnapshot::screenStateMarker(ScreenState::Locked), u"Private"_s}) {
+    for (const QString &marker : {ActivitySnapshot::screenStateMarker(ScreenState::Locked),
+             ActivitySnapshot::screenStateMarker(ScreenState::Sleeping),
+             ActivitySnapshot::screenStateMarker(ScreenState::Away), u"Private"_s}) {
         SCOPED_TRACE(marker.toStdString());
         const auto card = ActivityCardPresentation::present(snapshot(u"Other"_s, u"Tamlo"_s, marker), {u"Tamlo"_s});
         EXPECT_FALSE(card.categoryChip.has_value());

@@ -2,6 +2,7 @@
 #include "uitestenvironment.h"
 
 #include "ui/activitycardlistmodel.h"
+#include "ui/tamlotheme.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -138,6 +139,16 @@ TEST_F(MainScreenModelTest, ReportTabCountsThirtySecondsPerActiveSnapshotOfToday
     main->setSelectedTab(1);
     main->setSelectedTab(0);
     EXPECT_EQ(main->report()->activeSeconds(), 90);
+
+    // Away, said in the status line, adds no time.
+    env.monitor.startMonitoring();
+    env.idleTime.idle = std::chrono::hours(1);
+    env.capture(u"Coding"_s, u"Tamlo"_s, u"Editing"_s);
+    EXPECT_EQ(env.monitor.latestSnapshots().first().activityDescription, u"Away"_s);
+    EXPECT_EQ(std::pair(main->statusText(), main->statusColor()), std::pair(u"Away"_s, TamloTheme::orange()));
+    EXPECT_EQ(main->report()->activeSeconds(), 90);
+    env.monitor.stopMonitoring();
+    EXPECT_EQ(main->statusText(), u"Inactive"_s);
 }
 
 TEST_F(MainScreenModelTest, WorkLogExportNamesTheDayAndWritesOnlyWhereTheUserPicked)

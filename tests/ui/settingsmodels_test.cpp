@@ -4,6 +4,7 @@
 #include "ui/launchatloginmodel.h"
 #include "ui/modelchoice.h"
 #include "ui/privacysettingsmodel.h"
+#include "ui/presencesettingsmodel.h"
 #include "ui/settingsviewmodel.h"
 #include "ui/setupmodel.h"
 #include "ui/trackingpreferencesmodel.h"
@@ -192,6 +193,26 @@ TEST_F(SettingsModelsTest, LaunchAtLoginWritesTheAutostartEntryAndRevertsOnFailu
     failing.setLaunchAtLogin(true);
     EXPECT_FALSE(failing.launchAtLogin());
     EXPECT_EQ(changed.count(), 2);
+}
+
+TEST_F(SettingsModelsTest, PresenceSwitchesWriteTheSettingsAndAwayComesBackWithItsMinutes)
+{
+    env.settings.remove(SettingsKey::skipUnchangedScreens);
+    PresenceSettingsModel presence(&env.settings);
+    EXPECT_EQ(std::tuple(presence.detectAway(), presence.awayMinutes(), presence.skipUnchangedScreens()),
+        std::tuple(true, 5, true));
+    presence.setAwayMinutes(1);
+    EXPECT_EQ(presence.awayText(),
+        u"After 1 minute without keyboard or mouse on a still screen, Tamlo records you as away."_s);
+    presence.setDetectAway(false);
+    EXPECT_EQ(presence.awayMinutes(), 1) << "kept for switching on again";
+    presence.setAwayMinutes(500);
+    EXPECT_EQ(env.settings.integer(SettingsKey::awayThresholdMinutes, -1), 0);
+    EXPECT_EQ(presence.awayText(), u"Off: time with no input counts like any other."_s);
+    presence.setDetectAway(true);
+    EXPECT_EQ(env.settings.integer(SettingsKey::awayThresholdMinutes, -1), PresenceSettingsModel::maximumMinutes);
+    presence.setSkipUnchangedScreens(false);
+    EXPECT_FALSE(env.settings.boolean(SettingsKey::skipUnchangedScreens, true));
 }
 
 TEST(AboutModelTest, VersionLineFallsBackWhenTheBuildFixedNone)

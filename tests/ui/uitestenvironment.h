@@ -7,6 +7,7 @@
 #include "core/settings.h"
 #include "fakeclock.h"
 #include "monitoring/activitymonitor.h"
+#include "monitoring/idletimesource.h"
 #include "monitoring/screencaptureservice.h"
 #include "monitoring/timedpause.h"
 #include "platform/xdgautostart.h"
@@ -62,6 +63,16 @@ private:
     std::map<quint64, std::function<void()>> m_wake;
 };
 
+// Input idle for as long as the test says.
+struct SetIdleTime final : IdleTimeSource
+{
+    std::chrono::milliseconds idle {0};
+    QCoro::Task<std::optional<std::chrono::milliseconds>> idleTime(std::chrono::milliseconds) override
+    {
+        co_return idle;
+    }
+};
+
 // Records what the screens asked of the desktop instead of opening a browser.
 class RecordingDesktop final : public DesktopActions
 {
@@ -98,9 +109,12 @@ struct UiTestEnvironment
               .screenCapture = &captureService,
               .screenEvents = &events,
               .wakeEvents = &events,
-              .timedPause = &timedPause})
+              .timedPause = &timedPause,
+              .idleTime = &idleTime})
         , autostart(home.path() + QStringLiteral("/.config/autostart"), QStringLiteral("tamlo"))
     {
+        // Each capture stands for a new screen that the model describes.
+        settings.setBoolean(SettingsKey::skipUnchangedScreens, false);
         ollama.on("GET", "/api/tags", [this](const StandInServer::Request &) {
             return StandInServer::Reply {200, StandInOllama::tagsBody(installedModels)};
         });
@@ -140,6 +154,7 @@ struct UiTestEnvironment
     StillImageGrabber grabber;
     ScreenCaptureService captureService;
     FakeScreenEvents events;
+    SetIdleTime idleTime;
     DailyReportService reportService;
     TimedPause timedPause;
     ActivityMonitor monitor;

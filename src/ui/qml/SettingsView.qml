@@ -150,6 +150,7 @@ Basic.ScrollView {
         }
 
         PrivacySection { width: parent.width; privacy: view.settings.privacy }
+        PresenceSection { width: parent.width; model: view.settings.presence }
 
         SurfaceCard {
             width: parent.width
