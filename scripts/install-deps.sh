@@ -32,6 +32,8 @@ packages=(
     sway swaybg grim xdg-desktop-portal xdg-desktop-portal-wlr xdg-desktop-portal-gtk pipewire
     # make package: the .deb files, the icon sizes rendered from the SVG, and the checks of the metadata
     dpkg-dev fakeroot file librsvg2-bin lintian appstream desktop-file-utils
+    # Windows under sway for the tests of what it shows: Xwayland clients, and a native one with a settable app_id
+    xwayland foot
 )
 
 missing=()
