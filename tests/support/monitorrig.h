@@ -8,6 +8,7 @@
 #include "monitoring/activitymonitor.h"
 #include "monitoring/screencaptureservice.h"
 #include "monitoring/timedpause.h"
+#include "monitoring/visiblewindowsource.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
 
