@@ -34,6 +34,8 @@ packages=(
     dpkg-dev fakeroot file librsvg2-bin lintian appstream desktop-file-utils
     # Input idle time on X11 (the screen saver extension)
     libxss-dev
+    # Windows under sway for the tests of what it shows: Xwayland clients, and a native one with a settable app_id
+    xwayland foot
 )
 
 missing=()

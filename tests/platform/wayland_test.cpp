@@ -1,5 +1,6 @@
 #include "platform/dbusscreenevents.h"
 #include "platform/portalscreengrabber.h"
+#include "platform/swayvisiblewindows.h"
 #include "platform/traypanel.h"
 #include "platform/wlrscreencopygrabber.h"
 
@@ -43,6 +44,7 @@ struct Desktop
     QProcess pipewire;
     QProcessEnvironment busEnvironment;
     QString socket;
+    QString ipcSocket; // sway's own, for its window tree and for driving it
     std::string problem; // why the desktop is not there
     bool missingPackage = false;
 
@@ -75,7 +77,7 @@ struct Desktop
         painter.end();
         grid.save(path(u"grid.png"_s));
         writeFile(u"sway.conf"_s,
-            u"xwayland disable\noutput HEADLESS-1 mode --custom 1920x1080 position 0 0 bg %1 stretch\n"
+            u"xwayland enable\noutput HEADLESS-1 mode --custom 1920x1080 position 0 0 bg %1 stretch\n"
             "output HEADLESS-2 mode --custom 1280x1080 position 1920 0 bg %2 solid_color\n"_s.arg(
                 path(u"grid.png"_s), secondOutputColor.name()));
 
@@ -96,13 +98,19 @@ struct Desktop
         }
         sway.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         sway.start(command.takeFirst(), command);
-        if (!waitFor([&] { return !(socket = firstMatch(u"sway"_s, u"wayland-?"_s)).isEmpty(); })) {
-            return fail("sway did not open its socket");
+        if (!waitFor([&] {
+                socket = firstMatch(u"sway"_s, u"wayland-?"_s);
+                ipcSocket = firstMatch(u"sway"_s, u"sway-ipc.*.sock"_s);
+                return !socket.isEmpty() && !ipcSocket.isEmpty();
+            })) {
+            return fail("sway did not open its sockets");
         }
         // The compositor's account lets us in; as root that is explicit rather than by override.
         QFile::setPermissions(
             path(u"sway"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ExeOther);
-        QFile::setPermissions(socket, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther | QFile::WriteOther);
+        for (const QString &file : {socket, ipcSocket}) {
+            QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther | QFile::WriteOther);
+        }
 
         busEnvironment = QProcessEnvironment::systemEnvironment();
         for (const auto &[name, value] : {std::pair {u"HOME"_s, path(u"home"_s)}, {u"TMPDIR"_s, path(u"tmp"_s)},
@@ -151,6 +159,14 @@ struct Desktop
             }
         }
         return bus;
+    }
+
+    // A sway command, as swaymsg sends it; false when sway refuses it.
+    [[nodiscard]] bool swaymsg(const QString &command) const
+    {
+        QProcess tool;
+        tool.start(u"swaymsg"_s, {u"-q"_s, u"-s"_s, ipcSocket, command});
+        return tool.waitForFinished(10000) && tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
     }
 
     // Picture files anywhere a portal could have left one: its home, temporary and runtime folders,
@@ -210,6 +226,14 @@ private:
     }
 };
 
+// Whether the first output shows its grid, with no window over it.
+bool gridShown()
+{
+    WlrScreencopyGrabber screencopy;
+    const std::optional<ScreenGrab> grab = QCoro::waitFor(screencopy.capture());
+    return grab && grab->ok() && grab->image.pixelColor(240, 135).rgb() == blockColor(0, 0).rgb();
+}
+
 Desktop *desktop = nullptr;
 std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the tray and the screen saver
 StandInWatcher *watcher = nullptr;
@@ -268,6 +292,8 @@ protected:
         }
         ASSERT_TRUE(desktop->problem.empty()) << desktop->problem;
         MonitorRig::SetUp();
+        // Every tick here is meant to reach the model, still screen or not.
+        settings->setBoolean(SettingsKey::skipUnchangedScreens, false);
         buildParts();
     }
 
@@ -425,6 +451,94 @@ TEST_F(WaylandTest, TheTrayIconRegistersAndActivationOpensThePanel)
     QDBusConnection::sessionBus().asyncCall(activate); // the item answers from this very thread
     ASSERT_TRUE(QTest::qWaitFor([&] { return tray.panel() && tray.panel()->isVisible(); }, 5000));
 }
+
+// Windows that sway itself starts, so they live in its session: Xwayland ones named by their
+// WM_CLASS instance, and native ones named by their app_id. The monitor asks sway's IPC tree and
+// grabs through screencopy.
+class SwayPrivacyTest : public WaylandTest
+{
+protected:
+    void SetUp() override
+    {
+        WaylandTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
+        }
+        for (const auto &[program, package] :
+            {std::pair {"xlogo", "x11-apps"}, {"Xwayland", "xwayland"}, {"foot", "foot"}}) {
+            if (QStandardPaths::findExecutable(QString::fromLatin1(program)).isEmpty()) {
+                GTEST_SKIP() << program << " is not installed (Debian package " << package << ")";
+            }
+        }
+        visibleWindows = &source;
+        service = std::make_unique<ScreenCaptureService>(&grabs, nullptr, ScreenCaptureService::SessionType::Wayland);
+        buildMonitor(service.get(), events.get());
+    }
+
+    // Every window closed, so the first output shows its grid again for the tests after.
+    void TearDown() override
+    {
+        if (visibleWindows) {
+            EXPECT_TRUE(desktop->swaymsg(u"[title=.] kill"_s));
+            // The tree empties before the output is drawn again.
+            EXPECT_TRUE(QTest::qWaitFor(
+                [&] { return QCoro::waitFor(source.visibleWindows()).windows.isEmpty() && gridShown(); }, 10000));
+        }
+        WaylandTest::TearDown();
+    }
+
+    void run(const QString &command) { ASSERT_TRUE(desktop->swaymsg(command)) << command.toStdString(); }
+
+    void open(const QString &command, const QString &title)
+    {
+        run(u"exec "_s + command);
+        waitUntilListed(title, true);
+    }
+
+    SwayVisibleWindows source {desktop->ipcSocket};
+    WlrScreencopyGrabber screencopy;
+    WaylandScreenGrabber screen {&screencopy, nullptr};
+    CountingGrabber grabs {screen};
+};
+
+// KeePassXC, a native window, beside a focused Xwayland editor and focused itself; then in each
+// place sway can put it; a private browser window by a title word; KeePassXC again through
+// Xwayland; the lists edited between ticks.
+TEST_F(SwayPrivacyTest, AnExcludedWindowOnAnyShownWorkspaceStopsTheGrab)
+{
+    open(u"xlogo -name editor -title Notes"_s, u"Notes"_s);
+    EXPECT_FALSE(tickWasPrivate(grabs));
+
+    const QString vault = u"[app_id=org.keepassxc.KeePassXC] "_s;
+    // foot refuses a locale that is not UTF-8.
+    open(u"LC_ALL=C.UTF-8 foot --app-id=org.keepassxc.KeePassXC --title=Passwords sleep 600"_s, u"Passwords"_s);
+    run(u"[title=^Notes$] focus"_s);
+    EXPECT_TRUE(tickWasPrivate(grabs)) << "visible but not focused";
+    run(vault + u"focus"_s);
+    EXPECT_TRUE(tickWasPrivate(grabs)) << "focused";
+    EXPECT_EQ(messages().count(u"🙈 Tick skipped as private"_s), 2);
+    EXPECT_FALSE(messages().join(u'\n').contains(u"Passwords"_s)) << "the log never names it";
+
+    for (const auto &[command, shown] : {std::pair {"move scratchpad", false}, {"scratchpad show", true},
+             {"move container to output HEADLESS-2", true}, {"move container to workspace 3", false}}) {
+        SCOPED_TRACE(command);
+        run(vault + QString::fromLatin1(command));
+        waitUntilListed(u"Passwords"_s, shown);
+        EXPECT_EQ(tickWasPrivate(grabs), shown);
+    }
+
+    const QString privateTitle = u"Bank - Mozilla Firefox private BROWSING"_s;
+    open(u"xlogo -name firefox-esr -title '%1'"_s.arg(privateTitle), privateTitle);
+    EXPECT_TRUE(tickWasPrivate(grabs));
+    settings->setString(SettingsKey::excludedTitleWords, u"Incognito, InPrivate"_s);
+    EXPECT_FALSE(tickWasPrivate(grabs)) << "the edited list counts from the next tick";
+
+    open(u"xlogo -name keepassxc -title Vault"_s, u"Vault"_s);
+    EXPECT_TRUE(tickWasPrivate(grabs)) << "an Xwayland window, by its class";
+    settings->setString(SettingsKey::excludedApplications, QString());
+    settings->setString(SettingsKey::excludedTitleWords, QString());
+    EXPECT_FALSE(tickWasPrivate(grabs)) << "an empty list skips nothing";
+}
 } // namespace
 
 int main(int argc, char **argv)
@@ -448,11 +562,6 @@ int main(int argc, char **argv)
     }
     QApplication app(argc, argv);
     // The first output shows its grid once swaybg has drawn it.
-    WlrScreencopyGrabber screencopy;
-    const auto gridShown = [&] {
-        const std::optional<ScreenGrab> grab = QCoro::waitFor(screencopy.capture());
-        return grab && grab->ok() && grab->image.pixelColor(240, 135).rgb() == blockColor(0, 0).rgb();
-    };
     if (sessionBus && !QTest::qWaitFor(gridShown, 10000)) {
         session.problem = "the first output never showed its background";
     }

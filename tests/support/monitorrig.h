@@ -8,9 +8,11 @@
 #include "monitoring/activitymonitor.h"
 #include "monitoring/screencaptureservice.h"
 #include "monitoring/timedpause.h"
+#include "monitoring/visiblewindowsource.h"
 #include "reports/dailyreportservice.h"
 #include "reports/dailyreportstore.h"
 
+#include "countinggrabber.h"
 #include "fakeclock.h"
 #include "logmessages.h"
 #include "standinollama.h"
@@ -25,6 +27,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 // The monitor and the services under it on real parts: settings and stores in a temporary home,
@@ -120,6 +123,32 @@ protected:
     {
         clock.advance(30);
         QCoro::waitFor(monitor->performCapture());
+    }
+
+    // Until visibleWindows lists a window of this title, or no longer does.
+    void waitUntilListed(const QString &title, bool shown)
+    {
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] {
+                const QList<VisibleWindow> list = QCoro::waitFor(visibleWindows->visibleWindows()).windows;
+                return std::any_of(list.cbegin(), list.cend(), [&](const VisibleWindow &w) { return w.title == title; })
+                    == shown;
+            },
+            10000))
+            << title.toStdString() << (shown ? " never listed" : " still listed");
+    }
+
+    // One tick; true when it was recorded as private with nothing grabbed and nothing sent.
+    bool tickWasPrivate(const CountingGrabber &grabs)
+    {
+        const int grabsBefore = grabs.grabs;
+        const qsizetype sentBefore = ollama.requestsTo("/api/chat").size();
+        tick();
+        const bool grabbed = grabs.grabs > grabsBefore;
+        const bool sent = ollama.requestsTo("/api/chat").size() > sentBefore;
+        const bool isPrivate = snapshotStore->fetchAll().last().isPrivate();
+        EXPECT_TRUE(grabbed == sent && sent != isPrivate) << "a tick either looks and asks the model, or is private";
+        return isPrivate && !grabbed;
     }
 
     // Event log messages, oldest first, once the log has caught up.

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "monitoring/screengrabber.h"
+
+// A real grab, counted.
+class CountingGrabber final : public ScreenGrabber
+{
+public:
+    explicit CountingGrabber(ScreenGrabber &real) : m_real(real) { }
+
+    QCoro::Task<ScreenGrab> grab() override
+    {
+        ++grabs;
+        co_return co_await m_real.grab();
+    }
+
+    int grabs = 0;
+
+private:
+    ScreenGrabber &m_real;
+};
