@@ -23,6 +23,8 @@ protected:
         }
         ASSERT_NE(XvfbEnvironment::s_app, nullptr) << XvfbEnvironment::s_startError;
         MonitorRig::SetUp();
+        // A tick that looks asks the model, still screen or not.
+        settings->setBoolean(SettingsKey::skipUnchangedScreens, false);
         buildParts();
         x11Capture = std::make_unique<ScreenCaptureService>(nullptr, &grabs, ScreenCaptureService::SessionType::X11);
         visibleWindows = &source;
