@@ -1,29 +1,24 @@
 #pragma once
 
+#include "uirig.h"
+
 #include <QDir>
 #include <QImage>
+#include <QQmlEngine>
+#include <QQuickItem>
 #include <QQuickView>
-#include <QQuickWindow>
 #include <QSignalSpy>
-#include <QSize>
-#include <QStringList>
-
-#include <gtest/gtest.h>
 
 #include <memory>
 
-// A screen drawn offscreen in software: every warning QML reports while it is up fails the
-// picture it was reported for, and each picture is written to the screenshot folder.
-class QmlScreenTest : public ::testing::Test
+// A screen of the panel drawn offscreen in software: every warning QML reports while it is up
+// fails the picture it was reported for, and each picture is written to the screenshot folder.
+class QmlScreenTest : public UiRig
 {
 protected:
     QmlScreenTest()
     {
-        static const bool softwareRendering = [] {
-            QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-            return true;
-        }();
-        Q_UNUSED(softwareRendering);
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
         s_warnings = &m_warnings;
         s_previousHandler = qInstallMessageHandler(collectWarnings);
     }
@@ -34,39 +29,57 @@ protected:
         s_warnings = nullptr;
     }
 
+    // The view goes before the models it shows.
+    void TearDown() override
+    {
+        m_view.reset();
+        UiRig::TearDown();
+    }
+
+    // The file of Tamlo.Ui, 320 by 600, over these models.
+    void show(const QString &file, const QVariantMap &models)
+    {
+        m_view = std::make_unique<QQuickView>();
+        m_view->engine()->addImportPath(QStringLiteral("qrc:/"));
+        m_view->setInitialProperties(models);
+        m_view->setResizeMode(QQuickView::SizeViewToRootObject);
+        m_view->setSource(QUrl(QStringLiteral("qrc:/Tamlo/Ui/qml/") + file));
+        ASSERT_EQ(m_view->status(), QQuickView::Ready) << m_view->errors().value(0).toString().toStdString();
+        m_view->rootObject()->setSize(QSizeF(320, 600));
+        m_view->show();
+    }
+
     void settle(int ms = 400)
     {
         QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(ms);
         QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(100);
     }
 
-    // Writes what the view (or another window of it) drew as <name>.png; an expectedSize that is
-    // valid is checked too.
-    void capture(const QString &name, QSize expectedSize = {}, QQuickWindow *window = nullptr)
+    // Writes what the window (the view when null) drew as <name>.png, of the size given.
+    void capture(const QString &name, QSize size = QSize(320, 600), QQuickWindow *window = nullptr)
     {
         settle();
         const QImage image = (window ? window : m_view.get())->grabWindow();
-        ASSERT_FALSE(image.isNull());
-        if (expectedSize.isValid()) {
-            EXPECT_EQ(image.size(), expectedSize);
-        }
-        ASSERT_TRUE(image.save(screenshotDir() + QStringLiteral("/") + name + QStringLiteral(".png")));
+        EXPECT_EQ(image.size(), size) << name.toStdString();
+        const QString dir = QStringLiteral(TAMLO_SCREENSHOT_DIR);
+        QDir().mkpath(dir);
+        ASSERT_TRUE(image.save(dir + QStringLiteral("/") + name + QStringLiteral(".png")));
         EXPECT_TRUE(m_warnings.isEmpty())
             << name.toStdString() << ": " << m_warnings.join(QStringLiteral("\n")).toStdString();
         m_warnings.clear();
+    }
+
+    // Whether an item of that name is on screen now.
+    [[nodiscard]] bool shows(const char *objectName) const
+    {
+        const auto *item = m_view->rootObject()->findChild<QQuickItem *>(QString::fromLatin1(objectName));
+        return item && item->isVisible();
     }
 
     std::unique_ptr<QQuickView> m_view;
     QStringList m_warnings;
 
 private:
-    static QString screenshotDir()
-    {
-        const QString dir = QStringLiteral(TAMLO_SCREENSHOT_DIR);
-        QDir().mkpath(dir);
-        return dir;
-    }
-
     static void collectWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
     {
         if (s_warnings && type != QtDebugMsg && type != QtInfoMsg

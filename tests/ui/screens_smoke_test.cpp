@@ -1,153 +1,118 @@
 #include "qmlscreentest.h"
-#include "uitestenvironment.h"
 
-#include <QCoreApplication>
-#include <QDir>
 #include <QFontInfo>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QQmlComponent>
-#include <QQmlEngine>
-#include <QQuickItem>
-#include <QQuickView>
-#include <QQuickWindow>
-#include <QSignalSpy>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
-
-#include <gtest/gtest.h>
 
 Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
 
 using namespace Qt::StringLiterals;
 
 namespace {
-// Builds the panel over real services, shows it offscreen and writes what it drew.
+// The panel over real services, drawn in each state a user meets.
 class ScreensSmokeTest : public QmlScreenTest
 {
 protected:
-    // The view goes before the models it shows.
-    ~ScreensSmokeTest() override { m_view.reset(); }
-
-    QQuickView *show(MainScreenModel *main)
+    void showPanel()
     {
-        m_view = std::make_unique<QQuickView>();
-        m_view->engine()->addImportPath(u"qrc:/"_s);
-        m_view->setInitialProperties({{u"main"_s, QVariant::fromValue(main)}});
-        m_view->setSource(QUrl(u"qrc:/Tamlo/Ui/qml/Panel.qml"_s));
-        EXPECT_EQ(m_view->status(), QQuickView::Ready) << m_view->errors().value(0).toString().toStdString();
-        m_view->show();
+        ASSERT_NO_FATAL_FAILURE(show(u"Panel.qml"_s, {{u"main"_s, QVariant::fromValue(main.get())}}));
         main->panelShown();
         settle();
-        return m_view.get();
     }
-
-    void capture(const QString &name) { QmlScreenTest::capture(name, QSize(320, 600)); }
-
-    // The main screen of a user past the first-launch setup.
-    void makeMain()
-    {
-        env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-        main = env.makeMainScreen();
-    }
-
-    void recordDay()
-    {
-        env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website, Thesis"_s);
-        env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication, Writing, Design"_s);
-        for (int i = 0; i < 6; ++i) {
-            env.capture(u"Coding"_s, u"Tamlo"_s, u"Editing the report screen in the code editor"_s);
-        }
-        for (int i = 0; i < 3; ++i) {
-            env.capture(u"Browsing"_s, u"Acme Website"_s, u"Reading the style guide of the web site"_s);
-        }
-        env.capture(u"Communication"_s, u"Other"_s, u"Answering mail about the team offsite"_s);
-        env.capture(u"Writing"_s, u"Thesis"_s, u"Drafting the second chapter"_s);
-        env.capture(u"Design"_s, u"Tamlo"_s, u"Sketching the panel layout"_s);
-    }
-
-    UiTestEnvironment env;
-    std::unique_ptr<MainScreenModel> main;
 };
 } // namespace
 
-TEST_F(ScreensSmokeTest, FirstLaunchSetup)
+TEST_F(ScreensSmokeTest, FirstLaunchThenAnEmptyDayThenSettingsAndAbout)
 {
-    main = env.makeMainScreen();
-    show(main.get());
+    makeMain();
+    ASSERT_NO_FATAL_FAILURE(showPanel());
     capture(u"01-setup"_s);
-
-    env.installedModels.clear();
-    // Past the installed list's cache, so that "Check" asks the server again.
-    env.clock.advance(31);
+    setInstalledModels({});
     main->setup()->checkModel();
     capture(u"02-setup-model-missing"_s);
-}
 
-TEST_F(ScreensSmokeTest, RunningWithReport)
-{
-    recordDay();
-    makeMain();
-    env.monitor.startMonitoring();
-    show(main.get());
-    capture(u"03-report-running"_s);
-}
-
-TEST_F(ScreensSmokeTest, ActivityCardsOfEachKind)
-{
-    env.settings.setString(SettingsKey::userProjects, u"Tamlo"_s);
-    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Communication, Social Media"_s);
-    makeMain();
-    env.capture(u"Coding"_s, u"Tamlo"_s, u"Reviewing a pull request for the export bar"_s);
-    env.monitor.addNoteToCurrentLog(u"Pairing with Sam on the export"_s);
-    env.capture(u"Communication"_s, u"Other"_s, u"Chatting in the team channel"_s);
-    env.monitor.startMonitoring();
-    QSignalSpy(&env.monitor, &ActivityMonitor::captureCountChanged).wait(2000);
-    env.events.fire(ScreenEvent::Locked);
-    QCoreApplication::processEvents();
-    ASSERT_EQ(env.monitor.screenState(), ScreenState::Locked);
-    QCoro::waitFor(env.monitor.performCapture());
+    main->triggerControl();
+    settings->setString(SettingsKey::userProjects, u"Tamlo, Acme Website"_s);
+    settings->setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication"_s);
+    capture(u"04-report-paused-empty"_s);
     main->setSelectedTab(1);
-    show(main.get());
+    capture(u"05-activity-empty"_s);
+    setInstalledModels({u"qwen3-vl:2b"_s});
+    main->setSelectedTab(2);
+    capture(u"10-settings-ready"_s);
+    main->settingsView()->setSelectedIndex(1);
+    capture(u"11-settings-missing"_s);
+
+    main->setShowingAbout(true);
+    auto *sheet = m_view->rootObject()->findChild<QQuickWindow *>(u"aboutSheet"_s);
+    ASSERT_NE(sheet, nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([sheet] { return sheet->isExposed(); }, 2000));
+    // As wide as the sheet is meant to be, wider than the panel under it.
+    capture(u"12-about"_s, QSize(340, sheet->height()), sheet);
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
+    QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
+    QCoreApplication::sendEvent(sheet, &press);
+    QCoreApplication::sendEvent(sheet, &release);
+    settle();
+    EXPECT_FALSE(main->showingAbout()) << "Return closes the sheet";
+    EXPECT_FALSE(sheet->isVisible());
+}
+
+// A day's report while running, its cards of each kind, each banner with what it offers, and the
+// save dialog over the panel.
+TEST_F(ScreensSmokeTest, ARecordedDayItsCardsEachBannerAndTheSaveDialog)
+{
+    settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    settings->setString(SettingsKey::userProjects, u"Tamlo, Acme Website, Thesis"_s);
+    settings->setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication, Writing, Design"_s);
+    makeMain();
+    const std::pair<int, QStringList> day[] = {{6, {u"Coding"_s, u"Tamlo"_s, u"Editing the report screen"_s}},
+        {3, {u"Browsing"_s, u"Acme Website"_s, u"Reading the style guide of the web site"_s}},
+        {1, {u"Communication"_s, u"Other"_s, u"Answering mail about the team offsite"_s}},
+        {1, {u"Writing"_s, u"Thesis"_s, u"Drafting the second chapter"_s}}};
+    for (const auto &[times, labels] : day) {
+        for (int i = 0; i < times; ++i) {
+            tickWith(labels[0], labels[1], labels[2]);
+        }
+    }
+    monitor->addNoteToCurrentLog(u"Pairing with Sam on the chapter"_s);
+    monitor->startMonitoring();
+    ASSERT_NO_FATAL_FAILURE(showPanel());
+    capture(u"03-report-running"_s);
+
+    idle.idle = std::chrono::hours(1);
+    tick();
+    ASSERT_EQ(monitor->latestSnapshots().first().activityDescription, u"Away"_s);
+    main->setSelectedTab(1);
     main->setPendingNote(u"Call with the designer"_s);
     capture(u"06-activity-cards"_s);
-}
-
-// Each banner with what it offers, then the save dialog over the panel.
-TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
-{
-    makeMain();
-    env.capture(u"Coding"_s, u"Other"_s, u"Editing"_s);
-    main->setSelectedTab(1);
-    show(main.get());
 
     // Permission: a way to the settings, where the desktop has them.
-    env.grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
-    QCoro::waitFor(env.monitor.performCapture());
+    idle.idle = {};
+    grabber.failWith = ScreenCaptureError::Kind::PermissionDenied;
+    tick();
     EXPECT_EQ(main->bannerText(), u"Screen capture permission denied."_s);
-    EXPECT_TRUE(main->showSettingsButton());
-    EXPECT_FALSE(main->showBannerHint());
+    EXPECT_TRUE(main->showSettingsButton() && !main->showBannerHint());
     main->openPrivacySettings();
-    EXPECT_EQ(env.desktop.privacySettingsOpened, 1);
+    EXPECT_EQ(desktop.privacySettingsOpened, 1);
     capture(u"07-banner-permission"_s);
-    env.desktop.hasPrivacySettings = false;
+    desktop.hasPrivacySettings = false;
     EXPECT_FALSE(main->showSettingsButton());
-    EXPECT_FALSE(main->showBannerHint()) << "the hint is for model errors only";
-    env.desktop.hasPrivacySettings = true;
 
     // The model missing: the hint, until another model is chosen.
-    env.grabber.failWith.reset();
-    env.installedModels.clear();
-    env.llm.invalidateInstalledModelsCache();
-    QCoro::waitFor(env.monitor.performCapture());
-    EXPECT_TRUE(main->showBannerHint()) << main->bannerText().toStdString();
-    EXPECT_FALSE(main->showSettingsButton());
+    grabber.failWith.reset();
+    setInstalledModels({});
+    tick();
+    EXPECT_TRUE(main->showBannerHint() && !main->showSettingsButton()) << main->bannerText().toStdString();
     capture(u"08-banner-model-hint"_s);
-    env.llm.selectModel(u"qwen3-vl:4b"_s);
+    llm->selectModel(u"qwen3-vl:4b"_s);
     EXPECT_FALSE(main->showBanner());
 
-    env.grabber.failWith = ScreenCaptureError::Kind::CaptureFailed;
-    QCoro::waitFor(env.monitor.performCapture());
+    grabber.failWith = ScreenCaptureError::Kind::CaptureFailed;
+    tick();
     EXPECT_TRUE(main->bannerText().startsWith(u"Screenshot failed: "_s));
     EXPECT_FALSE(main->showSettingsButton() || main->showBannerHint());
     capture(u"09-banner-plain"_s);
@@ -158,63 +123,30 @@ TEST_F(ScreensSmokeTest, ThreeBannerVariantsThenTheSaveDialog)
     ASSERT_NE(dialog, nullptr);
     settle(1000);
     EXPECT_TRUE(dialog->property("visible").toBool());
-    EXPECT_TRUE(dialog->property("selectedFile").toUrl().toString().endsWith(u"/Tamlo_WorkLog_2026-03-09.csv"_s))
-        << dialog->property("selectedFile").toUrl().toString().toStdString();
+    EXPECT_TRUE(dialog->property("selectedFile").toUrl().toString().endsWith(u"/Tamlo_WorkLog_2026-03-09.csv"_s));
     capture(u"13-export-save-dialog"_s);
 }
 
 // The privacy section where exclusions apply, and on GNOME on Wayland, where they cannot.
 TEST_F(ScreensSmokeTest, PrivacySectionOnEachKindOfDesktop)
 {
-    env.settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
-    for (const bool canTell : {true, false}) {
+    settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    for (const QString &type : {u"x11"_s, u"wayland"_s}) {
         QProcessEnvironment session;
-        session.insert(u"XDG_SESSION_TYPE"_s, canTell ? u"x11"_s : u"wayland"_s);
+        session.insert(u"XDG_SESSION_TYPE"_s, type);
         session.insert(u"XDG_CURRENT_DESKTOP"_s, u"GNOME"_s);
         m_view.reset();
-        main = env.makeMainScreen(session);
+        makeMain(session);
         main->setSelectedTab(2);
-        QQuickView *view = show(main.get());
+        ASSERT_NO_FATAL_FAILURE(showPanel());
         // The tab scrolled to its end, where the section is.
-        for (QQuickItem *item : view->rootObject()->findChildren<QQuickItem *>()) {
+        for (QQuickItem *item : m_view->rootObject()->findChildren<QQuickItem *>()) {
             if (item->inherits("QQuickFlickable") && item->isVisible()) {
                 item->setProperty("contentY", qMax(0.0, item->property("contentHeight").toReal() - item->height()));
             }
         }
-        settle();
-        capture(canTell ? u"14-settings-privacy"_s : u"15-settings-privacy-gnome-wayland"_s);
+        capture(type == u"x11"_s ? u"14-settings-privacy"_s : u"15-settings-privacy-gnome-wayland"_s);
     }
-}
-
-TEST_F(ScreensSmokeTest, PausedAndEmptyThenSettingsAndAbout)
-{
-    env.settings.setString(SettingsKey::userProjects, u"Tamlo, Acme Website"_s);
-    env.settings.setString(SettingsKey::categorizeBy, u"Coding, Browsing, Communication"_s);
-    makeMain();
-    show(main.get());
-    capture(u"04-report-paused-empty"_s);
-    main->setSelectedTab(1);
-    capture(u"05-activity-empty"_s);
-    main->setSelectedTab(2);
-    capture(u"10-settings-ready"_s);
-
-    env.installedModels.clear();
-    main->settingsView()->setSelectedIndex(1);
-    capture(u"11-settings-missing"_s);
-
-    main->setShowingAbout(true);
-    auto *sheet = m_view->rootObject()->findChild<QQuickWindow *>(u"aboutSheet"_s);
-    ASSERT_NE(sheet, nullptr);
-    ASSERT_TRUE(QTest::qWaitFor([sheet] { return sheet->isExposed(); }, 2000));
-    // As wide as the sheet is meant to be, wider than the panel under it.
-    QmlScreenTest::capture(u"12-about"_s, QSize(340, sheet->height()), sheet);
-    QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
-    QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier, u"\r"_s);
-    QCoreApplication::sendEvent(sheet, &press);
-    QCoreApplication::sendEvent(sheet, &release);
-    settle();
-    EXPECT_FALSE(main->showingAbout()) << "Return closes the sheet";
-    EXPECT_FALSE(sheet->isVisible());
 }
 
 // Figures keep their width on a desktop whose font has proportional digits (GNOME's Cantarell).
@@ -235,6 +167,5 @@ TEST(FigureTextTest, EveryDigitTakesTheSameWidthInAProportionalFont)
     }
     QGuiApplication::setFont(previous);
     EXPECT_GT(widths[0], 0);
-    EXPECT_EQ(widths[0], widths[1]);
-    EXPECT_EQ(widths[0], widths[2]);
+    EXPECT_EQ(widths, QList<qreal>(3, widths[0]));
 }
