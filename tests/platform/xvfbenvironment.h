@@ -15,7 +15,7 @@ inline QSize screenSize()
     return parts.size() == 2 ? QSize(parts.at(0).toInt(), parts.at(1).toInt()) : QSize();
 }
 
-// An X server of the test's own with an EWMH window manager on it, and the application connected to it.
+// An X server of the test's own with openbox on it, and the application connected to it.
 class XvfbEnvironment : public ::testing::Environment
 {
 public:
@@ -31,37 +31,39 @@ public:
         // Xvfb picks a display nobody holds and prints it once it accepts connections, so a test
         // running beside this one can never leave us talking to its display.
         m_server.start(program,
-            {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset"), QStringLiteral("-screen"),
-                QStringLiteral("0"), QStringLiteral("%1x%2x24").arg(screenSize().width()).arg(screenSize().height()),
-                QStringLiteral("-nolisten"), QStringLiteral("tcp")});
-        if (m_server.waitForStarted(5000)) {
-            while (!m_server.canReadLine() && m_server.waitForReadyRead(10000)) { }
-        }
-        if (m_server.canReadLine() && m_server.state() == QProcess::Running) {
-            const QByteArray display = m_server.readLine().trimmed();
-            qputenv("DISPLAY", ":" + display);
-            qputenv("QT_QPA_PLATFORM", "xcb");
-            startWindowManager();
-            s_app = new QGuiApplication(m_argc, m_argv);
-            QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+            QStringList {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset"),
+                QStringLiteral("-nolisten"), QStringLiteral("tcp"), QStringLiteral("-screen"), QStringLiteral("0")}
+                << QStringLiteral("%1x%2x24").arg(screenSize().width()).arg(screenSize().height()));
+        while (m_server.waitForStarted(5000) && !m_server.canReadLine() && m_server.waitForReadyRead(10000)) { }
+        if (!m_server.canReadLine()) {
+            s_startError = "Xvfb could not be started on a free display";
             return;
         }
-        m_server.kill();
-        m_server.waitForFinished();
-        s_startError = "Xvfb could not be started on a free display";
+        qputenv("DISPLAY", ":" + m_server.readLine().trimmed());
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        m_windowManager.start(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+        // No application exists yet to wait with, so this waits plainly until openbox claims the screen.
+        bool claimed = false;
+        for (int attempt = 0; attempt < 150 && !claimed && m_windowManager.waitForStarted(5000); ++attempt) {
+            QProcess probe;
+            probe.start(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")});
+            claimed = probe.waitForFinished(5000) && probe.readAllStandardOutput().contains("window id");
+            QThread::msleep(claimed ? 0 : 100);
+        }
+        if (!claimed) {
+            s_noWindowManager = "openbox did not claim the screen (Debian package openbox)";
+        }
+        s_app = new QGuiApplication(m_argc, m_argv);
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
     }
 
     void TearDown() override
     {
         delete s_app;
         s_app = nullptr;
-        if (m_windowManager.state() != QProcess::NotRunning) {
-            m_windowManager.terminate();
-            m_windowManager.waitForFinished(5000);
-        }
-        if (m_server.state() != QProcess::NotRunning) {
-            m_server.terminate();
-            m_server.waitForFinished(5000);
+        for (QProcess *process : {&m_windowManager, &m_server}) {
+            process->terminate();
+            process->waitForFinished(5000);
         }
     }
 
@@ -71,32 +73,8 @@ public:
     static inline std::string s_noWindowManager;
 
 private:
-    // Openbox, once it has claimed the screen; without it the tests that need one skip.
-    void startWindowManager()
-    {
-        const QString program = QStandardPaths::findExecutable(QStringLiteral("openbox"));
-        if (program.isEmpty()) {
-            s_noWindowManager = "openbox is not installed (Debian package openbox)";
-            return;
-        }
-        m_windowManager.start(program, {QStringLiteral("--sm-disable")});
-        // No application exists yet to wait with, so this waits plainly.
-        bool claimed = false;
-        for (int attempt = 0; attempt < 150 && !claimed; ++attempt) {
-            QProcess probe;
-            probe.start(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")});
-            claimed = probe.waitForFinished(5000) && probe.readAllStandardOutput().contains("window id");
-            if (!claimed) {
-                QThread::msleep(100);
-            }
-        }
-        if (!claimed) {
-            s_noWindowManager = "openbox did not claim the screen";
-        }
-    }
-
-    QProcess m_windowManager;
     int m_argc;
     char **m_argv;
     QProcess m_server;
+    QProcess m_windowManager;
 };
