@@ -10,15 +10,12 @@
 #include <QApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusPendingCall>
 #include <QDirIterator>
 #include <QPainter>
 #include <QQuickWindow>
 #include <QStandardPaths>
 #include <QStringList>
 #include <QThread>
-#include <QTimer>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -215,34 +212,27 @@ class StandInWatcher : public QObject
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered MEMBER hostRegistered CONSTANT)
+    Q_PROPERTY(int ProtocolVersion MEMBER protocolVersion CONSTANT)
     Q_PROPERTY(QStringList RegisteredStatusNotifierItems MEMBER items)
 public:
-    explicit StandInWatcher(QDBusConnection bus) : m_bus(std::move(bus)) { }
-
-    bool publish()
+    bool publish(QDBusConnection bus)
     {
-        return m_bus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this,
+        return bus.registerObject(u"/StatusNotifierWatcher"_s, this,
                    QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties)
-            && m_bus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher"));
+            && bus.registerService(u"org.kde.StatusNotifierWatcher"_s);
     }
 
-    [[nodiscard]] bool hostRegistered() const { return true; }
-    [[nodiscard]] int protocolVersion() const { return 0; }
-
-    // The bus names of the registered items; each serves /StatusNotifierItem.
-    QStringList items;
+    bool hostRegistered = true;
+    int protocolVersion = 0;
+    QStringList items; // the bus names of the registered items; each serves /StatusNotifierItem
 
 public Q_SLOTS:
     void RegisterStatusNotifierItem(const QString &service, const QDBusMessage &message)
     {
-        items.append(service.startsWith(QLatin1Char('/')) ? message.service() : service);
+        items.append(service.startsWith(u'/') ? message.service() : service);
     }
     void RegisterStatusNotifierHost(const QString &) { }
-
-private:
-    QDBusConnection m_bus;
 };
 
 // Whether the first output shows its grid, with no window over it.
@@ -472,11 +462,11 @@ int main(int argc, char **argv)
     }
     // On a connection and a thread of its own, since the tray asks it with a blocking call.
     QThread watcherThread;
-    StandInWatcher standInWatcher(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
+    StandInWatcher standInWatcher;
     standInWatcher.moveToThread(&watcherThread);
     watcherThread.start();
     watcher = &standInWatcher;
-    standInWatcher.publish();
+    standInWatcher.publish(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
     const int result = RUN_ALL_TESTS();
     watcherThread.quit();
     watcherThread.wait();
