@@ -6,6 +6,8 @@
 #include "monitorfixture.h"
 #include "standinportal.h"
 
+#include <QDBusArgument>
+#include <QDBusMetaType>
 #include <QQuickWindow>
 #include <QSignalSpy>
 
@@ -77,6 +79,32 @@ TEST_F(PortalCaptureTest, ALateAnswerIsClosedAndItsFileDeleted)
     ASSERT_TRUE(waitFor([&] { return portal->closedRequests.size() == 1; }));
     ASSERT_TRUE(QFile::exists(portal->writtenFile));
     EXPECT_TRUE(waitFor([&] { return !QFile::exists(portal->writtenFile); }, 3000));
+}
+
+// The buses' subscriptions follow the observers, and none is left once the last one goes.
+TEST(DBusScreenEventsTest, SubscriptionsFollowTheObservers)
+{
+    PrivateDBus bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.errorText().toStdString();
+    const QDBusConnection session = bus.connect(u"events-session"_s);
+    const QDBusConnection system = bus.connect(u"events-system"_s);
+    // Asked on the connection itself, after everything it sent before.
+    const auto matchRules = [](const QDBusConnection &connection) {
+        QDBusMessage call = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
+            u"org.freedesktop.DBus.Debug.Stats"_s, u"GetConnectionStats"_s);
+        call << connection.baseService();
+        return qdbus_cast<QVariantMap>(connection.call(call).arguments().value(0)).value(u"MatchRules"_s).toInt();
+    };
+    const auto rules = [&] { return std::pair(matchRules(session), matchRules(system)); };
+    DBusScreenEvents events(session, system);
+    const auto none = rules();
+    const auto lock = events.addObserver(ScreenEvent::Locked, [] {});
+    const auto wake = events.addWakeObserver([] {});
+    EXPECT_EQ(rules(), std::pair(none.first + 2, none.second + 1)) << "both screen savers and logind";
+    events.removeObserver(lock);
+    EXPECT_EQ(rules(), std::pair(none.first, none.second + 1));
+    events.removeWakeObserver(wake);
+    EXPECT_EQ(rules(), none);
 }
 
 // What another process gives, run on a thread of its own as it blocks while this one answers.
