@@ -195,7 +195,7 @@ TEST_F(SettingsModelsTest, PresenceSwitchesWriteTheSettingsAndAwayComesBackWithI
     PresenceSettingsModel presence(settings.get());
     EXPECT_EQ(std::tuple(presence.detectAway(), presence.awayMinutes(), presence.skipUnchangedScreens()),
         std::tuple(true, 5, true));
-    presence.setAwayMinutes(1);
+    settings->setInteger(SettingsKey::awayThresholdMinutes, 1);
     EXPECT_EQ(presence.awayText(),
         u"After 1 minute without keyboard or mouse on a still screen, Tamlo records you as away."_s);
     presence.setDetectAway(false);
