@@ -4,10 +4,6 @@
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QImage>
-#include <QList>
-#include <QObject>
-#include <QString>
-#include <QStringList>
 #include <QTimer>
 #include <QUrl>
 #include <QVariantMap>
@@ -33,19 +29,15 @@ public:
     QStringList closedRequests;
     QImage image;
     QList<QVariantMap> calls;
-    QList<QString> parentWindows;
     QString writtenFile;
 
 public Q_SLOTS:
-    QDBusObjectPath Screenshot(const QString &parentWindow, const QVariantMap &options, const QDBusMessage &message)
+    QDBusObjectPath Screenshot(const QString &, const QVariantMap &options, const QDBusMessage &message)
     {
-        parentWindows.append(parentWindow);
         calls.append(options);
-        QString sender = message.service().mid(1);
-        sender.replace(QLatin1Char('.'), QLatin1Char('_'));
-        const QString path = QStringLiteral("/org/freedesktop/portal/desktop/request/") + sender + QLatin1Char('/')
+        const QString path = QStringLiteral("/org/freedesktop/portal/desktop/request/")
+            + message.service().mid(1).replace(QLatin1Char('.'), QLatin1Char('_')) + QLatin1Char('/')
             + options.value(QStringLiteral("handle_token")).toString();
-
         QVariantMap results;
         if (responseCode == 0) {
             writtenFile = m_directory + QStringLiteral("/Screenshot.png");
@@ -55,8 +47,7 @@ public Q_SLOTS:
         // The answer comes after the reply, as a signal on the request object.
         m_bus.registerObject(
             path, QStringLiteral("org.freedesktop.portal.Request"), this, QDBusConnection::ExportAllSlots);
-        const uint code = responseCode;
-        QTimer::singleShot(answerDelayMs, this, [this, path, code, results] {
+        QTimer::singleShot(answerDelayMs, this, [this, path, code = responseCode, results] {
             QDBusMessage signal = QDBusMessage::createSignal(
                 path, QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"));
             signal << code << results;

@@ -6,7 +6,6 @@
 
 #include "monitorrig.h"
 #include "privatedbus.h"
-#include "standinwatcher.h"
 
 #include <QApplication>
 #include <QDBusConnectionInterface>
@@ -17,6 +16,7 @@
 #include <QPainter>
 #include <QQuickWindow>
 #include <QStandardPaths>
+#include <QStringList>
 #include <QThread>
 #include <QTimer>
 
@@ -27,12 +27,12 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-const QColor secondOutputColor(20, 160, 60);
-
 QColor blockColor(int column, int row)
 {
     return QColor::fromHsv((column * 4 + row) * 360 / 16, 200, 220);
 }
+
+constexpr auto ownerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
 
 // sway on two headless outputs (run as nobody when we are root: it refuses root), pipewire, and
 // session buses on which the real portal starts when first asked. The first output shows a grid of
@@ -52,34 +52,29 @@ struct Desktop
 
     bool start()
     {
-        for (const auto &[program, package] :
-            {std::pair {"sway", "sway"}, {"swaybg", "swaybg"}, {"pipewire", "pipewire"},
-                {"xdg-desktop-portal", "xdg-desktop-portal"}, {"xdg-desktop-portal-wlr", "xdg-desktop-portal-wlr"},
-                {"xdg-desktop-portal-gtk", "xdg-desktop-portal-gtk"}}) {
+        for (const char *program : {"sway", "swaybg", "pipewire", "xdg-desktop-portal", "xdg-desktop-portal-wlr",
+                 "xdg-desktop-portal-gtk", "xlogo", "Xwayland", "foot"}) {
             if (QStandardPaths::findExecutable(QString::fromLatin1(program), {u"/usr/bin"_s, u"/usr/libexec"_s})
                     .isEmpty()) {
                 missingPackage = true;
-                return fail(std::string(program) + " is not installed (Debian package " + package + ")");
+                return fail(program + std::string(" is not installed: run scripts/install-deps.sh"));
             }
         }
-        for (const char *dir : {"sway", "run", "home", "tmp", "services"}) {
-            QDir(work.path()).mkpath(QString::fromLatin1(dir));
-            QFile::setPermissions(
-                path(QString::fromLatin1(dir)), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        for (const QString &dir : {u"sway"_s, u"run"_s, u"home"_s, u"tmp"_s, u"services"_s}) {
+            QDir(work.path()).mkpath(dir);
+            QFile::setPermissions(path(dir), ownerOnly);
         }
         QImage grid(1920, 1080, QImage::Format_RGB32);
         QPainter painter(&grid);
-        for (int column = 0; column < 4; ++column) {
-            for (int row = 0; row < 4; ++row) {
-                painter.fillRect(column * 480, row * 270, 480, 270, blockColor(column, row));
-            }
+        for (int block = 0; block < 16; ++block) {
+            painter.fillRect(block / 4 * 480, block % 4 * 270, 480, 270, blockColor(block / 4, block % 4));
         }
         painter.end();
         grid.save(path(u"grid.png"_s));
         writeFile(u"sway.conf"_s,
             u"xwayland enable\noutput HEADLESS-1 mode --custom 1920x1080 position 0 0 bg %1 stretch\n"
-            "output HEADLESS-2 mode --custom 1280x1080 position 1920 0 bg %2 solid_color\n"_s.arg(
-                path(u"grid.png"_s), secondOutputColor.name()));
+            "output HEADLESS-2 mode --custom 1280x1080 position 1920 0 bg #14a03c solid_color\n"_s.arg(
+                path(u"grid.png"_s)));
 
         QStringList command {u"env"_s, u"HOME="_s + path(u"sway"_s), u"XDG_RUNTIME_DIR="_s + path(u"sway"_s),
             u"WLR_BACKENDS=headless"_s, u"WLR_HEADLESS_OUTPUTS=2"_s, u"WLR_LIBINPUT_NO_DEVICES=1"_s,
@@ -89,8 +84,7 @@ struct Desktop
             if (!nobody || chown(QFile::encodeName(path(u"sway"_s)).constData(), nobody->pw_uid, nobody->pw_gid) != 0) {
                 return fail("cannot hand a runtime folder to the nobody account");
             }
-            QFile::setPermissions(work.path(),
-                QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther);
+            QFile::setPermissions(work.path(), ownerOnly | QFile::ReadOther | QFile::ExeOther);
             // setpriv execs sway in its own place, so ending our child ends sway.
             command = QStringList {u"setpriv"_s, u"--reuid=%1"_s.arg(nobody->pw_uid),
                           u"--regid=%1"_s.arg(nobody->pw_gid), u"--clear-groups"_s}
@@ -98,16 +92,17 @@ struct Desktop
         }
         sway.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         sway.start(command.takeFirst(), command);
-        if (!waitFor([&] {
-                socket = firstMatch(u"sway"_s, u"wayland-?"_s);
-                ipcSocket = firstMatch(u"sway"_s, u"sway-ipc.*.sock"_s);
-                return !socket.isEmpty() && !ipcSocket.isEmpty();
-            })) {
+        if (!QTest::qWaitFor(
+                [&] {
+                    socket = firstMatch(u"wayland-?"_s);
+                    ipcSocket = firstMatch(u"sway-ipc.*.sock"_s);
+                    return !socket.isEmpty() && !ipcSocket.isEmpty();
+                },
+                10000)) {
             return fail("sway did not open its sockets");
         }
         // The compositor's account lets us in; as root that is explicit rather than by override.
-        QFile::setPermissions(
-            path(u"sway"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ExeOther);
+        QFile::setPermissions(path(u"sway"_s), ownerOnly | QFile::ExeOther);
         for (const QString &file : {socket, ipcSocket}) {
             QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther | QFile::WriteOther);
         }
@@ -121,7 +116,7 @@ struct Desktop
         busEnvironment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
         pipewire.setProcessEnvironment(busEnvironment);
         pipewire.start(u"pipewire"_s, {});
-        if (!waitFor([&] { return QFile::exists(path(u"run/pipewire-0"_s)); })) {
+        if (!QTest::qWaitFor([&] { return QFile::exists(path(u"run/pipewire-0"_s)); }, 10000)) {
             return fail("pipewire did not start");
         }
         // The portal and its backends, but not the document portal, which would mount a FUSE file system.
@@ -133,8 +128,7 @@ struct Desktop
         writeFile(u"bus.conf"_s,
             u"<busconfig><type>session</type><listen>unix:tmpdir=%1</listen><auth>EXTERNAL</auth>"
             "<servicedir>%1/services</servicedir><policy context=\"default\"><allow send_destination=\"*\" "
-            "eavesdrop=\"true\"/>"
-            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
+            "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
             // Room for the portal to outwait its own 25 s time-out on a loaded machine (see startPortal).
             "<limit name=\"service_start_timeout\">90000</limit></busconfig>"_s.arg(work.path()));
         return true;
@@ -148,9 +142,8 @@ struct Desktop
             environment.insert(u"XDG_DESKTOP_PORTAL_DIR"_s, portalDir);
         }
         auto bus = std::make_unique<PrivateDBus>(QStringList {u"--config-file="_s + path(u"bus.conf"_s)}, environment);
-        // The backends first, one at a time: the portal, started while they come up, at times
+        // The real backends first, one at a time: the portal, started while they come up, at times
         // waits for an answer that never comes.
-        // A portal of the test's own backends needs neither.
         if (portalDir.isEmpty()) {
             const QDBusConnection starter = bus->connect(u"starter"_s);
             for (const QString &backend :
@@ -174,16 +167,12 @@ struct Desktop
     [[nodiscard]] QStringList pictures() const
     {
         QStringList found;
-        for (const QString &dir : {path(u"home"_s), path(u"tmp"_s), path(u"run"_s)}) {
-            QDirIterator it(dir, {u"*.png"_s, u"*.ppm"_s, u"*.jpg"_s}, QDir::Files, QDirIterator::Subdirectories);
-            while (it.hasNext()) {
-                found.append(it.next());
-            }
+        QDirIterator it(work.path(), {u"*.png"_s, u"*.ppm"_s, u"*.jpg"_s}, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            found.append(it.next());
         }
-        if (QFile::exists(u"/tmp/out.png"_s)) {
-            found.append(u"/tmp/out.png"_s);
-        }
-        return found;
+        found.removeAll(path(u"grid.png"_s));
+        return QFile::exists(u"/tmp/out.png"_s) ? found << u"/tmp/out.png"_s : found;
     }
 
     ~Desktop()
@@ -213,17 +202,40 @@ private:
         file.setPermissions(file.permissions() | QFile::ReadOther);
     }
 
-    [[nodiscard]] QString firstMatch(const QString &dir, const QString &pattern) const
+    [[nodiscard]] QString firstMatch(const QString &pattern) const
     {
-        const QFileInfoList found = QDir(path(dir)).entryInfoList({pattern}, QDir::System);
+        const QFileInfoList found = QDir(path(u"sway"_s)).entryInfoList({pattern}, QDir::System);
         return found.isEmpty() ? QString() : found.first().absoluteFilePath();
     }
+};
 
-    template<typename Predicate>
-    static bool waitFor(Predicate predicate)
+// A StatusNotifierWatcher on a test bus, as KDE's panel and GNOME's AppIndicator extension run one:
+// tray items register with it, and it tells them that a host is there to show them.
+class StandInWatcher : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered MEMBER hostRegistered CONSTANT)
+    Q_PROPERTY(int ProtocolVersion MEMBER protocolVersion CONSTANT)
+    Q_PROPERTY(QStringList RegisteredStatusNotifierItems MEMBER items)
+public:
+    bool publish(QDBusConnection bus)
     {
-        return QTest::qWaitFor(predicate, 10000);
+        return bus.registerObject(u"/StatusNotifierWatcher"_s, this,
+                   QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties)
+            && bus.registerService(u"org.kde.StatusNotifierWatcher"_s);
     }
+
+    bool hostRegistered = true;
+    int protocolVersion = 0;
+    QStringList items; // the bus names of the registered items; each serves /StatusNotifierItem
+
+public Q_SLOTS:
+    void RegisterStatusNotifierItem(const QString &service, const QDBusMessage &message)
+    {
+        items.append(service.startsWith(u'/') ? message.service() : service);
+    }
+    void RegisterStatusNotifierHost(const QString &) { }
 };
 
 // Whether the first output shows its grid, with no window over it.
@@ -235,7 +247,7 @@ bool gridShown()
 }
 
 Desktop *desktop = nullptr;
-std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the tray and the screen saver
+std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the portal, the tray and the screen saver
 StandInWatcher *watcher = nullptr;
 
 // A Screenshot backend put behind the real portal (which also takes it for the Access backend it
@@ -305,32 +317,10 @@ protected:
         wayland = std::make_unique<WaylandScreenGrabber>(screencopy, portal.get());
         service = std::make_unique<ScreenCaptureService>(
             wayland.get(), nullptr, ScreenCaptureService::SessionType::Wayland);
-        buildMonitor(service.get(), events.get());
+        buildMonitor(service.get(), &events);
     }
 
-    // The real portal 1.16, started on a loaded machine, at times waits out a 25 s D-Bus time-out
-    // for one of its own helpers before it answers anyone. Started here, with room for that, the
-    // requests the test makes then meet a portal that is up.
-    static void startPortal(PrivateDBus &bus)
-    {
-        QDBusMessage start = QDBusMessage::createMethodCall(
-            u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s, u"org.freedesktop.DBus"_s, u"StartServiceByName"_s);
-        start << u"org.freedesktop.portal.Desktop"_s << 0u;
-        // Waited for with the event loop running: a backend of the test's own answers the portal from it.
-        QDBusPendingCall call = bus.connect(u"portal-starter"_s).asyncCall(start, 90000);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return call.isFinished(); }, 95000));
-        ASSERT_FALSE(call.isError()) << call.error().message().toStdString();
-    }
-
-    [[nodiscard]] QImage sentPicture(qsizetype index) const
-    {
-        const QJsonObject body = QJsonDocument::fromJson(ollama.requestsTo("/api/chat").at(index).body).object();
-        const QString image = body[u"messages"_s][0][u"images"_s][0].toString();
-        return QImage::fromData(QByteArray::fromBase64(image.toLatin1()), "PNG");
-    }
-
-    std::unique_ptr<DBusScreenEvents> events
-        = std::make_unique<DBusScreenEvents>(QDBusConnection::sessionBus(), QDBusConnection::sessionBus());
+    DBusScreenEvents events {QDBusConnection::sessionBus(), QDBusConnection::sessionBus()};
     std::unique_ptr<PortalScreenGrabber> portal;
     std::unique_ptr<WaylandScreenGrabber> wayland;
     std::unique_ptr<ScreenCaptureService> service;
@@ -343,59 +333,66 @@ TEST_F(WaylandTest, TheModelGetsTheFirstOutputScaledAndNoPictureIsLeft)
     WlrScreencopyGrabber screencopy;
     for (const bool viaScreencopy : {true, false}) {
         SCOPED_TRACE(viaScreencopy ? "screencopy" : "portal");
-        const auto bus = desktop->bus();
-        capturingThrough(*bus, viaScreencopy ? &screencopy : nullptr);
+        capturingThrough(*sessionBus, viaScreencopy ? &screencopy : nullptr);
         const qsizetype sent = ollama.requestsTo("/api/chat").size();
         QCoro::waitFor(monitor->performCapture());
         ASSERT_EQ(ollama.requestsTo("/api/chat").size(), sent + 1) << monitor->lastError().toStdString();
-        const QImage picture = sentPicture(sent);
+        const QJsonObject body = QJsonDocument::fromJson(ollama.requestsTo("/api/chat").at(sent).body).object();
+        const QImage picture = QImage::fromData(
+            QByteArray::fromBase64(body[u"messages"_s][0][u"images"_s][0].toString().toLatin1()), "PNG");
         ASSERT_EQ(picture.size(), QSize(1200, 675));
-        for (int column = 0; column < 4; ++column) {
-            for (int row = 0; row < 4; ++row) {
-                EXPECT_EQ(picture.pixelColor(column * 300 + 150, row * 169 + 84).rgb(), blockColor(column, row).rgb())
-                    << column << "," << row;
-            }
+        for (int block = 0; block < 16; ++block) {
+            const QPoint middle(block / 4 * 300 + 150, block % 4 * 169 + 84);
+            EXPECT_EQ(picture.pixelColor(middle).rgb(), blockColor(block / 4, block % 4).rgb()) << block;
         }
         EXPECT_EQ(desktop->pictures(), QStringList());
-        EXPECT_EQ(
-            bus->connect(u"probe"_s).interface()->isServiceRegistered(u"org.freedesktop.portal.Desktop"_s).value(),
+        EXPECT_EQ(QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.freedesktop.portal.Desktop"_s),
             !viaScreencopy);
     }
 }
 
 // A portal whose backends offer no Screenshot (as with wlr alone, without its Access backend) says
-// what to install, once; refusals stop monitoring with the permission text; a portal slower than
-// the time-out gets its request closed and leaves no file. The real portal, with a backend of the
+// what to install, once; a refusal stops monitoring with the permission text; a backend slower than
+// the time-out gets its request closed and writes no file. The real portal, with a backend of the
 // test's own: the real wlr backend alone at times keeps the portal from starting on a loaded machine.
 TEST_F(WaylandTest, RealPortalFailuresAreSaidOnceAndLeaveNoFile)
 {
     QTemporaryDir standIn;
     std::unique_ptr<PrivateDBus> bus;
     std::unique_ptr<StandInBackend> backend;
-    const auto portalWith = [&](const QByteArray &interfaces) {
-        QFile portalFile(standIn.filePath(u"standin.portal"_s));
-        ASSERT_TRUE(portalFile.open(QIODevice::WriteOnly));
-        portalFile.write("[portal]\nDBusName=org.freedesktop.impl.portal.desktop.standin\nInterfaces=" + interfaces
-            + "\nUseIn=sway\n");
-        portalFile.close();
-        backend.reset();
+    // The real portal 1.16, started on a loaded machine, at times waits out a 25 s D-Bus time-out
+    // for one of its own helpers before it answers anyone: started here, with room for that, and
+    // with the event loop running, as the backend answers it from there.
+    const auto startPortal = [&](bool withBackend) {
         bus = desktop->bus(standIn.path());
-        QDBusConnection backendBus = bus->connect(u"backend"_s);
-        backend = std::make_unique<StandInBackend>(backendBus, standIn.path());
-        backendBus.registerObject(u"/org/freedesktop/portal/desktop"_s, backend.get(), QDBusConnection::ExportAllSlots);
-        ASSERT_TRUE(backendBus.registerService(u"org.freedesktop.impl.portal.desktop.standin"_s));
-        startPortal(*bus);
+        if (withBackend) {
+            QDBusConnection backendBus = bus->connect(u"backend"_s);
+            backend = std::make_unique<StandInBackend>(backendBus, standIn.path());
+            backendBus.registerObject(
+                u"/org/freedesktop/portal/desktop"_s, backend.get(), QDBusConnection::ExportAllSlots);
+            ASSERT_TRUE(backendBus.registerService(u"org.freedesktop.impl.portal.desktop.standin"_s));
+        }
+        QDBusMessage start = QDBusMessage::createMethodCall(
+            u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s, u"org.freedesktop.DBus"_s, u"StartServiceByName"_s);
+        start << u"org.freedesktop.portal.Desktop"_s << 0u;
+        QDBusPendingCall call = bus->connect(u"portal-starter"_s).asyncCall(start, 90000);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return call.isFinished(); }, 95000));
+        ASSERT_FALSE(call.isError()) << call.error().message().toStdString();
     };
 
-    ASSERT_NO_FATAL_FAILURE(portalWith("org.freedesktop.impl.portal.Inhibit;"));
+    ASSERT_NO_FATAL_FAILURE(startPortal(false));
     capturingThrough(*bus, nullptr);
     monitor->startMonitoring();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !monitor->isMonitoring(); }, 20000));
-    EXPECT_TRUE(monitor->lastError().contains(u"Install"_s)) << monitor->lastError().toStdString();
-    EXPECT_TRUE(monitor->lastError().contains(u"xdg-desktop-portal-gtk"_s));
+    EXPECT_TRUE(monitor->lastError().contains(u"xdg-desktop-portal-gtk"_s)) << monitor->lastError().toStdString();
     EXPECT_EQ(messages().filter(u"❌"_s).size(), 1);
 
-    ASSERT_NO_FATAL_FAILURE(portalWith("org.freedesktop.impl.portal.Screenshot;org.freedesktop.impl.portal.Access;"));
+    QFile portalFile(standIn.filePath(u"standin.portal"_s));
+    ASSERT_TRUE(portalFile.open(QIODevice::WriteOnly));
+    portalFile.write("[portal]\nDBusName=org.freedesktop.impl.portal.desktop.standin\nInterfaces="
+                     "org.freedesktop.impl.portal.Screenshot;org.freedesktop.impl.portal.Access;\nUseIn=sway\n");
+    portalFile.close();
+    ASSERT_NO_FATAL_FAILURE(startPortal(true));
     capturingThrough(*bus, nullptr, 1s);
     backend->screenshotCode = 2;
     monitor->startMonitoring();
@@ -415,8 +412,7 @@ TEST_F(WaylandTest, RealPortalFailuresAreSaidOnceAndLeaveNoFile)
 TEST_F(WaylandTest, AHundredTicksRecordEachScreenAndTheLockPausesThem)
 {
     WlrScreencopyGrabber screencopy;
-    const auto bus = desktop->bus();
-    capturingThrough(*bus, &screencopy);
+    capturingThrough(*sessionBus, &screencopy);
     monitor->startMonitoring();
     for (int i = 1; i < 100; ++i) {
         tick();
@@ -426,17 +422,14 @@ TEST_F(WaylandTest, AHundredTicksRecordEachScreenAndTheLockPausesThem)
     EXPECT_EQ(snapshotStore->count(), 100);
     EXPECT_EQ(desktop->pictures(), QStringList());
 
-    PrivateDBus::roundTrip(QDBusConnection::sessionBus());
-    ASSERT_TRUE(sessionBus->sendScreenSaverActive(u"org.freedesktop.ScreenSaver"_s, true));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->screenState() == ScreenState::Locked; }, 5000));
-    tick();
-    EXPECT_EQ(monitor->aiAnalysisCount(), 100);
-    EXPECT_EQ(monitor->latestSnapshots().first().activityDescription,
-        ActivitySnapshot::screenStateMarker(ScreenState::Locked));
-    ASSERT_TRUE(sessionBus->sendScreenSaverActive(u"org.freedesktop.ScreenSaver"_s, false));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->screenState() == ScreenState::Active; }, 5000));
-    tick();
-    EXPECT_EQ(monitor->aiAnalysisCount(), 101);
+    for (const bool locked : {true, false}) {
+        PrivateDBus::roundTrip(QDBusConnection::sessionBus());
+        ASSERT_TRUE(sessionBus->sendScreenSaverActive(u"org.freedesktop.ScreenSaver"_s, locked));
+        const ScreenState state = locked ? ScreenState::Locked : ScreenState::Active;
+        ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->screenState() == state; }, 5000));
+        tick();
+        EXPECT_EQ(monitor->aiAnalysisCount(), locked ? 100 : 101);
+    }
 }
 
 // The tray icon reaches the desktop's StatusNotifierWatcher, and activating it opens the panel.
@@ -464,27 +457,8 @@ protected:
         if (IsSkipped() || HasFatalFailure()) {
             return;
         }
-        for (const auto &[program, package] :
-            {std::pair {"xlogo", "x11-apps"}, {"Xwayland", "xwayland"}, {"foot", "foot"}}) {
-            if (QStandardPaths::findExecutable(QString::fromLatin1(program)).isEmpty()) {
-                GTEST_SKIP() << program << " is not installed (Debian package " << package << ")";
-            }
-        }
         visibleWindows = &source;
-        service = std::make_unique<ScreenCaptureService>(&grabs, nullptr, ScreenCaptureService::SessionType::Wayland);
-        buildMonitor(service.get(), events.get());
-    }
-
-    // Every window closed, so the first output shows its grid again for the tests after.
-    void TearDown() override
-    {
-        if (visibleWindows) {
-            EXPECT_TRUE(desktop->swaymsg(u"[title=.] kill"_s));
-            // The tree empties before the output is drawn again.
-            EXPECT_TRUE(QTest::qWaitFor(
-                [&] { return QCoro::waitFor(source.visibleWindows()).windows.isEmpty() && gridShown(); }, 10000));
-        }
-        WaylandTest::TearDown();
+        buildMonitor(&screen, &events);
     }
 
     void run(const QString &command) { ASSERT_TRUE(desktop->swaymsg(command)) << command.toStdString(); }
@@ -497,8 +471,9 @@ protected:
 
     SwayVisibleWindows source {desktop->ipcSocket};
     WlrScreencopyGrabber screencopy;
-    WaylandScreenGrabber screen {&screencopy, nullptr};
-    CountingGrabber grabs {screen};
+    WaylandScreenGrabber wlr {&screencopy, nullptr};
+    CountingGrabber grabs {wlr};
+    ScreenCaptureService screen {&grabs, nullptr, ScreenCaptureService::SessionType::Wayland};
 };
 
 // KeePassXC, a native window, beside a focused Xwayland editor and focused itself; then in each
@@ -567,11 +542,11 @@ int main(int argc, char **argv)
     }
     // On a connection and a thread of its own, since the tray asks it with a blocking call.
     QThread watcherThread;
-    StandInWatcher standInWatcher(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
+    StandInWatcher standInWatcher;
     standInWatcher.moveToThread(&watcherThread);
     watcherThread.start();
     watcher = &standInWatcher;
-    standInWatcher.publish();
+    standInWatcher.publish(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
     const int result = RUN_ALL_TESTS();
     watcherThread.quit();
     watcherThread.wait();

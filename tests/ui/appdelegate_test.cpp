@@ -1,7 +1,6 @@
 #include "app/appdelegate.h"
 #include "app/launchtarget.h"
 
-#include <QCoreApplication>
 #include <QGuiApplication>
 #include <QPalette>
 
@@ -21,13 +20,6 @@ public:
     }
     int calls = 0;
 };
-
-void drainEvents()
-{
-    for (int i = 0; i < 3; ++i) {
-        QCoreApplication::processEvents();
-    }
-}
 } // namespace
 
 // Whichever of the panel's wiring and the end of the launch comes second starts the launch
@@ -35,37 +27,28 @@ void drainEvents()
 TEST(AppDelegateTest, ConfiguresOnceWhicheverOfPanelAndLaunchComesSecond)
 {
     for (const bool panelFirst : {true, false}) {
+        SCOPED_TRACE(panelFirst ? "panel first" : "launch first");
         AppDelegate delegate;
         CountingTarget monitor;
         const auto wire = [&] { wireAppDelegate(&delegate, &monitor); };
         const auto launch = [&] { delegate.applicationDidFinishLaunching(); };
         panelFirst ? wire() : launch();
-        drainEvents();
-        EXPECT_EQ(monitor.calls, 0) << "panel first: " << panelFirst;
-
+        QCoreApplication::processEvents();
+        EXPECT_EQ(monitor.calls, 0);
         panelFirst ? launch() : wire();
-        drainEvents();
-        EXPECT_EQ(monitor.calls, 1) << "panel first: " << panelFirst;
-
+        QCoreApplication::processEvents();
+        EXPECT_EQ(monitor.calls, 1);
         wire(); // the panel is built again later
         delegate.configureIfNeeded();
-        drainEvents();
-        EXPECT_EQ(monitor.calls, 1) << "panel first: " << panelFirst;
+        QCoreApplication::processEvents();
+        EXPECT_EQ(monitor.calls, 1);
     }
 }
 
-TEST(AppDelegateTest, LaunchForcesLightPaletteAndNeverQuitsOnClose)
+// The launch makes the palette light and delivers the URLs opened before it, in order.
+TEST(AppDelegateTest, LaunchForcesALightPaletteAndDeliversEarlierUrls)
 {
     QGuiApplication::setPalette(QPalette(QColor(30, 30, 30)));
-    AppDelegate delegate;
-    delegate.applicationDidFinishLaunching();
-    EXPECT_GT(QGuiApplication::palette().color(QPalette::Window).lightness(), 200);
-    EXPECT_LT(QGuiApplication::palette().color(QPalette::WindowText).lightness(), 60);
-    EXPECT_FALSE(delegate.applicationShouldTerminateAfterLastWindowClosed());
-}
-
-TEST(AppDelegateTest, UrlsOpenedBeforeLaunchAreDeliveredInOrderAfterIt)
-{
     AppDelegate delegate;
     QStringList delivered;
     delegate.setUrlHandler([&](const QString &url) { delivered.append(url); });
@@ -75,7 +58,9 @@ TEST(AppDelegateTest, UrlsOpenedBeforeLaunchAreDeliveredInOrderAfterIt)
 
     delegate.applicationDidFinishLaunching();
     EXPECT_EQ(delivered, QStringList({u"tamlo://auth?token=a"_s, u"tamlo://sync"_s}));
-
     delegate.handleURLEvent(u"tamlo://sync"_s);
     EXPECT_EQ(delivered.size(), 3);
+    EXPECT_GT(QGuiApplication::palette().color(QPalette::Window).lightness(), 200);
+    EXPECT_LT(QGuiApplication::palette().color(QPalette::WindowText).lightness(), 60);
+    EXPECT_FALSE(delegate.applicationShouldTerminateAfterLastWindowClosed());
 }

@@ -1,0 +1,222 @@
+#include "platform/linuxdesktopactions.h"
+#include "platform/portalscreengrabber.h"
+#include "platform/singleinstance.h"
+#include "platform/traypanel.h"
+
+#include "monitorfixture.h"
+#include "standinportal.h"
+
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QQuickWindow>
+#include <QSignalSpy>
+
+#include <future>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+using namespace MonitorTest;
+
+namespace {
+// The monitor taking its screenshots through the portal, with a stand-in portal on the test bus.
+class PortalCaptureTest : public MonitorFixture
+{
+protected:
+    void SetUp() override
+    {
+        MonitorFixture::SetUp();
+        portal->image = QImage(1920, 1080, QImage::Format_RGB32);
+        portal->image.fill(QColor(200, 30, 30));
+        ASSERT_TRUE(portal->publish());
+        buildMonitor(&portalCapture);
+    }
+
+    QTemporaryDir portalDir;
+    QDBusConnection portalBus = bus.connect(u"portal-service"_s);
+    std::unique_ptr<StandInPortal> portal = std::make_unique<StandInPortal>(portalBus, portalDir.path());
+    PortalScreenGrabber portalGrabber {bus.connect(u"tamlo"_s)};
+    ScreenCaptureService portalCapture {&portalGrabber, nullptr, ScreenCaptureService::SessionType::Wayland};
+};
+
+// Asked without a dialog, under a request token of its own each time, the portal's answer decides.
+TEST_F(PortalCaptureTest, EachAnswerOfThePortalHasItsOutcome)
+{
+    using Kind = ScreenCaptureError::Kind;
+    for (const auto &[code, kind] : {std::pair {0u, std::optional<Kind>()}, {1u, Kind::PermissionDenied},
+             {2u, Kind::PermissionDenied}, {3u, Kind::CaptureFailed}}) {
+        portal->responseCode = code;
+        const ScreenGrab grab = QCoro::waitFor(portalGrabber.grab());
+        EXPECT_EQ(grab.ok() ? std::nullopt : std::optional(grab.error->kind), kind) << code;
+        EXPECT_EQ(grab.image.isNull() ? QColor() : grab.image.pixelColor(9, 9), code ? QColor() : QColor(200, 30, 30));
+    }
+    QSet<QString> tokens;
+    for (const QVariantMap &options : portal->calls) {
+        EXPECT_EQ(options.value(u"interactive"_s), QVariant(false));
+        tokens.insert(options.value(u"handle_token"_s).toString());
+    }
+    EXPECT_EQ(tokens.size(), 4);
+}
+
+// No portal on the bus at all: what to install, said once, and monitoring stops.
+TEST_F(PortalCaptureTest, NoPortalIsSaidOnceAndStopsMonitoring)
+{
+    portal.reset();
+    ASSERT_TRUE(portalBus.unregisterService(u"org.freedesktop.portal.Desktop"_s));
+    monitor->startMonitoring();
+    ASSERT_TRUE(waitFor([&] { return !monitor->isMonitoring(); }));
+    EXPECT_TRUE(monitor->lastError().contains(u"Install "_s)) << monitor->lastError().toStdString();
+    EXPECT_EQ(messages().filter(u"then log in again"_s).size(), 1);
+}
+
+// A portal answering after the time-out has its request closed, and the picture its late
+// answer names is deleted.
+TEST_F(PortalCaptureTest, ALateAnswerIsClosedAndItsFileDeleted)
+{
+    PortalScreenGrabber impatient(*sessionBus, std::chrono::milliseconds(200));
+    portal->answerDelayMs = 600;
+    const ScreenGrab grab = QCoro::waitFor(impatient.grab());
+    EXPECT_EQ(grab.ok() ? std::nullopt : std::optional(grab.error->kind), ScreenCaptureError::Kind::CaptureFailed);
+    ASSERT_TRUE(waitFor([&] { return portal->closedRequests.size() == 1; }));
+    ASSERT_TRUE(QFile::exists(portal->writtenFile));
+    EXPECT_TRUE(waitFor([&] { return !QFile::exists(portal->writtenFile); }, 3000));
+}
+
+// The buses' subscriptions follow the observers, and none is left once the last one goes.
+TEST(DBusScreenEventsTest, SubscriptionsFollowTheObservers)
+{
+    PrivateDBus bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.errorText().toStdString();
+    const QDBusConnection session = bus.connect(u"events-session"_s);
+    const QDBusConnection system = bus.connect(u"events-system"_s);
+    // Asked on the connection itself, after everything it sent before.
+    const auto matchRules = [](const QDBusConnection &connection) {
+        QDBusMessage call = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
+            u"org.freedesktop.DBus.Debug.Stats"_s, u"GetConnectionStats"_s);
+        call << connection.baseService();
+        return qdbus_cast<QVariantMap>(connection.call(call).arguments().value(0)).value(u"MatchRules"_s).toInt();
+    };
+    const auto rules = [&] { return std::pair(matchRules(session), matchRules(system)); };
+    DBusScreenEvents events(session, system);
+    const auto none = rules();
+    const auto lock = events.addObserver(ScreenEvent::Locked, [] {});
+    const auto wake = events.addWakeObserver([] {});
+    EXPECT_EQ(rules(), std::pair(none.first + 2, none.second + 1)) << "both screen savers and logind";
+    events.removeObserver(lock);
+    EXPECT_EQ(rules(), std::pair(none.first, none.second + 1));
+    events.removeWakeObserver(wake);
+    EXPECT_EQ(rules(), none);
+}
+
+// What another process gives, run on a thread of its own as it blocks while this one answers.
+template<typename Call>
+bool fromAnotherProcess(Call call)
+{
+    auto result = std::async(std::launch::async, call);
+    const auto ready = [&] { return result.wait_for(std::chrono::milliseconds(0)) == std::future_status::ready; };
+    return QTest::qWaitFor(ready, 5000) && result.get();
+}
+
+// The second process hands its URL or its wish to see the panel to the first, which alone listens;
+// a socket left by a crash is taken over.
+TEST(SingleInstanceTest, SecondProcessHandsOverToTheFirstAndACrashedOnesSocketIsTakenOver)
+{
+    QTemporaryDir dir;
+    const QString name = dir.filePath(u"tamlo.socket"_s);
+    const auto send = [&](const QString &message) {
+        return fromAnotherProcess([&] { return SingleInstance::sendToRunning(name, message); });
+    };
+    EXPECT_FALSE(send(SingleInstance::showPanelMessage)) << "no instance";
+    // A bound socket that nobody accepts on, as a killed process leaves it.
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, name.toLocal8Bit().constData(), sizeof(address.sun_path) - 1);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    ::close(fd);
+    EXPECT_FALSE(send(SingleInstance::showPanelMessage)) << "a crashed instance";
+
+    SingleInstance first(name);
+    ASSERT_TRUE(first.listen());
+    QSignalSpy received(&first, &SingleInstance::messageReceived);
+    SingleInstance second(name);
+    EXPECT_FALSE(fromAnotherProcess([&] { return second.listen(); }));
+    EXPECT_EQ(received.count(), 0) << "probing for a live instance sends it nothing";
+    const QString url = u"tamlo://auth?token=abc%20def&x=1"_s;
+    EXPECT_TRUE(send(SingleInstance::openUrlMessage(url)));
+    EXPECT_TRUE(send(SingleInstance::showPanelMessage));
+    ASSERT_EQ(received.count(), 2);
+    EXPECT_EQ(SingleInstance::urlFromMessage(received.first().first().toString()), url);
+    EXPECT_EQ(received.last().first().toString(), SingleInstance::showPanelMessage);
+    EXPECT_TRUE(SingleInstance::urlFromMessage(SingleInstance::showPanelMessage).isEmpty());
+}
+
+TEST(TrayPanelTest, SignedInIconIsFilledAndSignedOutIconIsAnOutline)
+{
+    const auto opaqueAt = [](bool signedIn, int x) {
+        return qAlpha(TrayPanel::icon(signedIn).pixmap(32, 32).toImage().pixel(x, 16)) > 128;
+    };
+    EXPECT_TRUE(opaqueAt(true, 16) && opaqueAt(true, 10));
+    EXPECT_FALSE(opaqueAt(false, 16) || opaqueAt(false, 10));
+}
+
+// Without a tray the panel is a window of its own, built when first shown; closed, it only hides,
+// and hidden for the delay it is released, to be built afresh when shown again.
+TEST(TrayPanelTest, WithoutATrayThePanelIsAWindowThatHidesAndIsReleasedAfterTheDelay)
+{
+    int built = 0;
+    TrayPanel tray([&built] { return ++built, std::make_unique<QQuickWindow>(); }, std::chrono::milliseconds(300));
+    ASSERT_FALSE(tray.hasTray()) << "the offscreen platform has no tray";
+    EXPECT_EQ(tray.panel(), nullptr) << "nothing is built before it is first shown";
+    QSignalSpy shown(&tray, &TrayPanel::panelShown);
+    QSignalSpy released(&tray, &TrayPanel::panelReleased);
+    tray.showPanel();
+    QWindow *panel = tray.panel();
+    ASSERT_TRUE(panel && panel->isVisible());
+    // Shown again within the delay: the same panel, and the pending release is called off.
+    panel->close();
+    EXPECT_FALSE(panel->isVisible());
+    tray.togglePanel();
+    EXPECT_TRUE(panel->isVisible());
+    QTest::qWait(500);
+    tray.togglePanel();
+    EXPECT_EQ(std::pair(tray.panel(), panel->isVisible()), std::pair(panel, false)) << "hidden, not destroyed";
+    ASSERT_TRUE(released.wait(2000));
+    EXPECT_EQ(tray.panel(), nullptr);
+    tray.togglePanel();
+    EXPECT_TRUE(tray.panel() && tray.panel()->isVisible());
+    EXPECT_EQ(std::pair(built, int(shown.count())), std::pair(2, 3));
+}
+
+// "Open Settings" opens the privacy page of the desktop in use, and is offered nowhere else.
+TEST(DesktopActionsTest, PrivacySettingsOpenTheDesktopsOwnPage)
+{
+    QTemporaryDir bin;
+    const QString opened = bin.filePath(u"opened"_s);
+    for (const char *program : {"gnome-control-center", "systemsettings"}) {
+        QFile script(bin.filePath(QString::fromLatin1(program)));
+        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+        script.write(QByteArray("#!/bin/sh\necho \"") + program + " $*\" > '" + opened.toUtf8() + "'\n");
+        script.setPermissions(script.permissions() | QFile::ExeOwner);
+    }
+    // The desktops, the PATH (the scripts' when empty) and the command run; none: not offered.
+    const std::tuple<QString, QString, QByteArray> rows[]
+        = {{u"ubuntu:GNOME"_s, {}, "gnome-control-center privacy"}, {u"KDE"_s, {}, "systemsettings"},
+            {u"XFCE"_s, {}, {}}, {QString(), {}, {}}, {u"GNOME"_s, u"/nonexistent"_s, {}}};
+    for (const auto &[desktops, path, command] : rows) {
+        SCOPED_TRACE(desktops.toStdString());
+        QProcessEnvironment environment;
+        environment.insert(u"XDG_CURRENT_DESKTOP"_s, desktops);
+        environment.insert(u"PATH"_s, path.isEmpty() ? bin.path() : path);
+        LinuxDesktopActions desktop(environment);
+        QFile::remove(opened);
+        EXPECT_EQ(desktop.canOpenPrivacySettings(), !command.isEmpty());
+        desktop.openPrivacySettings();
+        if (!command.isEmpty()) {
+            QFile output(opened);
+            ASSERT_TRUE(QTest::qWaitFor([&] { return output.size() > 0; }, 5000));
+            ASSERT_TRUE(output.open(QIODevice::ReadOnly));
+            EXPECT_EQ(output.readAll().trimmed(), command);
+        }
+    }
+}
+} // namespace
