@@ -1,15 +1,18 @@
 #pragma once
 
+#include "backend.h"
 #include "fakeclock.h"
+#include "server/accountpages.h"
 #include "server/apiendpoints.h"
+#include "server/ratelimiter.h"
 #include "server/requestlog.h"
 #include "server/signinservice.h"
 #include "server/tamlohttpserver.h"
 #include "server/webpages.h"
-#include "storagesuites.h"
 
 #include <QBuffer>
 #include <QEventLoop>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -17,7 +20,6 @@
 #include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTimer>
-#include <QUrlQuery>
 
 #include <optional>
 
@@ -74,7 +76,42 @@ inline std::optional<QString> callbackToken(const HttpResult &page)
     return match.hasMatch() ? std::optional<QString>(match.captured(1)) : std::nullopt;
 }
 
-// A real server on 127.0.0.1, on the engine of the test's parameter, with a clock the test moves.
+// One record as the app uploads it, and an upload of days of them.
+inline QJsonObject record(const QString &id, const QString &timestamp, const QString &type = QStringLiteral("Coding"),
+    const QString &description = QStringLiteral("Editing checkout.css, in the editor."))
+{
+    const QString project = type == QStringLiteral("Other") ? type : QStringLiteral("Website");
+    return QJsonObject {{QStringLiteral("id"), id}, {QStringLiteral("timestamp"), timestamp},
+        {QStringLiteral("activityType"), type}, {QStringLiteral("projectName"), project},
+        {QStringLiteral("activityDescription"), description}};
+}
+
+inline QJsonObject day(const QString &date, const QJsonArray &records)
+{
+    return QJsonObject {{QStringLiteral("date"), date}, {QStringLiteral("snapshots"), records}};
+}
+
+inline QByteArray bytes(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+inline QJsonObject upload(const QJsonArray &days, const QString &device = deviceA, bool backfillComplete = false)
+{
+    return QJsonObject {{QStringLiteral("timezone"), QStringLiteral("Europe/Berlin")},
+        {QStringLiteral("deviceId"), device}, {QStringLiteral("backfillComplete"), backfillComplete},
+        {QStringLiteral("days"), days}};
+}
+
+inline QByteArray oneDay(const QString &type = QStringLiteral("Coding"))
+{
+    return bytes(upload({day(QStringLiteral("2026-11-16"),
+        {record(
+            QStringLiteral("6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"), QStringLiteral("2026-11-16T09:30:12Z"), type)})}));
+}
+
+// A real server on 127.0.0.1, set up as tamlo-server sets itself up, on the engine of the test's
+// parameter, with a clock the test moves.
 class ServerTest : public BackendTest
 {
 protected:
@@ -90,6 +127,10 @@ protected:
         pages = std::make_unique<WebPages>(signIn.get(), QUrl(), localSignIn);
         log = std::make_unique<RequestLog>(&logBuffer);
         server = std::make_unique<TamloHttpServer>(api.get(), pages.get(), log.get());
+        account = std::make_unique<AccountPages>(storage.get(), pages.get(), &clock);
+        api->setRateLimiter(&limiter);
+        pages->setRateLimiter(&limiter);
+        server->setAccountPages(account.get());
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
         baseUrl = QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server->port()));
         pages->setPublicUrl(baseUrl);
@@ -109,7 +150,7 @@ protected:
         return finished(nam.sendCustomRequest(request, method, body));
     }
 
-    // Bytes exactly as given, for requests a well-behaved client never sends.
+    // Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
     QByteArray sendRaw(const QByteArray &bytes)
     {
         QTcpSocket socket;
@@ -130,7 +171,7 @@ protected:
         return answer;
     }
 
-    // The browser's part of signing in: the form posted, the link taken from the page.
+    // The browser's part of signing the app in: the form posted, the link taken from the page.
     QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
     {
         const QString csrf = formToken(send("GET", path + QStringLiteral("?redirect=tamlo://auth")));
@@ -142,40 +183,35 @@ protected:
         return callbackToken(page).value_or(QString());
     }
 
+    static QByteArray tokenBody(const QString &token) { return bytes(QJsonObject {{QStringLiteral("token"), token}}); }
+
+    HttpResult verify(const QString &token)
+    {
+        return send("POST", QStringLiteral("/auth/verify-token"), tokenBody(token));
+    }
+
     QString sessionFor(const QString &email)
     {
-        const HttpResult verified = send("POST", QStringLiteral("/auth/verify-token"), tokenBody(linkToken(email)));
+        const HttpResult verified = verify(linkToken(email));
         EXPECT_EQ(verified.status, 200);
         return verified.json().value(QStringLiteral("sessionToken")).toString();
     }
 
-    static QByteArray tokenBody(const QString &token)
+    HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
     {
-        return QJsonDocument(QJsonObject {{QStringLiteral("token"), token}}).toJson(QJsonDocument::Compact);
+        return send("POST", QStringLiteral("/activity/sync"), body, session);
     }
 
     bool localSignIn = true;
     FakeClock clock {QDateTime(QDate(2026, 11, 16), QTime(10, 0), Qt::UTC)};
+    RateLimiter limiter {&clock};
     QBuffer logBuffer;
     std::unique_ptr<SignInService> signIn;
     std::unique_ptr<ApiEndpoints> api;
     std::unique_ptr<WebPages> pages;
     std::unique_ptr<RequestLog> log;
     std::unique_ptr<TamloHttpServer> server;
+    std::unique_ptr<AccountPages> account;
     QUrl baseUrl;
     QNetworkAccessManager nam;
-};
-
-class ServerApiTest : public ServerTest
-{
-};
-
-class LocalModeOffTest : public ServerTest
-{
-protected:
-    void SetUp() override
-    {
-        localSignIn = false;
-        ServerTest::SetUp();
-    }
 };

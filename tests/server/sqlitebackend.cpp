@@ -1,8 +1,5 @@
-#include "testbackend.h"
+#include "backend.h"
 
-#include <QDir>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
@@ -11,31 +8,16 @@ namespace {
 class SqliteBackend final : public TestBackend
 {
 public:
-    [[nodiscard]] QString name() const override { return u"SQLite"_s; }
-    void reset() override
-    {
-        for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s}) {
-            QFile::remove(file() + suffix);
-        }
-    }
+    void reset() override { } // each backend has a folder of its own
     [[nodiscard]] std::unique_ptr<SqlStorage> open() override { return SqlStorage::openSqlite(file()); }
     [[nodiscard]] QStringList serverArguments() const override { return {u"--data"_s, m_dir.path()}; }
-    [[nodiscard]] QVariant scalar(const QString &sql) override
+
+protected:
+    [[nodiscard]] QSqlDatabase addConnection(const QString &name) const override
     {
-        QVariant result;
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"scalar"_s);
-            db.setDatabaseName(file());
-            if (db.open()) {
-                QSqlQuery query(db);
-                if (query.exec(sql) && query.next()) {
-                    result = query.value(0);
-                }
-            }
-            db.close();
-        }
-        QSqlDatabase::removeDatabase(u"scalar"_s);
-        return result;
+        QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
+        db.setDatabaseName(file());
+        return db;
     }
 
 private:
@@ -44,12 +26,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<TestBackend> makeSqliteBackend()
-{
-    return std::make_unique<SqliteBackend>();
-}
-
 std::vector<BackendParam> testBackends()
 {
-    return {{"SQLite", makeSqliteBackend}};
+    return {{"SQLite", [] { return std::make_unique<SqliteBackend>(); }}};
 }
