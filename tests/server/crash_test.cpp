@@ -48,30 +48,13 @@ protected:
         process.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
             backend->serverArguments() + QStringList {u"--listen"_s, u"127.0.0.1:%1"_s.arg(port)});
         for (int attempt = 0; attempt < 200; ++attempt, QThread::msleep(25)) {
-            if (connect(100)) {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, port);
+            if (socket.waitForConnected(100)) {
                 return;
             }
         }
         FAIL() << "tamlo-server did not start listening";
-    }
-
-    std::unique_ptr<QTcpSocket> connect(int timeoutMs = 5000) const
-    {
-        auto socket = std::make_unique<QTcpSocket>();
-        socket->connectToHost(QHostAddress::LocalHost, port);
-        return socket->waitForConnected(timeoutMs) ? std::move(socket) : nullptr;
-    }
-
-    // Sends the bytes and waits for the head of the answer.
-    QByteArray post(const QByteArray &bytes) const
-    {
-        const std::unique_ptr<QTcpSocket> socket = connect();
-        socket->write(bytes);
-        QByteArray answer;
-        while (!answer.contains("\r\n\r\n") && socket->waitForReadyRead(30000)) {
-            answer += socket->readAll();
-        }
-        return answer;
     }
 
     QProcess process;
@@ -84,7 +67,7 @@ TEST_P(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
     const QString session = SecretToken::generate();
     storage->createSession(SecretToken::digest(session), ada.id, 0);
     startServer();
-    EXPECT_TRUE(post(uploadRequest(session, {u"2026-11-01"_s}, 100, 0)).startsWith("HTTP/1.1 200"));
+    EXPECT_TRUE(rawExchange(port, uploadRequest(session, {u"2026-11-01"_s}, 100, 0), 30000).startsWith("HTTP/1.1 200"));
 
     // A week of backfill, 2,880 records a day, cut off halfway by SIGKILL.
     QStringList week;
@@ -93,9 +76,11 @@ TEST_P(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
     }
     const QByteArray large = uploadRequest(session, week, 2880, 100);
     {
-        const std::unique_ptr<QTcpSocket> socket = connect();
-        socket->write(large.left(large.size() / 2));
-        socket->waitForBytesWritten(5000);
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        ASSERT_TRUE(socket.waitForConnected(5000));
+        socket.write(large.left(large.size() / 2));
+        socket.waitForBytesWritten(5000);
         QThread::msleep(100);
         process.kill();
         process.waitForFinished();
@@ -109,7 +94,7 @@ TEST_P(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
 
     // The client's next upload, to a restarted server, completes it.
     startServer();
-    EXPECT_TRUE(post(large).startsWith("HTTP/1.1 200"));
+    EXPECT_TRUE(rawExchange(port, large, 30000).startsWith("HTTP/1.1 200"));
     days = storage->days(ada.id);
     ASSERT_EQ(days.size(), 8);
     EXPECT_EQ(days.last().snapshots.size(), 2880);

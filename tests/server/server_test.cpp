@@ -193,9 +193,8 @@ TEST_P(ServerApiTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
         EXPECT_EQ(page.status, 400) << path.toStdString();
         EXPECT_TRUE(page.text().contains(u"only returns to the Tamlo app"_s));
     }
-    const HttpResult posted = send("POST", u"/login"_s,
-        formBody({{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}}), std::nullopt,
-        "application/x-www-form-urlencoded");
+    const HttpResult posted
+        = http->post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}});
     EXPECT_EQ(posted.status, 400);
     EXPECT_FALSE(callbackToken(posted).has_value());
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM sign_in_links"_s).toInt(), 0);

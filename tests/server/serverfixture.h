@@ -16,6 +16,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
+#include <QNetworkCookie>
+#include <QNetworkCookieJar>
 #include <QNetworkReply>
 #include <QRegularExpression>
 #include <QTcpSocket>
@@ -110,6 +112,74 @@ inline QByteArray oneDay(const QString &type = QStringLiteral("Coding"))
             QStringLiteral("6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"), QStringLiteral("2026-11-16T09:30:12Z"), type)})}));
 }
 
+// Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
+inline QByteArray rawExchange(quint16 port, const QByteArray &bytes, int timeoutMs = 5000)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    EXPECT_TRUE(socket.waitForConnected(5000));
+    socket.write(bytes);
+    QByteArray answer;
+    QEventLoop loop;
+    QObject::connect(&socket, &QTcpSocket::readyRead, &loop, [&] {
+        answer += socket.readAll();
+        if (answer.contains("\r\n\r\n")) {
+            loop.quit();
+        }
+    });
+    QObject::connect(&socket, &QTcpSocket::disconnected, &loop, &QEventLoop::quit);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return answer;
+}
+
+// A client with cookies of its own that follows no redirect, so that every reply is seen.
+class Client
+{
+public:
+    explicit Client(QUrl base) : m_base(std::move(base)) { }
+
+    HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
+        const std::optional<QString> &bearer = std::nullopt,
+        const QByteArray &contentType = QByteArrayLiteral("application/json"))
+    {
+        QNetworkRequest request(m_base.resolved(QUrl(path)));
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        if (!body.isEmpty() || method == "POST") {
+            request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
+        }
+        if (bearer) {
+            request.setRawHeader("Authorization", "Bearer " + bearer->toUtf8());
+        }
+        return finished(m_nam.sendCustomRequest(request, method, body));
+    }
+    HttpResult get(const QString &path) { return send("GET", path); }
+    HttpResult post(const QString &path, const QList<std::pair<QString, QString>> &fields)
+    {
+        return send("POST", path, formBody(fields), std::nullopt, "application/x-www-form-urlencoded");
+    }
+    // The form token of the page at path, fetched as a browser does before it posts.
+    QString formToken(const QString &path) { return ::formToken(get(path)); }
+    [[nodiscard]] bool hasSession() const
+    {
+        const QList<QNetworkCookie> cookies = m_nam.cookieJar()->cookiesForUrl(m_base);
+        return std::any_of(
+            cookies.begin(), cookies.end(), [](const QNetworkCookie &c) { return c.name() == "tamlo_session"; });
+    }
+    // In local mode, without a redirect, the form signs the browser itself in.
+    void signIn(const QString &email)
+    {
+        const HttpResult reply = post(QStringLiteral("/register"),
+            {{QStringLiteral("csrf"), formToken(QStringLiteral("/register"))}, {QStringLiteral("email"), email}});
+        EXPECT_EQ(reply.status, 303) << reply.text().toStdString();
+        EXPECT_TRUE(reply.header("Location").endsWith("/days"));
+    }
+
+private:
+    QUrl m_base;
+    QNetworkAccessManager m_nam;
+};
+
 // A real server on 127.0.0.1, set up as tamlo-server sets itself up, on the engine of the test's
 // parameter, with a clock the test moves.
 class ServerTest : public BackendTest
@@ -134,60 +204,35 @@ protected:
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
         baseUrl = QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server->port()));
         pages->setPublicUrl(baseUrl);
+        http = std::make_unique<Client>(baseUrl);
     }
 
     HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
-        const std::optional<QString> &bearer = std::nullopt,
-        const QByteArray &contentType = QByteArrayLiteral("application/json"))
+        const std::optional<QString> &bearer = std::nullopt)
     {
-        QNetworkRequest request(baseUrl.resolved(QUrl(path)));
-        if (!body.isEmpty() || method == "POST") {
-            request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
-        }
-        if (bearer) {
-            request.setRawHeader("Authorization", "Bearer " + bearer->toUtf8());
-        }
-        return finished(nam.sendCustomRequest(request, method, body));
+        return http->send(method, path, body, bearer);
     }
-
-    // Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
-    QByteArray sendRaw(const QByteArray &bytes)
+    QByteArray sendRaw(const QByteArray &bytes) { return rawExchange(server->port(), bytes); }
+    HttpResult verify(const QString &token)
     {
-        QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, server->port());
-        EXPECT_TRUE(socket.waitForConnected(5000));
-        socket.write(bytes);
-        QByteArray answer;
-        QEventLoop loop;
-        QObject::connect(&socket, &QTcpSocket::readyRead, &loop, [&] {
-            answer += socket.readAll();
-            if (answer.contains("\r\n\r\n")) {
-                loop.quit();
-            }
-        });
-        QObject::connect(&socket, &QTcpSocket::disconnected, &loop, &QEventLoop::quit);
-        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-        loop.exec();
-        return answer;
+        return send("POST", QStringLiteral("/auth/verify-token"), tokenBody(token));
     }
-
-    // The browser's part of signing the app in: the form posted, the link taken from the page.
-    QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
+    HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
     {
-        const QString csrf = formToken(send("GET", path + QStringLiteral("?redirect=tamlo://auth")));
-        const HttpResult page = send("POST", path,
-            formBody({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
-                {QStringLiteral("email"), email}}),
-            std::nullopt, "application/x-www-form-urlencoded");
-        EXPECT_EQ(page.status, 200) << page.text().toStdString();
-        return callbackToken(page).value_or(QString());
+        return send("POST", QStringLiteral("/activity/sync"), body, session);
     }
 
     static QByteArray tokenBody(const QString &token) { return bytes(QJsonObject {{QStringLiteral("token"), token}}); }
 
-    HttpResult verify(const QString &token)
+    // The browser's part of signing the app in: the form posted, the link taken from the page.
+    QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
     {
-        return send("POST", QStringLiteral("/auth/verify-token"), tokenBody(token));
+        const QString csrf = http->formToken(path + QStringLiteral("?redirect=tamlo://auth"));
+        const HttpResult page = http->post(path,
+            {{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
+                {QStringLiteral("email"), email}});
+        EXPECT_EQ(page.status, 200) << page.text().toStdString();
+        return callbackToken(page).value_or(QString());
     }
 
     QString sessionFor(const QString &email)
@@ -195,11 +240,6 @@ protected:
         const HttpResult verified = verify(linkToken(email));
         EXPECT_EQ(verified.status, 200);
         return verified.json().value(QStringLiteral("sessionToken")).toString();
-    }
-
-    HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
-    {
-        return send("POST", QStringLiteral("/activity/sync"), body, session);
     }
 
     bool localSignIn = true;
@@ -213,5 +253,5 @@ protected:
     std::unique_ptr<TamloHttpServer> server;
     std::unique_ptr<AccountPages> account;
     QUrl baseUrl;
-    QNetworkAccessManager nam;
+    std::unique_ptr<Client> http;
 };

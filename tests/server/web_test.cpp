@@ -3,8 +3,6 @@
 #include "server/cappedtcpserver.h"
 #include "serverfixture.h"
 
-#include <QNetworkCookie>
-#include <QNetworkCookieJar>
 #include <QSqlRecord>
 
 using namespace Qt::StringLiterals;
@@ -29,47 +27,6 @@ QByteArray adasDay()
 }
 } // namespace
 
-// A browser of its own: its own cookies, redirects not followed, so that every reply is seen.
-class Browser
-{
-public:
-    explicit Browser(QUrl base) : m_base(std::move(base)) { m_nam.setCookieJar(new QNetworkCookieJar(&m_nam)); }
-
-    HttpResult get(const QString &path) { return finished(m_nam.get(request(path))); }
-    HttpResult post(const QString &path, const QList<std::pair<QString, QString>> &fields)
-    {
-        QNetworkRequest r = request(path);
-        r.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/x-www-form-urlencoded"));
-        return finished(m_nam.post(r, formBody(fields)));
-    }
-    // The form token of the page at path, fetched as a browser does before it posts.
-    QString formToken(const QString &path) { return ::formToken(get(path)); }
-    [[nodiscard]] bool hasSession() const
-    {
-        const QList<QNetworkCookie> cookies = m_nam.cookieJar()->cookiesForUrl(m_base);
-        return std::any_of(
-            cookies.begin(), cookies.end(), [](const QNetworkCookie &c) { return c.name() == "tamlo_session"; });
-    }
-    // Local mode without a redirect: the form signs the browser in.
-    void signIn(const QString &email)
-    {
-        const HttpResult reply = post(u"/register"_s, {{u"csrf"_s, formToken(u"/register"_s)}, {u"email"_s, email}});
-        EXPECT_EQ(reply.status, 303) << reply.text().toStdString();
-        EXPECT_TRUE(reply.header("Location").endsWith("/days"));
-    }
-
-private:
-    QNetworkRequest request(const QString &path) const
-    {
-        QNetworkRequest r(m_base.resolved(QUrl(path)));
-        r.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-        return r;
-    }
-
-    QUrl m_base;
-    QNetworkAccessManager m_nam;
-};
-
 class WebTest : public ServerTest
 {
 protected:
@@ -86,8 +43,8 @@ protected:
 
 TEST_P(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
 {
-    Browser ada(baseUrl);
-    Browser eve(baseUrl);
+    Client ada(baseUrl);
+    Client eve(baseUrl);
     ada.signIn(u"ada@example.org"_s);
     eve.signIn(u"eve@example.org"_s);
     const QString adaId = storage->userByEmail(u"ada@example.org"_s)->id;
@@ -103,7 +60,7 @@ TEST_P(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
     EXPECT_EQ(storage->syncRequestedAt(adaId), clock.now().toMSecsSinceEpoch());
 
     // Before signing in as well: a sign-in post needs the token its own form set in this browser.
-    Browser stranger(baseUrl);
+    Client stranger(baseUrl);
     const QString foreign = ada.formToken(u"/login"_s);
     EXPECT_EQ(stranger.post(u"/login"_s, {{u"csrf"_s, foreign}, {u"email"_s, u"ada@example.org"_s}}).status, 403);
     EXPECT_FALSE(stranger.hasSession());
@@ -111,7 +68,7 @@ TEST_P(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
 
 TEST_P(WebTest, CookiesAreHttpOnlyLaxAndSecureOnlyOverHttps)
 {
-    Browser browser(baseUrl);
+    Client browser(baseUrl);
     const HttpResult form = browser.get(u"/login"_s);
     EXPECT_EQ(
         form.header("Set-Cookie"), "tamlo_form=" + formToken(form).toLatin1() + "; Path=/; HttpOnly; SameSite=Lax");
@@ -125,7 +82,7 @@ TEST_P(WebTest, CookiesAreHttpOnlyLaxAndSecureOnlyOverHttps)
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM sessions WHERE token_digest = '%1'"_s.arg(token)).toInt(), 0);
 
     pages->setPublicUrl(QUrl(u"https://tamlo.example"_s));
-    Browser secure(baseUrl);
+    Client secure(baseUrl);
     const HttpResult httpsForm = secure.get(u"/login"_s);
     EXPECT_TRUE(httpsForm.header("Set-Cookie").endsWith("; HttpOnly; SameSite=Lax; Secure"));
     const QByteArray secureSession
@@ -136,7 +93,7 @@ TEST_P(WebTest, CookiesAreHttpOnlyLaxAndSecureOnlyOverHttps)
 
 TEST_P(WebTest, EveryReplyCarriesTheSecurityHeaders)
 {
-    Browser browser(baseUrl);
+    Client browser(baseUrl);
     browser.signIn(u"ada@example.org"_s);
     QList<HttpResult> replies {browser.post(u"/sync"_s, {})};
     for (const QString &path :
@@ -160,7 +117,7 @@ TEST_P(WebTest, EveryReplyCarriesTheSecurityHeaders)
 
 TEST_P(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
 {
-    Browser browser(baseUrl);
+    Client browser(baseUrl);
     const QString token = browser.formToken(u"/login?redirect=tamlo://auth"_s);
     auto ask = [&](const QString &email) {
         return browser.post(u"/login"_s, {{u"redirect"_s, u"tamlo://auth"_s}, {u"csrf"_s, token}, {u"email"_s, email}});
@@ -209,7 +166,7 @@ TEST_P(WebTest, RevokingASessionLocksItsAppOutAtOnce)
 {
     const QString appSession = sessionFor(u"ada@example.org"_s);
     ASSERT_EQ(sync(adasDay(), appSession).status, 200);
-    Browser browser(baseUrl);
+    Client browser(baseUrl);
     browser.signIn(u"ada@example.org"_s);
     const QString devices = browser.get(u"/devices"_s).text();
     EXPECT_TRUE(devices.contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.toStdString();
@@ -234,7 +191,7 @@ TEST_P(WebTest, ExportAndDayPagesShowExactlyWhatWasUploaded)
 {
     const QString appSession = sessionFor(u"ada@example.org"_s);
     ASSERT_EQ(sync(adasDay(), appSession).status, 200);
-    Browser browser(baseUrl);
+    Client browser(baseUrl);
     browser.signIn(u"ada@example.org"_s);
 
     const HttpResult json = browser.get(u"/export/tamlo-data.json"_s);
@@ -285,7 +242,7 @@ TEST_P(WebTest, DeletingTheAccountLeavesNoRowOfItsDataAndEndsEverySession)
     ASSERT_EQ(sync(adasDay(), appSession).status, 200);
     const QString eveSession = sessionFor(u"eve@example.org"_s);
     ASSERT_EQ(sync(adasDay(), eveSession).status, 200);
-    Browser browser(baseUrl);
+    Client browser(baseUrl);
     browser.signIn(u"ada@example.org"_s);
     const ServerUser ada = *storage->userByEmail(u"ada@example.org"_s);
     storage->requestSync(ada.id, 1);
@@ -325,7 +282,7 @@ TEST_P(WebTest, DeletingTheAccountLeavesNoRowOfItsDataAndEndsEverySession)
 TEST_P(WebTest, SignedOutBrowsersAreSentToSignInAndLimitsHoldAtTheSocket)
 {
     {
-        Browser browser(baseUrl);
+        Client browser(baseUrl);
         const HttpResult days = browser.get(u"/days"_s);
         EXPECT_EQ(days.status, 303);
         EXPECT_TRUE(days.header("Location").endsWith("/login"));
