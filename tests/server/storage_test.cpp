@@ -20,7 +20,7 @@ class StorageTest : public BackendTest
 {
 };
 
-TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimAndRecordTheDevice)
+TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimInOrderAndRecordTheDevice)
 {
     const QString unicode = u"Grüße, 東京 🚀 \"quoted\" \\ back\u200Bslash"_s;
     const ServerUser ada = storage->createUser(u"ada@example.org"_s, unicode, 1000);
@@ -31,7 +31,8 @@ TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimAndRecordTheDevice)
     // The second upload replaces every field of the record with that id, byte for byte.
     const UploadedSnapshot a {
         idA, u"2026-11-16T09:30:12Z"_s, u"x'); DROP TABLE snapshots; --"_s, unicode, u"  padded  "_s, u"line\nbreak"_s};
-    SyncUpload later = upload({{u"2026-11-16"_s, {a, b}}});
+    const UploadedSnapshot c = snapshot(u"0C2D4E6F-8A1B-4C3D-9E5F-7A8B9C0D1E2F"_s, u"2026-11-17T08:00:00Z"_s);
+    SyncUpload later = upload({{u"2026-11-17"_s, {c}}, {u"2026-11-16"_s, {b, a}}});
     later.timezone = u"America/New_York"_s;
     storage->storeUpload(ada.id, later, 3000);
     // Another user's ids, device and upload touch none of Ada's records, nor her request.
@@ -39,9 +40,10 @@ TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimAndRecordTheDevice)
     storage->storeUpload(
         eve.id, upload({{u"2026-11-17"_s, {snapshot(idA, u"2026-11-17T10:00:00Z"_s, u"Hijack"_s)}}}), 3500);
 
-    EXPECT_EQ(storage->days(ada.id), (QList<UploadedDay> {{u"2026-11-16"_s, {a, b}}}));
+    // Days in order, and each day's records by time.
+    EXPECT_EQ(storage->days(ada.id), (QList<UploadedDay> {{u"2026-11-16"_s, {a, b}}, {u"2026-11-17"_s, {c}}}));
     EXPECT_EQ(storage->days(eve.id).value(0).snapshots.value(0).activityType, u"Hijack"_s);
-    EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM snapshots"_s).toInt(), 3);
+    EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM snapshots"_s).toInt(), 4);
     EXPECT_EQ(storage->userById(ada.id)->name, unicode);
     EXPECT_EQ(storage->syncRequestedAt(ada.id), 3100);
     const QList<DeviceRecord> devices = storage->devices(ada.id);
