@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 inline const QString deviceA = QStringLiteral("5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11");
 
 // One database engine as the tests see it: an empty database on demand, opened as the server

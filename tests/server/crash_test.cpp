@@ -6,8 +6,6 @@
 #include <QTcpServer>
 #include <QThread>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 // perDay records a day, 30 s apart from midnight, with ids numbered from firstId.
 QByteArray uploadRequest(const QString &session, const QStringList &dates, int perDay, int firstId)

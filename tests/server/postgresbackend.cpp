@@ -1,7 +1,5 @@
 #include "backend.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 // The cluster postgres-cluster.sh started for this run.
 QUrl clusterUrl()

@@ -22,75 +22,36 @@
 #include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTimer>
-
-#include <optional>
+#include <QUrlQuery>
 
 struct HttpResult
 {
     int status = 0;
     QByteArray body;
-    QList<QNetworkReply::RawHeaderPair> headers;
+    QHash<QByteArray, QByteArray> headers; // by lower-case name
 
     [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     [[nodiscard]] QString text() const { return QString::fromUtf8(body); }
-    [[nodiscard]] QByteArray header(const QByteArray &name) const
+    [[nodiscard]] QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
+    // The form token the page's forms carry (the first one).
+    [[nodiscard]] QString formToken() const
     {
-        for (const auto &[key, value] : headers) {
-            if (key.compare(name, Qt::CaseInsensitive) == 0) {
-                return value;
-            }
-        }
-        return {};
+        static const QRegularExpression pattern(u"name=\"csrf\" value=\"([^\"]+)\""_s);
+        return pattern.match(text()).captured(1);
     }
 };
 
-inline HttpResult finished(QNetworkReply *reply)
+// One record as the app uploads it (an Other record has the project Other), and uploads of them.
+inline QJsonObject record(const QString &id, const QString &timestamp, const QString &type = u"Coding"_s,
+    const QString &description = u"Editing checkout.css, in the editor."_s)
 {
-    QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-    HttpResult result {
-        reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), reply->rawHeaderPairs()};
-    reply->deleteLater();
-    return result;
-}
-
-inline QByteArray formBody(const QList<std::pair<QString, QString>> &fields)
-{
-    QByteArray body;
-    for (const auto &[key, value] : fields) {
-        body += (body.isEmpty() ? "" : "&") + QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value);
-    }
-    return body;
-}
-
-// The form token a page's forms carry (the first one).
-inline QString formToken(const HttpResult &page)
-{
-    static const QRegularExpression pattern(QStringLiteral("name=\"csrf\" value=\"([^\"]+)\""));
-    return pattern.match(page.text()).captured(1);
-}
-
-inline std::optional<QString> callbackToken(const HttpResult &page)
-{
-    static const QRegularExpression pattern(QStringLiteral("tamlo://auth\\?token=([A-Za-z0-9_-]+)"));
-    const QRegularExpressionMatch match = pattern.match(page.text());
-    return match.hasMatch() ? std::optional<QString>(match.captured(1)) : std::nullopt;
-}
-
-// One record as the app uploads it, and an upload of days of them.
-inline QJsonObject record(const QString &id, const QString &timestamp, const QString &type = QStringLiteral("Coding"),
-    const QString &description = QStringLiteral("Editing checkout.css, in the editor."))
-{
-    const QString project = type == QStringLiteral("Other") ? type : QStringLiteral("Website");
-    return QJsonObject {{QStringLiteral("id"), id}, {QStringLiteral("timestamp"), timestamp},
-        {QStringLiteral("activityType"), type}, {QStringLiteral("projectName"), project},
-        {QStringLiteral("activityDescription"), description}};
+    return QJsonObject {{u"id"_s, id}, {u"timestamp"_s, timestamp}, {u"activityType"_s, type},
+        {u"projectName"_s, type == u"Other"_s ? type : u"Website"_s}, {u"activityDescription"_s, description}};
 }
 
 inline QJsonObject day(const QString &date, const QJsonArray &records)
 {
-    return QJsonObject {{QStringLiteral("date"), date}, {QStringLiteral("snapshots"), records}};
+    return QJsonObject {{u"date"_s, date}, {u"snapshots"_s, records}};
 }
 
 inline QByteArray bytes(const QJsonObject &object)
@@ -100,16 +61,14 @@ inline QByteArray bytes(const QJsonObject &object)
 
 inline QJsonObject upload(const QJsonArray &days, const QString &device = deviceA, bool backfillComplete = false)
 {
-    return QJsonObject {{QStringLiteral("timezone"), QStringLiteral("Europe/Berlin")},
-        {QStringLiteral("deviceId"), device}, {QStringLiteral("backfillComplete"), backfillComplete},
-        {QStringLiteral("days"), days}};
+    return QJsonObject {{u"timezone"_s, u"Europe/Berlin"_s}, {u"deviceId"_s, device},
+        {u"backfillComplete"_s, backfillComplete}, {u"days"_s, days}};
 }
 
-inline QByteArray oneDay(const QString &type = QStringLiteral("Coding"))
+inline QByteArray oneDay(const QString &type = u"Coding"_s)
 {
-    return bytes(upload({day(QStringLiteral("2026-11-16"),
-        {record(
-            QStringLiteral("6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"), QStringLiteral("2026-11-16T09:30:12Z"), type)})}));
+    return bytes(upload(
+        {day(u"2026-11-16"_s, {record(u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-16T09:30:12Z"_s, type)})}));
 }
 
 // Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
@@ -140,8 +99,7 @@ public:
     explicit Client(QUrl base) : m_base(std::move(base)) { }
 
     HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
-        const std::optional<QString> &bearer = std::nullopt,
-        const QByteArray &contentType = QByteArrayLiteral("application/json"))
+        const std::optional<QString> &bearer = std::nullopt, const QByteArray &contentType = "application/json")
     {
         QNetworkRequest request(m_base.resolved(QUrl(path)));
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
@@ -151,15 +109,26 @@ public:
         if (bearer) {
             request.setRawHeader("Authorization", "Bearer " + bearer->toUtf8());
         }
-        return finished(m_nam.sendCustomRequest(request, method, body));
+        QNetworkReply *reply = m_nam.sendCustomRequest(request, method, body);
+        QEventLoop loop;
+        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        loop.exec();
+        HttpResult result {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), {}};
+        for (const auto &[name, value] : reply->rawHeaderPairs()) {
+            result.headers.insert(name.toLower(), value);
+        }
+        reply->deleteLater();
+        return result;
     }
     HttpResult get(const QString &path) { return send("GET", path); }
+    // A form posted: its fields percent-encoded (tokens and test addresses hold no plus sign).
     HttpResult post(const QString &path, const QList<std::pair<QString, QString>> &fields)
     {
-        return send("POST", path, formBody(fields), std::nullopt, "application/x-www-form-urlencoded");
+        QUrlQuery query;
+        query.setQueryItems(fields);
+        return send("POST", path, query.toString(QUrl::FullyEncoded).toUtf8(), {}, "application/x-www-form-urlencoded");
     }
-    // The form token of the page at path, fetched as a browser does before it posts.
-    QString formToken(const QString &path) { return ::formToken(get(path)); }
+    QString formToken(const QString &path) { return get(path).formToken(); }
     [[nodiscard]] bool hasSession() const
     {
         const QList<QNetworkCookie> cookies = m_nam.cookieJar()->cookiesForUrl(m_base);
@@ -169,8 +138,7 @@ public:
     // In local mode, without a redirect, the form signs the browser itself in.
     void signIn(const QString &email)
     {
-        const HttpResult reply = post(QStringLiteral("/register"),
-            {{QStringLiteral("csrf"), formToken(QStringLiteral("/register"))}, {QStringLiteral("email"), email}});
+        const HttpResult reply = post(u"/register"_s, {{u"csrf"_s, formToken(u"/register"_s)}, {u"email"_s, email}});
         EXPECT_EQ(reply.status, 303) << reply.text().toStdString();
         EXPECT_TRUE(reply.header("Location").endsWith("/days"));
     }
@@ -202,7 +170,7 @@ protected:
         pages->setRateLimiter(&limiter);
         server->setAccountPages(account.get());
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
-        baseUrl = QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server->port()));
+        baseUrl = QUrl(u"http://127.0.0.1:%1"_s.arg(server->port()));
         pages->setPublicUrl(baseUrl);
         http = std::make_unique<Client>(baseUrl);
     }
@@ -213,33 +181,29 @@ protected:
         return http->send(method, path, body, bearer);
     }
     QByteArray sendRaw(const QByteArray &bytes) { return rawExchange(server->port(), bytes); }
-    HttpResult verify(const QString &token)
-    {
-        return send("POST", QStringLiteral("/auth/verify-token"), tokenBody(token));
-    }
+    HttpResult verify(const QString &token) { return send("POST", u"/auth/verify-token"_s, tokenBody(token)); }
     HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
     {
-        return send("POST", QStringLiteral("/activity/sync"), body, session);
+        return send("POST", u"/activity/sync"_s, body, session);
     }
-
-    static QByteArray tokenBody(const QString &token) { return bytes(QJsonObject {{QStringLiteral("token"), token}}); }
+    static QByteArray tokenBody(const QString &token) { return bytes(QJsonObject {{u"token"_s, token}}); }
 
     // The browser's part of signing the app in: the form posted, the link taken from the page.
-    QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
+    QString linkToken(const QString &email, const QString &path = u"/register"_s)
     {
-        const QString csrf = http->formToken(path + QStringLiteral("?redirect=tamlo://auth"));
-        const HttpResult page = http->post(path,
-            {{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
-                {QStringLiteral("email"), email}});
+        const QString csrf = http->formToken(path + u"?redirect=tamlo://auth"_s);
+        const HttpResult page
+            = http->post(path, {{u"redirect"_s, u"tamlo://auth"_s}, {u"csrf"_s, csrf}, {u"email"_s, email}});
         EXPECT_EQ(page.status, 200) << page.text().toStdString();
-        return callbackToken(page).value_or(QString());
+        static const QRegularExpression callback(u"tamlo://auth\\?token=([A-Za-z0-9_-]+)"_s);
+        return callback.match(page.text()).captured(1);
     }
 
     QString sessionFor(const QString &email)
     {
         const HttpResult verified = verify(linkToken(email));
         EXPECT_EQ(verified.status, 200);
-        return verified.json().value(QStringLiteral("sessionToken")).toString();
+        return verified.json().value(u"sessionToken"_s).toString();
     }
 
     bool localSignIn = true;

@@ -2,8 +2,6 @@
 
 #include <QTemporaryDir>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 class SqliteBackend final : public TestBackend
 {

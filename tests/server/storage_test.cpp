@@ -1,7 +1,5 @@
 #include "backend.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 const QString idA = u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s;
 

@@ -1,29 +1,18 @@
 // The signed-in pages and what keeps strangers out: form tokens, cookies, headers, rate limits,
 // revocation, export and deletion, on every engine.
-#include "server/cappedtcpserver.h"
 #include "serverfixture.h"
 
 #include <QSqlRecord>
 
-using namespace Qt::StringLiterals;
-
 namespace {
-void pause(int ms)
-{
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
-}
-
 // Ada's morning as the app uploads it: a record with a note, then the screen locked.
 QByteArray adasDay()
 {
     QJsonObject coding = record(u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-16T09:30:12Z"_s);
     coding.insert(u"userNote"_s, u"fixed the header"_s);
-    return bytes(upload({day(u"2026-11-16"_s,
-        {coding,
-            record(u"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118"_s, u"2026-11-16T12:01:00Z"_s, u"Other"_s,
-                u"Screen Locked"_s)})}));
+    const QJsonObject locked
+        = record(u"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118"_s, u"2026-11-16T12:01:00Z"_s, u"Other"_s, u"Screen Locked"_s);
+    return bytes(upload({day(u"2026-11-16"_s, {coding, locked})}));
 }
 } // namespace
 
@@ -59,25 +48,25 @@ TEST_P(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
     EXPECT_EQ(ada.post(u"/sync"_s, {{u"csrf"_s, ada.formToken(u"/sync"_s)}}).status, 303);
     EXPECT_EQ(storage->syncRequestedAt(adaId), clock.now().toMSecsSinceEpoch());
 
-    // Before signing in as well: a sign-in post needs the token its own form set in this browser.
+    // Signed out, and before signing in: a sign-in post needs the token its own form set in this browser.
     Client stranger(baseUrl);
+    EXPECT_EQ(stranger.post(u"/sync"_s, {}).status, 403);
     const QString foreign = ada.formToken(u"/login"_s);
     EXPECT_EQ(stranger.post(u"/login"_s, {{u"csrf"_s, foreign}, {u"email"_s, u"ada@example.org"_s}}).status, 403);
     EXPECT_FALSE(stranger.hasSession());
 }
 
-TEST_P(WebTest, CookiesAreHttpOnlyLaxAndSecureOnlyOverHttps)
+TEST_P(WebTest, CookiesAreHttpOnlyLaxAndSecureOnlyOverHttpsAndSessionsStoredAsDigests)
 {
     Client browser(baseUrl);
     const HttpResult form = browser.get(u"/login"_s);
     EXPECT_EQ(
-        form.header("Set-Cookie"), "tamlo_form=" + formToken(form).toLatin1() + "; Path=/; HttpOnly; SameSite=Lax");
+        form.header("Set-Cookie"), "tamlo_form=" + form.formToken().toLatin1() + "; Path=/; HttpOnly; SameSite=Lax");
     const QByteArray session
-        = browser.post(u"/register"_s, {{u"csrf"_s, formToken(form)}, {u"email"_s, u"ada@example.org"_s}})
+        = browser.post(u"/register"_s, {{u"csrf"_s, form.formToken()}, {u"email"_s, u"ada@example.org"_s}})
               .header("Set-Cookie");
     EXPECT_TRUE(session.startsWith("tamlo_session=")) << session.toStdString();
     EXPECT_TRUE(session.endsWith("; Path=/; HttpOnly; SameSite=Lax; Max-Age=2592000")) << session.toStdString();
-    // Only a digest is stored.
     const QString token = QString::fromLatin1(session.mid(14, 43));
     EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM sessions WHERE token_digest = '%1'"_s.arg(token)).toInt(), 0);
 
@@ -86,7 +75,7 @@ TEST_P(WebTest, CookiesAreHttpOnlyLaxAndSecureOnlyOverHttps)
     const HttpResult httpsForm = secure.get(u"/login"_s);
     EXPECT_TRUE(httpsForm.header("Set-Cookie").endsWith("; HttpOnly; SameSite=Lax; Secure"));
     const QByteArray secureSession
-        = secure.post(u"/register"_s, {{u"csrf"_s, formToken(httpsForm)}, {u"email"_s, u"eve@example.org"_s}})
+        = secure.post(u"/register"_s, {{u"csrf"_s, httpsForm.formToken()}, {u"email"_s, u"eve@example.org"_s}})
               .header("Set-Cookie");
     EXPECT_TRUE(secureSession.contains("; Secure")) << secureSession.toStdString();
 }
@@ -110,8 +99,7 @@ TEST_P(WebTest, EveryReplyCarriesTheSecurityHeaders)
         EXPECT_EQ(reply.header("Referrer-Policy"), "no-referrer");
         EXPECT_EQ(reply.header("X-Content-Type-Options"), "nosniff");
         // No page has a script, nor a style of its own.
-        EXPECT_FALSE(reply.text().contains(u"<script"_s));
-        EXPECT_FALSE(reply.text().contains(u"style=\""_s));
+        EXPECT_FALSE(reply.text().contains(u"<script"_s) || reply.text().contains(u"style=\""_s));
     }
 }
 
@@ -196,7 +184,7 @@ TEST_P(WebTest, ExportAndDayPagesShowExactlyWhatWasUploaded)
 
     const HttpResult json = browser.get(u"/export/tamlo-data.json"_s);
     EXPECT_EQ(json.header("Content-Disposition"), "attachment; filename=\"tamlo-data.json\"");
-    EXPECT_EQ(json.json()[u"days"_s].toArray(), QJsonDocument::fromJson(adasDay()).object()[u"days"_s].toArray());
+    EXPECT_EQ(json.json()[u"days"_s].toArray(), QJsonDocument::fromJson(adasDay())[u"days"_s].toArray());
     EXPECT_EQ(json.json()[u"user"_s][u"email"_s].toString(), u"ada@example.org"_s);
     EXPECT_EQ(json.json()[u"devices"_s][0][u"lastUploadAt"_s].toString(), u"2026-11-16T10:00:00Z"_s);
     // The app's work-log columns, and its rule for commas in texts.
@@ -210,8 +198,9 @@ TEST_P(WebTest, ExportAndDayPagesShowExactlyWhatWasUploaded)
     QJsonArray markers;
     int n = 10;
     for (const QString &marker : {u"Away"_s, u"Away"_s, u"Away"_s, u"Screen Shared"_s, u"Screen Locked"_s}) {
-        const QString at = QDateTime(QDate(2026, 11, 16), QTime(12, 25), Qt::UTC).addSecs(30 * n).toString(Qt::ISODate);
-        markers.append(record(u"00000000-0000-4000-8000-0000000000%1"_s.arg(n++), at, u"Other"_s, marker));
+        const QDateTime at = QDateTime(QDate(2026, 11, 16), QTime(12, 25), Qt::UTC).addSecs(30 * n);
+        markers.append(
+            record(u"00000000-0000-4000-8000-0000000000%1"_s.arg(n++), at.toString(Qt::ISODate), u"Other"_s, marker));
     }
     const QJsonArray privateTicks {
         record(u"6F1C0E2B-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-17T09:30:12Z"_s, u"Other"_s, u"Private"_s),
@@ -275,43 +264,8 @@ TEST_P(WebTest, DeletingTheAccountLeavesNoRowOfItsDataAndEndsEverySession)
         EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM %1"_s.arg(table)).toInt(), rows) << table.toStdString();
     }
     EXPECT_EQ(sync(adasDay(), appSession).status, 401);
-    EXPECT_EQ(browser.get(u"/days"_s).status, 303);
+    EXPECT_TRUE(browser.get(u"/days"_s).header("Location").endsWith("/login"));
     EXPECT_EQ(send("GET", u"/auth/me"_s, {}, eveSession).status, 200);
-}
-
-TEST_P(WebTest, SignedOutBrowsersAreSentToSignInAndLimitsHoldAtTheSocket)
-{
-    {
-        Client browser(baseUrl);
-        const HttpResult days = browser.get(u"/days"_s);
-        EXPECT_EQ(days.status, 303);
-        EXPECT_TRUE(days.header("Location").endsWith("/login"));
-        EXPECT_EQ(browser.post(u"/sync"_s, {}).status, 403);
-    }
-    pause(100); // the browser's keep-alive connections are closed with it
-
-    // One client holds a bounded number of connections.
-    std::vector<std::unique_ptr<QTcpSocket>> sockets;
-    for (int i = 0; i < CappedTcpServer::maxConnectionsPerClient; ++i) {
-        sockets.push_back(std::make_unique<QTcpSocket>());
-        sockets.back()->connectToHost(QHostAddress::LocalHost, server->port());
-        pause(2); // the server takes each one, so the listen queue never fills
-    }
-    pause(200);
-    for (const auto &socket : sockets) {
-        ASSERT_EQ(socket->state(), QAbstractSocket::ConnectedState);
-    }
-    const QByteArray refused = sendRaw("GET /activity/status HTTP/1.1\r\nHost: x\r\n\r\n");
-    EXPECT_TRUE(refused.startsWith("HTTP/1.1 429 ")) << refused.toStdString();
-    EXPECT_TRUE(refused.contains("Retry-After: "));
-    sockets.clear();
-    pause(100);
-    const QByteArray again = sendRaw("GET /activity/status HTTP/1.1\r\nHost: x\r\n\r\n");
-    EXPECT_TRUE(again.startsWith("HTTP/1.1 401 ")) << again.toStdString();
-
-    // A form is small: a larger body is turned away before it is read.
-    const QByteArray large = sendRaw("POST /login HTTP/1.1\r\nHost: x\r\nContent-Length: 70000\r\n\r\n");
-    EXPECT_TRUE(large.startsWith("HTTP/1.1 413 ")) << large.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(Server, WebTest, ::testing::ValuesIn(testBackends()), backendName);
