@@ -10,13 +10,13 @@ import email
 import email.policy
 import json
 import os
+import queue
 import re
 import shutil
 import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import urllib.error
 import urllib.parse
@@ -48,25 +48,19 @@ def check(condition, message):
         raise AssertionError(message)
 
 
-class MailCatcher:
-    """Keeps every message the server hands over, for the test to wait on."""
+class Mails:
+    """Every message the server hands over, in order."""
 
     def __init__(self):
-        self.messages = []
-        self.arrived = threading.Condition()
+        self.queue = queue.Queue()
 
     async def handle_DATA(self, server, session, envelope):  # noqa: N802 - aiosmtpd's name
-        with self.arrived:
-            self.messages.append((envelope.mail_from, envelope.rcpt_tos,
-                                  email.message_from_bytes(envelope.content, policy=email.policy.default)))
-            self.arrived.notify_all()
+        self.queue.put((envelope.mail_from, envelope.rcpt_tos,
+                        email.message_from_bytes(envelope.content, policy=email.policy.default)))
         return "250 OK"
 
-    def wait_for(self, count, timeout=20):
-        with self.arrived:
-            check(self.arrived.wait_for(lambda: len(self.messages) >= count, timeout),
-                  f"expected {count} mails, got {len(self.messages)}")
-            return self.messages[count - 1]
+    def next(self):
+        return self.queue.get(timeout=20)
 
 
 class Round:
@@ -75,9 +69,9 @@ class Round:
         os.makedirs(args.screenshots, exist_ok=True)
 
     def start(self):
-        self.catcher = MailCatcher()
+        self.mails = Mails()
         smtp_port = free_port()
-        self.smtp = Controller(self.catcher, hostname="127.0.0.1", port=smtp_port)
+        self.smtp = Controller(self.mails, hostname="127.0.0.1", port=smtp_port)
         self.smtp.start()
         listen = f"127.0.0.1:{free_port()}"
         self.base = "http://" + listen
@@ -123,8 +117,10 @@ class Round:
         check(line, f"the sync client ended at {command!r}")
         return json.loads(line)
 
-    def open(self, path):
+    def open(self, path, shot=None):
         self.driver.get(path if path.startswith("http") else self.base + path)
+        if shot:
+            self.shoot(shot)
 
     def text(self):
         return self.driver.find_element(By.TAG_NAME, "body").text
@@ -163,8 +159,8 @@ class Round:
         WebDriverWait(self.driver, 15).until(lambda driver: driver.execute_script(
             "return window.tamloOldPage === undefined && document.readyState === 'complete';"))
 
-    def mailed_link(self, count):
-        sender, recipients, message = self.catcher.wait_for(count)
+    def mailed_link(self):
+        sender, recipients, message = self.mails.next()
         check(recipients == [EMAIL], f"mail went to {recipients}")
         # A sender with a display name: the bare address on the envelope, the name in From:.
         check(sender == "tamlo@localhost" and message["From"] == "Tamlo <tamlo@localhost>", f"{sender} {message}")
@@ -187,18 +183,15 @@ class Round:
                 .read().decode().replace(address, "ADDRESS") for address in addresses]
 
     def run(self):
-        self.open("/")
-        self.shoot("home")
-        self.open("/docs/installation")
-        self.shoot("installation")
+        self.open("/", "home")
+        self.open("/docs/installation", "installation")
 
         # Register in the browser; the link comes by mail and signs this browser in, once.
-        self.open("/register")
-        self.shoot("register")
+        self.open("/register", "register")
         self.submit({"email": EMAIL, "name": "Ada"})
         check("Check your e-mail" in self.text(), self.text())
         self.shoot("check-email")
-        link = self.mailed_link(1)
+        link = self.mailed_link()
         with open(os.path.join(self.workdir, "server.log")) as log:
             check("The SMTP server 127.0.0.1:" in log.read(), "the server did not say its SMTP server answers")
         token = urllib.parse.parse_qs(urllib.parse.urlsplit(link).query)["token"][0]
@@ -215,11 +208,10 @@ class Round:
         check("This sign-in link has expired" in self.text(), self.text())
 
         # The app signs in the way the app does: its login page, the mailed link, tamlo://auth.
-        self.open("/login?redirect=tamlo://auth")
-        self.shoot("login-from-app")
+        self.open("/login?redirect=tamlo://auth", "login-from-app")
         self.submit({"email": EMAIL})
         check("Check your e-mail" in self.text(), self.text())
-        app_link = self.mailed_link(2)
+        app_link = self.mailed_link()
         check("to=app" in app_link, app_link)
         # The page hands the browser on to the app, which headless Chromium cannot follow: the page is
         # fetched as the browser would, and shown without its hand-over for the picture.
@@ -237,7 +229,8 @@ class Round:
         for path in ("/login", "/register"):
             known, unknown = self.asked_pages(path, [EMAIL, "nobody@example.org"])
             check(known == unknown, f"{path} tells a registered address from another")
-        self.catcher.wait_for(6)
+        for _ in range(4):
+            self.mails.next()
 
         # The app uploads today and yesterday through its own sync service; the days pages show them.
         for _ in range(2):
@@ -280,8 +273,7 @@ class Round:
         check(not after["authenticated"], f"the app is still signed in: {after}")
 
         # Export: nothing the app recorded is missing from it.
-        self.open("/export")
-        self.shoot("export")
+        self.open("/export", "export")
         request = urllib.request.Request(self.base + "/export/tamlo-data.json", headers={
             "Cookie": "tamlo_session=" + self.driver.get_cookie("tamlo_session")["value"]})
         exported = json.loads(urllib.request.urlopen(request, timeout=10).read())
@@ -289,8 +281,7 @@ class Round:
               f"export {exported['days']} != uploaded {after['ids']}")
 
         # Delete the account, after typing the address.
-        self.open("/account")
-        self.shoot("account")
+        self.open("/account", "account")
         self.submit({"confirm": EMAIL}, "Delete my account")
         check("Your account is deleted" in self.text(), self.text())
         self.shoot("account-deleted")
@@ -314,8 +305,7 @@ def main():
         round_.start()
         round_.run()
     except Exception:
-        log = os.path.join(workdir, "server.log")
-        if os.path.exists(log):
+        if os.path.exists(log := os.path.join(workdir, "server.log")):
             sys.stderr.write(open(log).read()[-4000:])
         raise
     finally:
