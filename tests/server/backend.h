@@ -4,31 +4,51 @@
 
 #include <QSqlDatabase>
 #include <QSqlQuery>
-#include <QStringList>
+#include <QTemporaryDir>
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 
 using namespace Qt::StringLiterals;
 
-inline const QString deviceA = QStringLiteral("5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11");
+inline const QString deviceA = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
 
-// One database engine as the tests see it: an empty database on demand, opened as the server
-// opens it, and the command-line arguments that point a server process at it.
+// The database the tests run on, as the server opens it: PostgreSQL where postgres-cluster.sh
+// started a cluster for this process, SQLite in a folder of its own otherwise.
 class TestBackend
 {
 public:
-    virtual ~TestBackend() = default;
-    // Why the engine cannot run here, or empty: the tests skip.
-    [[nodiscard]] virtual QString unavailableReason() const { return {}; }
-    // Throws the database away; the next open() starts from nothing.
-    virtual void reset() = 0;
-    [[nodiscard]] virtual std::unique_ptr<SqlStorage> open() = 0;
-    [[nodiscard]] virtual QStringList serverArguments() const = 0;
-    // Cuts every connection the database server holds (networked engines only).
-    virtual void dropServerConnections() { }
+    [[nodiscard]] bool networked() const { return !m_cluster.isEmpty(); }
 
+    // An empty database: a fresh folder's file, or the cluster's schema thrown away.
+    [[nodiscard]] std::unique_ptr<SqlStorage> openEmpty()
+    {
+        if (networked()) {
+            withConnection([](QSqlQuery &query) {
+                query.exec(u"SET client_min_messages TO WARNING"_s);
+                query.exec(u"DROP SCHEMA public CASCADE"_s);
+                query.exec(u"CREATE SCHEMA public"_s);
+            });
+        }
+        return open();
+    }
+    [[nodiscard]] std::unique_ptr<SqlStorage> open() const
+    {
+        return networked() ? SqlStorage::openPostgres(m_cluster) : SqlStorage::openSqlite(file());
+    }
+    [[nodiscard]] QStringList serverArguments() const
+    {
+        return networked() ? QStringList {u"--database"_s, m_cluster.toString()}
+                           : QStringList {u"--data"_s, m_dir.path()};
+    }
+    // Cuts every connection the database server holds.
+    void dropServerConnections() const
+    {
+        withConnection([](QSqlQuery &query) {
+            query.exec(u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
+                       " WHERE datname = current_database() AND pid <> pg_backend_pid()"_s);
+        });
+    }
     // One value read on a connection of the test's own, past the server's code.
     [[nodiscard]] QVariant scalar(const QString &sql) const
     {
@@ -41,56 +61,34 @@ public:
         return result;
     }
 
-protected:
-    [[nodiscard]] virtual QSqlDatabase addConnection(const QString &name) const = 0;
+private:
+    [[nodiscard]] QString file() const { return m_dir.filePath(u"tamlo-server.sqlite3"_s); }
 
     void withConnection(const std::function<void(QSqlQuery &)> &body) const
     {
-        const QString name = QStringLiteral("test-side");
         {
-            QSqlDatabase db = addConnection(name);
+            QSqlDatabase db = QSqlDatabase::addDatabase(networked() ? u"QPSQL"_s : u"QSQLITE"_s, u"test-side"_s);
+            db.setDatabaseName(networked() ? m_cluster.path().mid(1) : file());
+            db.setHostName(m_cluster.host());
+            db.setPort(m_cluster.port());
+            db.setUserName(m_cluster.userName());
             if (db.open()) {
                 QSqlQuery query(db);
                 body(query);
             }
         }
-        QSqlDatabase::removeDatabase(name);
+        QSqlDatabase::removeDatabase(u"test-side"_s);
     }
+
+    QUrl m_cluster {qEnvironmentVariable("TAMLO_TEST_POSTGRES")};
+    QTemporaryDir m_dir;
 };
 
-struct BackendParam
-{
-    const char *label;
-    std::function<std::unique_ptr<TestBackend>()> make;
-    bool networked = false; // a server at the other end of a connection, which can be lost
-};
-
-// The engines this test executable runs its suites on (sqlitebackend.cpp or postgresbackend.cpp).
-[[nodiscard]] std::vector<BackendParam> testBackends();
-
-inline std::string backendName(const ::testing::TestParamInfo<BackendParam> &info)
-{
-    return info.param.label;
-}
-
-inline std::ostream &operator<<(std::ostream &os, const BackendParam &param)
-{
-    return os << param.label;
-}
-
-class BackendTest : public ::testing::TestWithParam<BackendParam>
+class BackendTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        backend = GetParam().make();
-        if (const QString reason = backend->unavailableReason(); !reason.isEmpty()) {
-            GTEST_SKIP() << reason.toStdString();
-        }
-        backend->reset();
-        storage = backend->open();
-    }
+    void SetUp() override { storage = backend.openEmpty(); }
 
-    std::unique_ptr<TestBackend> backend;
+    TestBackend backend;
     std::unique_ptr<SqlStorage> storage;
 };

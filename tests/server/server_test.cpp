@@ -3,11 +3,7 @@
 
 #include <QTest>
 
-class ServerApiTest : public ServerTest
-{
-};
-
-TEST_P(ServerApiTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddress)
+TEST_F(ServerTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddress)
 {
     EXPECT_TRUE(send("GET", u"/register?redirect=tamlo://auth"_s)
                     .text()
@@ -43,7 +39,7 @@ TEST_P(ServerApiTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddr
 
 // Each endpoint's answers, and the log's line for each: its path without query or unknown parts,
 // its status, and no token or address.
-TEST_P(ServerApiTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
+TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QByteArray unauthorized = R"({"error":"Unauthorized"})";
@@ -84,7 +80,7 @@ TEST_P(ServerApiTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecre
     }
 }
 
-TEST_P(ServerApiTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
+TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QString laptop = sessionFor(u"ada@example.org"_s);
@@ -119,7 +115,7 @@ TEST_P(ServerApiTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads
     EXPECT_TRUE(storage->devices(ada.id).value(1).backfillComplete);
 }
 
-TEST_P(ServerApiTest, EveryBadBodyIs400AndStoresNothing)
+TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothing)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QJsonObject good = QJsonDocument::fromJson(oneDay()).object();
@@ -172,7 +168,7 @@ TEST_P(ServerApiTest, EveryBadBodyIs400AndStoresNothing)
 }
 
 // Size, framing and connections are held at the socket, before a request is read.
-TEST_P(ServerApiTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesTheRest)
+TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesTheRest)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QByteArray head = "POST /activity/sync HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " + session.toUtf8()
@@ -210,7 +206,7 @@ TEST_P(ServerApiTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPasses
     EXPECT_TRUE(sendRaw(status).startsWith("HTTP/1.1 401 "));
 }
 
-TEST_P(ServerApiTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
+TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
 {
     for (const QString &path : {u"/login?redirect=https://evil.example/steal"_s, u"/login?redirect=tamlo://auth.evil"_s,
              u"/register?redirect=TAMLO://auth"_s}) {
@@ -222,30 +218,19 @@ TEST_P(ServerApiTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
         = http->post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}});
     EXPECT_EQ(posted.status, 400);
     EXPECT_FALSE(posted.text().contains(u"token="_s));
-    EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM sign_in_links"_s).toInt(), 0);
+    EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM sign_in_links"_s).toInt(), 0);
     // Without a redirect the page signs the browser itself in, and no link is made for it.
     EXPECT_FALSE(send("GET", u"/login"_s).text().contains(u"name=\"redirect\""_s));
 }
 
-class LocalModeOffTest : public ServerTest
-{
-protected:
-    void SetUp() override
-    {
-        localSignIn = false;
-        ServerTest::SetUp();
-    }
-};
-
 // Neither local sign-in nor a mail server: nobody can sign in here, and the pages say so.
-TEST_P(LocalModeOffTest, SignInPagesAnswer403)
+TEST_F(ServerTest, WithoutLocalSignInOrMailTheSignInPagesAnswer403)
 {
+    localSignIn = false;
+    start();
     for (const QString &path : {u"/login?redirect=tamlo://auth"_s, u"/register"_s}) {
         const HttpResult page = send("GET", path);
         EXPECT_EQ(page.status, 403);
         EXPECT_TRUE(page.text().contains(u"signs people in another way"_s));
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Server, LocalModeOffTest, ::testing::ValuesIn(testBackends()), backendName);
-INSTANTIATE_TEST_SUITE_P(Server, ServerApiTest, ::testing::ValuesIn(testBackends()), backendName);

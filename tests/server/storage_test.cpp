@@ -14,11 +14,9 @@ SyncUpload upload(QList<UploadedDay> days, bool backfillComplete = false)
 }
 } // namespace
 
-class StorageTest : public BackendTest
-{
-};
+using StorageTest = BackendTest;
 
-TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimInOrderAndRecordTheDevice)
+TEST_F(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimInOrderAndRecordTheDevice)
 {
     const QString unicode = u"Grüße, 東京 🚀 \"quoted\" \\ back\u200Bslash"_s;
     const ServerUser ada = storage->createUser(u"ada@example.org"_s, unicode, 1000);
@@ -41,7 +39,7 @@ TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimInOrderAndRecordTheD
     // Days in order, and each day's records by time.
     EXPECT_EQ(storage->days(ada.id), (QList<UploadedDay> {{u"2026-11-16"_s, {a, b}}, {u"2026-11-17"_s, {c}}}));
     EXPECT_EQ(storage->days(eve.id).value(0).snapshots.value(0).activityType, u"Hijack"_s);
-    EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM snapshots"_s).toInt(), 4);
+    EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM snapshots"_s).toInt(), 4);
     EXPECT_EQ(storage->userById(ada.id)->name, unicode);
     EXPECT_EQ(storage->syncRequestedAt(ada.id), 3100);
     const QList<DeviceRecord> devices = storage->devices(ada.id);
@@ -52,14 +50,14 @@ TEST_P(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimInOrderAndRecordTheD
     EXPECT_TRUE(devices[0].backfillComplete); // and it stays done
 }
 
-TEST_P(StorageTest, ALostConnectionIsOpenedAgainForTheNextCall)
+TEST_F(StorageTest, ALostConnectionIsOpenedAgainForTheNextCall)
 {
-    if (!GetParam().networked) {
+    if (!backend.networked()) {
         GTEST_SKIP() << "a database file has no connection to lose";
     }
     storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
     (void)storage->users(); // the statement is now prepared on the connection about to be lost
-    backend->dropServerConnections();
+    backend.dropServerConnections();
     // The call that finds the connection gone may fail; it must not take the storage with it.
     try {
         (void)storage->users();
@@ -68,23 +66,23 @@ TEST_P(StorageTest, ALostConnectionIsOpenedAgainForTheNextCall)
     EXPECT_EQ(storage->users().size(), 1);
 }
 
-TEST_P(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
+TEST_F(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
 {
     storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
     QSqlQuery(storage->database()).exec(u"UPDATE schema_version SET version = 99"_s);
     storage.reset();
 
     try {
-        storage = backend->open();
+        storage = backend.open();
         FAIL() << "a newer database was opened";
     } catch (const StorageError &error) {
         EXPECT_TRUE(error.message().contains(u"schema version 99, newer than this tamlo-server"_s)) << error.what();
     }
-    EXPECT_EQ(backend->scalar(u"SELECT MAX(version) FROM schema_version"_s).toInt(), 99);
-    EXPECT_EQ(backend->scalar(u"SELECT COUNT(*) FROM users"_s).toInt(), 1);
+    EXPECT_EQ(backend.scalar(u"SELECT MAX(version) FROM schema_version"_s).toInt(), 99);
+    EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM users"_s).toInt(), 1);
 }
 
-TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsDaysAndRequestWhenMigrated)
+TEST_F(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsDaysAndRequestWhenMigrated)
 {
     const ServerUser ada = storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
     storage->createSession(u"digest-of-an-old-session-token-0123456789"_s, ada.id, 1500);
@@ -100,7 +98,7 @@ TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsDaysAndRequestWhen
     }
     storage.reset();
 
-    storage = backend->open();
+    storage = backend.open();
     EXPECT_EQ(storage->userForSession(u"digest-of-an-old-session-token-0123456789"_s), ada);
     const QList<SessionRecord> sessions = storage->sessions(ada.id);
     ASSERT_EQ(sessions.size(), 1);
@@ -115,5 +113,3 @@ TEST_P(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsDaysAndRequestWhen
     EXPECT_EQ(storage->syncRequestedAt(ada.id), 2500);
     EXPECT_TRUE(storage->devices(ada.id).value(0).syncPending);
 }
-
-INSTANTIATE_TEST_SUITE_P(Server, StorageTest, ::testing::ValuesIn(testBackends()), backendName);
