@@ -24,11 +24,7 @@ public:
     [[nodiscard]] std::unique_ptr<SqlStorage> openEmpty()
     {
         if (networked()) {
-            withConnection([](QSqlQuery &query) {
-                query.exec(u"SET client_min_messages TO WARNING"_s);
-                query.exec(u"DROP SCHEMA public CASCADE"_s);
-                query.exec(u"CREATE SCHEMA public"_s);
-            });
+            scalar(u"SET client_min_messages TO WARNING; DROP SCHEMA public CASCADE; CREATE SCHEMA public"_s);
         }
         return open();
     }
@@ -41,31 +37,10 @@ public:
         return networked() ? QStringList {u"--database"_s, m_cluster.toString()}
                            : QStringList {u"--data"_s, m_dir.path()};
     }
-    // Cuts every connection the database server holds.
-    void dropServerConnections() const
-    {
-        withConnection([](QSqlQuery &query) {
-            query.exec(u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
-                       " WHERE datname = current_database() AND pid <> pg_backend_pid()"_s);
-        });
-    }
-    // One value read on a connection of the test's own, past the server's code.
-    [[nodiscard]] QVariant scalar(const QString &sql) const
+    // One statement on a connection of the test's own, past the server's code; its first value.
+    QVariant scalar(const QString &sql) const
     {
         QVariant result;
-        withConnection([&](QSqlQuery &query) {
-            if (query.exec(sql) && query.next()) {
-                result = query.value(0);
-            }
-        });
-        return result;
-    }
-
-private:
-    [[nodiscard]] QString file() const { return m_dir.filePath(u"tamlo-server.sqlite3"_s); }
-
-    void withConnection(const std::function<void(QSqlQuery &)> &body) const
-    {
         {
             QSqlDatabase db = QSqlDatabase::addDatabase(networked() ? u"QPSQL"_s : u"QSQLITE"_s, u"test-side"_s);
             db.setDatabaseName(networked() ? m_cluster.path().mid(1) : file());
@@ -74,11 +49,17 @@ private:
             db.setUserName(m_cluster.userName());
             if (db.open()) {
                 QSqlQuery query(db);
-                body(query);
+                if (query.exec(sql) && query.next()) {
+                    result = query.value(0);
+                }
             }
         }
         QSqlDatabase::removeDatabase(u"test-side"_s);
+        return result;
     }
+
+private:
+    [[nodiscard]] QString file() const { return m_dir.filePath(u"tamlo-server.sqlite3"_s); }
 
     QUrl m_cluster {qEnvironmentVariable("TAMLO_TEST_POSTGRES")};
     QTemporaryDir m_dir;

@@ -7,18 +7,17 @@
 #include <QThread>
 
 namespace {
-// perDay records a day, 30 s apart from midnight, with ids numbered from firstId.
-QByteArray uploadRequest(const QString &session, const QStringList &dates, int perDay, int firstId)
+// dayCount days from first, perDay records a day 30 s apart, with ids numbered from firstId.
+QByteArray uploadRequest(const QString &session, QDate first, int dayCount, int perDay, int firstId)
 {
     QJsonArray days;
-    for (const QString &date : dates) {
+    for (QDate date = first; date < first.addDays(dayCount); date = date.addDays(1)) {
         QJsonArray records;
-        const QDateTime midnight(QDate::fromString(date, Qt::ISODate), QTime(0, 0), Qt::UTC);
         for (int i = 0; i < perDay; ++i) {
             records.append(record(u"00000000-0000-4000-8000-%1"_s.arg(firstId++, 12, 10, QChar(u'0')),
-                midnight.addSecs(30LL * i).toString(Qt::ISODate)));
+                QDateTime(date, QTime(0, 0), Qt::UTC).addSecs(30LL * i).toString(Qt::ISODate)));
         }
-        days.append(day(date, records));
+        days.append(day(date.toString(Qt::ISODate), records));
     }
     const QByteArray body = bytes(upload(days));
     return "POST /activity/sync HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + session.toUtf8()
@@ -65,24 +64,19 @@ TEST_F(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
     const QString session = SecretToken::generate();
     storage->createSession(SecretToken::digest(session), ada.id, 0);
     startServer();
-    EXPECT_TRUE(rawExchange(port, uploadRequest(session, {u"2026-11-01"_s}, 100, 0), 30000).startsWith("HTTP/1.1 200"));
+    const QByteArray first = uploadRequest(session, QDate(2026, 11, 1), 1, 100, 0);
+    EXPECT_TRUE(rawExchange(port, first, 30000).startsWith("HTTP/1.1 200"));
 
     // A week of backfill, 2,880 records a day, cut off halfway by SIGKILL.
-    QStringList week;
-    for (int d = 2; d <= 8; ++d) {
-        week.append(QDate(2026, 11, d).toString(Qt::ISODate));
-    }
-    const QByteArray large = uploadRequest(session, week, 2880, 100);
-    {
-        QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        ASSERT_TRUE(socket.waitForConnected(5000));
-        socket.write(large.left(large.size() / 2));
-        socket.waitForBytesWritten(5000);
-        QThread::msleep(100);
-        process.kill();
-        process.waitForFinished();
-    }
+    const QByteArray large = uploadRequest(session, QDate(2026, 11, 2), 7, 2880, 100);
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    ASSERT_TRUE(socket.waitForConnected(5000));
+    socket.write(large.left(large.size() / 2));
+    socket.waitForBytesWritten(5000);
+    QThread::msleep(100);
+    process.kill();
+    process.waitForFinished();
     storage.reset();
     storage = backend.open();
     QList<UploadedDay> days = storage->days(ada.id);

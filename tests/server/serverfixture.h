@@ -16,8 +16,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QNetworkCookie>
-#include <QNetworkCookieJar>
 #include <QNetworkReply>
 #include <QRegularExpression>
 #include <QTcpSocket>
@@ -129,12 +127,6 @@ public:
         return send("POST", path, query.toString(QUrl::FullyEncoded).toUtf8(), {}, "application/x-www-form-urlencoded");
     }
     QString formToken(const QString &path) { return get(path).formToken(); }
-    [[nodiscard]] bool hasSession() const
-    {
-        const QList<QNetworkCookie> cookies = m_nam.cookieJar()->cookiesForUrl(m_base);
-        return std::any_of(
-            cookies.begin(), cookies.end(), [](const QNetworkCookie &c) { return c.name() == "tamlo_session"; });
-    }
     // In local mode, without a redirect, the form signs the browser itself in.
     void signIn(const QString &email)
     {

@@ -44,9 +44,14 @@ int main(int argc, char *argv[])
     AuthService auth(&nam, config, paths.credentialsDir);
     ActivitySyncService sync(&store, &auth, &nam, config, &settings, &log, &clock);
     QJsonArray ids;
-    auto add = [&](const ActivitySnapshot &snapshot) {
-        store.add(snapshot);
-        ids.append(snapshot.id.toString(QUuid::WithoutBraces).toUpper());
+    auto add = [&](const QDateTime &at, const QString &category, const QString &project, const QString &description,
+                   const std::optional<QString> &note) {
+        const QUuid id = QUuid::createUuid();
+        const bool locked = description == ActivitySnapshot::screenStateMarker(ScreenState::Locked);
+        store.add(
+            {id, at, category, locked ? std::nullopt : std::optional<QString>(u"9f86d081884c7d659a2feaa0c55ad015"_s),
+                project, description, note});
+        ids.append(id.toString(QUuid::WithoutBraces).toUpper());
     };
 
     std::string line;
@@ -58,21 +63,12 @@ int main(int argc, char *argv[])
         } else if (command == u"record"_s) {
             const QDateTime now = clock.now().addDays(-words.value(2).toInt());
             for (int i = words.value(1).toInt(); i > 0; --i) {
-                add({.id = QUuid::createUuid(),
-                    .timestamp = now.addSecs(-30LL * (i + 1)),
-                    .aiCategory = i % 3 == 0 ? u"Meeting"_s : u"Coding"_s,
-                    .imageHash = u"9f86d081884c7d659a2feaa0c55ad015"_s,
-                    .projectName = i % 2 == 0 ? u"Website"_s : u"Tamlo"_s,
-                    .activityDescription = u"Editing the day page, record %1"_s.arg(i),
-                    .userNote = i == 1 ? std::optional<QString>(u"shipped the export"_s) : std::nullopt});
+                add(now.addSecs(-30LL * (i + 1)), i % 3 == 0 ? u"Meeting"_s : u"Coding"_s,
+                    i % 2 == 0 ? u"Website"_s : u"Tamlo"_s, u"Editing the day page, record %1"_s.arg(i),
+                    i == 1 ? std::optional<QString>(u"shipped the export"_s) : std::nullopt);
             }
-            add({.id = QUuid::createUuid(),
-                .timestamp = now.addSecs(-30),
-                .aiCategory = u"Other"_s,
-                .imageHash = std::nullopt,
-                .projectName = u"Other"_s,
-                .activityDescription = ActivitySnapshot::screenStateMarker(ScreenState::Locked),
-                .userNote = std::nullopt});
+            add(now.addSecs(-30), u"Other"_s, u"Other"_s, ActivitySnapshot::screenStateMarker(ScreenState::Locked),
+                std::nullopt);
         } else if (command == u"sync"_s) {
             QCoro::waitFor(sync.syncIfNeeded(true));
         } else if (command == u"poll"_s) {
