@@ -112,7 +112,7 @@ TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
     EXPECT_TRUE(storage->devices(ada.id).value(1).backfillComplete);
 }
 
-TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothing)
+TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QJsonObject good = QJsonDocument::fromJson(oneDay()).object();
@@ -131,7 +131,9 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothing)
     for (int i = 1; i <= 32; ++i) {
         tooManyDays.append(day(u"2026-10-%1"_s.arg(i, 2, 10, QChar(u'0')), records));
     }
-    const QList<std::pair<QByteArray, QString>> cases {
+    // 200 emoji are 400 UTF-16 units but 200 characters: a label may be that long, and no longer.
+    const QString emoji = u"🚀"_s.repeated(200);
+    QList<std::pair<QByteArray, QString>> cases {
         {"{", u"not valid JSON"_s},
         {"[]", u"JSON object"_s},
         {withTop(u"timezone"_s, u""_s), u"timezone"_s},
@@ -143,16 +145,25 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothing)
         {withTop(u"days"_s, QJsonArray {day(u"2026-11-16"_s, records), day(u"2026-11-16"_s, records)}),
             u"repeats a day"_s},
         {withTop(u"days"_s, QJsonArray {day(u"2026-11-16"_s, {})}), u"must not be empty"_s},
-        {withTop(u"days"_s, QJsonArray {day(u"2026-02-30"_s, records)}), u"days[0].date"_s},
-        {withRecord(u"timestamp"_s, u"2026-11-16T09:30:12.500Z"_s), u"timestamp"_s},
-        {withRecord(u"timestamp"_s, u"2026-11-16T10:30:12+01:00"_s), u"timestamp"_s},
         {withRecord(u"activityType"_s, u""_s), u"activityType"_s},
+        {withRecord(u"activityType"_s, u"x"_s + emoji),
+            u"snapshots[0].activityType must be 1 to 200 characters long"_s},
         {withRecord(u"projectName"_s, QString(201, u'p')), u"projectName"_s},
         {withRecord(u"userNote"_s, QString(4097, u'n')), u"userNote"_s},
         {withRecord(u"activityDescription"_s, QJsonValue::Null), u"must not be null"_s},
-        {withRecord(u"id"_s, u"not-a-uuid"_s), u"upper-case UUID"_s},
         {withRecord(u"userNote"_s, u"nul\u0000char"_s), u"NUL"_s},
     };
+    for (const QString &date : {u"2026-02-30"_s, u"2026-1-31"_s}) {
+        cases.append({withTop(u"days"_s, QJsonArray {day(date, records)}), u"days[0].date"_s});
+    }
+    for (const QString &time : {u"2026-11-16T09:30:12.500Z"_s, u"2026-11-16T10:30:12+01:00"_s,
+             u"2023-02-29T10:00:00Z"_s, u"2026-11-16T24:00:00Z"_s, u"2026-11-16 09:30:12Z"_s, u"2026-11-16T09:30:12z"_s,
+             u"2026-11-16T09:30:1٢Z"_s, u"2026-11-16T09:30:12"_s}) {
+        cases.append({withRecord(u"timestamp"_s, time), u"timestamp"_s});
+    }
+    for (const QString &id : {u"not-a-uuid"_s, u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F9G"_s}) {
+        cases.append({withRecord(u"id"_s, id), u"upper-case UUID"_s});
+    }
     for (const auto &[payload, fault] : cases) {
         SCOPED_TRACE(payload.left(200).toStdString());
         const HttpResult result = sync(payload, session);
@@ -162,6 +173,12 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothing)
     const QString ada = storage->userByEmail(u"ada@example.org"_s)->id;
     EXPECT_TRUE(storage->days(ada).isEmpty());
     EXPECT_TRUE(storage->devices(ada).isEmpty());
+
+    // A leap day's last second, labels of 200 characters, and keys the upload does not define pass.
+    for (const QByteArray &accepted : {withRecord(u"timestamp"_s, u"2024-02-29T23:59:59Z"_s),
+             withRecord(u"projectName"_s, emoji), withRecord(u"imageHash"_s, u"abc"_s), withTop(u"extra"_s, good)}) {
+        EXPECT_EQ(sync(accepted, session).status, 200) << accepted.left(200).toStdString();
+    }
 }
 
 // Size, framing and connections are held at the socket, before a request is read.
