@@ -29,12 +29,6 @@ QByteArray uploadRequest(const QString &session, QDate first, int dayCount, int 
 class CrashTest : public BackendTest
 {
 protected:
-    void TearDown() override
-    {
-        process.kill();
-        process.waitForFinished();
-    }
-
     void startServer()
     {
         QTcpServer probe;
@@ -54,7 +48,7 @@ protected:
         FAIL() << "tamlo-server did not start listening";
     }
 
-    QProcess process;
+    QProcess process; // killed, if still running, when the test ends
     quint16 port = 0;
 };
 

@@ -14,7 +14,6 @@ TEST_F(ServerTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddress
     const HttpResult verified = verify(early);
     ASSERT_EQ(verified.status, 200);
     const QString session = verified.json().value(u"sessionToken"_s).toString();
-    EXPECT_EQ(session.size(), 43);
     const QJsonObject user = verified.json().value(u"user"_s).toObject();
     EXPECT_EQ(user,
         (QJsonObject {{u"id"_s, storage->userByEmail(u"ada@example.org"_s)->id}, {u"email"_s, u"ada@example.org"_s}}));

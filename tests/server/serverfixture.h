@@ -140,8 +140,8 @@ private:
     QNetworkAccessManager m_nam;
 };
 
-// A real server on 127.0.0.1, set up as tamlo-server sets itself up, on the engine of the test's
-// parameter, with a clock the test moves.
+// A real server on 127.0.0.1 on the run's database, put together as tamlo-server puts itself
+// together, with a clock the test moves.
 class ServerTest : public BackendTest
 {
 protected:
@@ -152,7 +152,6 @@ protected:
         start();
     }
 
-    // The server's parts as tamlo-server puts them together, listening on a port of their own.
     void start()
     {
         signIn = std::make_unique<SignInService>(storage.get(), &clock);

@@ -1,5 +1,4 @@
-// The signed-in pages and what keeps strangers out: form tokens, cookies, headers, rate limits,
-// revocation, export and deletion, on every engine.
+// The signed-in pages, and what keeps strangers out of them.
 #include "serverfixture.h"
 
 #include <QSqlRecord>
@@ -16,19 +15,7 @@ QByteArray adasDay()
 }
 } // namespace
 
-class WebTest : public ServerTest
-{
-protected:
-    QString appSessionOf(const QString &email)
-    {
-        for (const SessionRecord &session : storage->sessions(storage->userByEmail(email)->id)) {
-            if (session.kind == SessionKind::App) {
-                return session.publicId;
-            }
-        }
-        return {};
-    }
-};
+using WebTest = ServerTest;
 
 TEST_F(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
 {
@@ -204,6 +191,12 @@ TEST_F(WebTest, RevokingASessionOrDeletingTheAccountEndsItsAccessAndLeavesNoRowO
     ASSERT_EQ(sync(adasDay(), eveSession).status, 200);
     Client browser(baseUrl);
     browser.signIn(u"ada@example.org"_s);
+    auto appSessionOf = [&](const QString &email) {
+        const QList<SessionRecord> sessions = storage->sessions(storage->userByEmail(email)->id);
+        return std::find_if(sessions.begin(), sessions.end(), [](auto &s) {
+            return s.kind == SessionKind::App;
+        })->publicId;
+    };
     const QString devices = browser.get(u"/devices"_s).text();
     EXPECT_TRUE(devices.contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.toStdString();
     // Every time names its zone: the device's last upload in its own, the sessions' in UTC.

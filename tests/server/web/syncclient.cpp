@@ -1,11 +1,7 @@
-// The app's own sign-in and sync services in a process of their own, driven line by line on
-// stdin by the browser test:
-//
-//   signin TOKEN   exchange a sign-in link token     record N [D]  add N records and a lock, D days ago
-//   sync           upload today and yesterday         poll          ask the server for a sync request
-//
-// Each line is answered with the state as one JSON line: signed in or not, the ids of the records
-// added, the time of the last upload and its error.
+// The app's own sign-in and sync services in a process of their own, for the browser test. Each
+// line on stdin, "signin TOKEN", "record N [DAYS_AGO]" (N records and a lock), "sync" (today and
+// yesterday) or "poll", is answered with the state as one JSON line: signed in or not, the ids of
+// the records added, the time of the last upload and its error.
 #include "account/activitysyncservice.h"
 #include "account/authservice.h"
 #include "core/activitysnapshotstore.h"
