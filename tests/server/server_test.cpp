@@ -40,19 +40,18 @@ TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
     const QString session = sessionFor(u"ada@example.org"_s);
     const QByteArray unauthorized = R"({"error":"Unauthorized"})";
     const QByteArray notAllowed = R"({"error":"Method not allowed"})";
-    const std::optional<QString> none;
     const QList<std::tuple<QByteArray, QString, QByteArray, std::optional<QString>, int, QByteArray>> cases {
         {"POST", u"/activity/sync"_s, oneDay(), session, 200, R"({"days":1,"snapshots":1})"},
         {"GET", u"/activity/status?probe="_s + session, {}, session, 200, "{}"},
-        {"GET", u"/activity/status"_s, {}, none, 401, unauthorized},
+        {"GET", u"/activity/status"_s, {}, {}, 401, unauthorized},
         {"GET", u"/auth/me"_s, {}, u"forged"_s, 401, unauthorized},
-        {"POST", u"/activity/sync"_s, oneDay(), none, 401, unauthorized},
+        {"POST", u"/activity/sync"_s, oneDay(), {}, 401, unauthorized},
         {"POST", u"/activity/sync"_s, oneDay(), u"forged"_s, 401, unauthorized},
-        {"POST", u"/auth/verify-token"_s, "not json", none, 400,
+        {"POST", u"/auth/verify-token"_s, "not json", {}, 400,
             R"({"error":"The body must be a JSON object with a string token"})"},
-        {"POST", u"/auth/verify-token"_s, tokenBody(u"no-such-token"_s), none, 401,
+        {"POST", u"/auth/verify-token"_s, tokenBody(u"no-such-token"_s), {}, 401,
             R"({"error":"Invalid sign-in link"})"},
-        {"GET", u"/ada@example.org/"_s + session, {}, none, 404, R"({"error":"Not found"})"},
+        {"GET", u"/ada@example.org/"_s + session, {}, {}, 404, R"({"error":"Not found"})"},
         {"GET", u"/activity/sync"_s, {}, session, 405, notAllowed},
         {"DELETE", u"/auth/me"_s, {}, session, 405, notAllowed},
     };

@@ -186,6 +186,7 @@ TEST_F(WebTest, ExportAndDayPagesShowExactlyWhatWasUploaded)
 TEST_F(WebTest, RevokingASessionOrDeletingTheAccountEndsItsAccessAndLeavesNoRowOfItsData)
 {
     const QString appSession = sessionFor(u"ada@example.org"_s);
+    clock.advance(60 * 60);
     ASSERT_EQ(sync(adasDay(), appSession).status, 200);
     const QString eveSession = sessionFor(u"eve@example.org"_s);
     ASSERT_EQ(sync(adasDay(), eveSession).status, 200);
@@ -199,9 +200,9 @@ TEST_F(WebTest, RevokingASessionOrDeletingTheAccountEndsItsAccessAndLeavesNoRowO
     };
     const QString devices = browser.get(u"/devices"_s).text();
     EXPECT_TRUE(devices.contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.toStdString();
-    // Every time names its zone: the device's last upload in its own, the sessions' in UTC.
-    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 11:00 Europe/Berlin</td>"_s));
-    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 10:00 UTC</td>"_s));
+    // Every time names its zone: the device's last upload in its own, the app's sign-in and last call in UTC.
+    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 12:00 Europe/Berlin</td>"_s));
+    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 10:00 UTC</td><td>16 Nov 2026, 11:00 UTC</td>"_s));
     const QString app = appSessionOf(u"ada@example.org"_s);
     ASSERT_TRUE(devices.contains(app));
 
