@@ -9,8 +9,10 @@ cd "$(dirname "$0")/.."
 build=${1:-build-load}
 seconds=${2:-10}
 if [ ! -f "$build/build.ninja" ]; then
-    cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAMLO_BUILD_BENCH=OFF >/dev/null
+    cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAMLO_BUILD_TESTS=OFF >/dev/null
 fi
+# The load program is built with the benchmarks (bench/).
+cmake -S . -B "$build" -DTAMLO_BUILD_BENCH=ON >/dev/null
 cmake --build "$build" --target tamlo-server tamlo_server_loadtest -j "${JOBS:-2}"
 echo "$(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //')"
-exec "$build/tests/server/tamlo_server_loadtest" "$build/tamlo-server" "$seconds"
+exec "$build/bench/tamlo_server_loadtest" "$build/tamlo-server" "$seconds"

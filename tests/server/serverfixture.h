@@ -1,15 +1,18 @@
 #pragma once
 
+#include "backend.h"
 #include "fakeclock.h"
+#include "server/accountpages.h"
 #include "server/apiendpoints.h"
+#include "server/ratelimiter.h"
 #include "server/requestlog.h"
 #include "server/signinservice.h"
 #include "server/tamlohttpserver.h"
 #include "server/webpages.h"
-#include "storagesuites.h"
 
 #include <QBuffer>
 #include <QEventLoop>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -19,163 +22,194 @@
 #include <QTimer>
 #include <QUrlQuery>
 
-#include <optional>
-
 struct HttpResult
 {
     int status = 0;
     QByteArray body;
-    QList<QNetworkReply::RawHeaderPair> headers;
+    QHash<QByteArray, QByteArray> headers; // by lower-case name
 
     [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     [[nodiscard]] QString text() const { return QString::fromUtf8(body); }
-    [[nodiscard]] QByteArray header(const QByteArray &name) const
+    [[nodiscard]] QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
+    // The form token the page's forms carry (the first one).
+    [[nodiscard]] QString formToken() const
     {
-        for (const auto &[key, value] : headers) {
-            if (key.compare(name, Qt::CaseInsensitive) == 0) {
-                return value;
-            }
-        }
-        return {};
+        static const QRegularExpression pattern(u"name=\"csrf\" value=\"([^\"]+)\""_s);
+        return pattern.match(text()).captured(1);
     }
 };
 
-inline HttpResult finished(QNetworkReply *reply)
+// One record as the app uploads it (an Other record has the project Other), and uploads of them.
+inline QJsonObject record(const QString &id, const QString &timestamp, const QString &type = u"Coding"_s,
+    const QString &description = u"Editing checkout.css, in the editor."_s)
 {
+    return QJsonObject {{u"id"_s, id}, {u"timestamp"_s, timestamp}, {u"activityType"_s, type},
+        {u"projectName"_s, type == u"Other"_s ? type : u"Website"_s}, {u"activityDescription"_s, description}};
+}
+
+inline QJsonObject day(const QString &date, const QJsonArray &records)
+{
+    return QJsonObject {{u"date"_s, date}, {u"snapshots"_s, records}};
+}
+
+inline QByteArray bytes(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+inline QJsonObject upload(const QJsonArray &days, const QString &device = deviceA, bool backfillComplete = false)
+{
+    return QJsonObject {{u"timezone"_s, u"Europe/Berlin"_s}, {u"deviceId"_s, device},
+        {u"backfillComplete"_s, backfillComplete}, {u"days"_s, days}};
+}
+
+inline QByteArray oneDay(const QString &type = u"Coding"_s)
+{
+    return bytes(upload(
+        {day(u"2026-11-16"_s, {record(u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-16T09:30:12Z"_s, type)})}));
+}
+
+// Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
+inline QByteArray rawExchange(quint16 port, const QByteArray &bytes, int timeoutMs = 5000)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    EXPECT_TRUE(socket.waitForConnected(5000));
+    socket.write(bytes);
+    QByteArray answer;
     QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-    HttpResult result {
-        reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), reply->rawHeaderPairs()};
-    reply->deleteLater();
-    return result;
-}
-
-inline QByteArray formBody(const QList<std::pair<QString, QString>> &fields)
-{
-    QByteArray body;
-    for (const auto &[key, value] : fields) {
-        body += (body.isEmpty() ? "" : "&") + QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value);
-    }
-    return body;
-}
-
-// The form token a page's forms carry (the first one).
-inline QString formToken(const HttpResult &page)
-{
-    static const QRegularExpression pattern(QStringLiteral("name=\"csrf\" value=\"([^\"]+)\""));
-    return pattern.match(page.text()).captured(1);
-}
-
-inline std::optional<QString> callbackToken(const HttpResult &page)
-{
-    static const QRegularExpression pattern(QStringLiteral("tamlo://auth\\?token=([A-Za-z0-9_-]+)"));
-    const QRegularExpressionMatch match = pattern.match(page.text());
-    return match.hasMatch() ? std::optional<QString>(match.captured(1)) : std::nullopt;
-}
-
-// A real server on 127.0.0.1, on the engine of the test's parameter, with a clock the test moves.
-class ServerTest : public BackendTest
-{
-protected:
-    void SetUp() override
-    {
-        BackendTest::SetUp();
-        if (IsSkipped()) {
-            return;
+    QObject::connect(&socket, &QTcpSocket::readyRead, &loop, [&] {
+        answer += socket.readAll();
+        if (answer.contains("\r\n\r\n")) {
+            loop.quit();
         }
-        logBuffer.open(QIODevice::ReadWrite);
-        signIn = std::make_unique<SignInService>(storage.get(), &clock);
-        api = std::make_unique<ApiEndpoints>(storage.get(), signIn.get(), &clock);
-        pages = std::make_unique<WebPages>(signIn.get(), QUrl(), localSignIn);
-        log = std::make_unique<RequestLog>(&logBuffer);
-        server = std::make_unique<TamloHttpServer>(api.get(), pages.get(), log.get());
-        ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
-        baseUrl = QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server->port()));
-        pages->setPublicUrl(baseUrl);
-    }
+    });
+    QObject::connect(&socket, &QTcpSocket::disconnected, &loop, &QEventLoop::quit);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return answer;
+}
+
+// A client with cookies of its own that follows no redirect, so that every reply is seen.
+class Client
+{
+public:
+    explicit Client(QUrl base) : m_base(std::move(base)) { }
 
     HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
-        const std::optional<QString> &bearer = std::nullopt,
-        const QByteArray &contentType = QByteArrayLiteral("application/json"))
+        const std::optional<QString> &bearer = std::nullopt, const QByteArray &contentType = "application/json")
     {
-        QNetworkRequest request(baseUrl.resolved(QUrl(path)));
+        QNetworkRequest request(m_base.resolved(QUrl(path)));
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
         if (!body.isEmpty() || method == "POST") {
             request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
         }
         if (bearer) {
             request.setRawHeader("Authorization", "Bearer " + bearer->toUtf8());
         }
-        return finished(nam.sendCustomRequest(request, method, body));
-    }
-
-    // Bytes exactly as given, for requests a well-behaved client never sends.
-    QByteArray sendRaw(const QByteArray &bytes)
-    {
-        QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, server->port());
-        EXPECT_TRUE(socket.waitForConnected(5000));
-        socket.write(bytes);
-        QByteArray answer;
+        QNetworkReply *reply = m_nam.sendCustomRequest(request, method, body);
         QEventLoop loop;
-        QObject::connect(&socket, &QTcpSocket::readyRead, &loop, [&] {
-            answer += socket.readAll();
-            if (answer.contains("\r\n\r\n")) {
-                loop.quit();
-            }
-        });
-        QObject::connect(&socket, &QTcpSocket::disconnected, &loop, &QEventLoop::quit);
-        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
         loop.exec();
-        return answer;
+        HttpResult result {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(), {}};
+        for (const auto &[name, value] : reply->rawHeaderPairs()) {
+            result.headers.insert(name.toLower(), value);
+        }
+        reply->deleteLater();
+        return result;
+    }
+    HttpResult get(const QString &path) { return send("GET", path); }
+    // A form posted: its fields percent-encoded (tokens and test addresses hold no plus sign).
+    HttpResult post(const QString &path, const QList<std::pair<QString, QString>> &fields)
+    {
+        QUrlQuery query;
+        query.setQueryItems(fields);
+        return send("POST", path, query.toString(QUrl::FullyEncoded).toUtf8(), {}, "application/x-www-form-urlencoded");
+    }
+    QString formToken(const QString &path) { return get(path).formToken(); }
+    // In local mode, without a redirect, the form signs the browser itself in.
+    void signIn(const QString &email)
+    {
+        const HttpResult reply = post(u"/register"_s, {{u"csrf"_s, formToken(u"/register"_s)}, {u"email"_s, email}});
+        EXPECT_EQ(reply.status, 303) << reply.text().toStdString();
+        EXPECT_TRUE(reply.header("Location").endsWith("/days"));
     }
 
-    // The browser's part of signing in: the form posted, the link taken from the page.
-    QString linkToken(const QString &email, const QString &path = QStringLiteral("/register"))
+private:
+    QUrl m_base;
+    QNetworkAccessManager m_nam;
+};
+
+// A real server on 127.0.0.1 on the run's database, put together as tamlo-server puts itself
+// together, with a clock the test moves.
+class ServerTest : public BackendTest
+{
+protected:
+    void SetUp() override
     {
-        const QString csrf = formToken(send("GET", path + QStringLiteral("?redirect=tamlo://auth")));
-        const HttpResult page = send("POST", path,
-            formBody({{QStringLiteral("redirect"), QStringLiteral("tamlo://auth")}, {QStringLiteral("csrf"), csrf},
-                {QStringLiteral("email"), email}}),
-            std::nullopt, "application/x-www-form-urlencoded");
+        BackendTest::SetUp();
+        logBuffer.open(QIODevice::ReadWrite);
+        start();
+    }
+
+    void start()
+    {
+        signIn = std::make_unique<SignInService>(storage.get(), &clock);
+        api = std::make_unique<ApiEndpoints>(storage.get(), signIn.get(), &clock);
+        pages = std::make_unique<WebPages>(signIn.get(), QUrl(), localSignIn);
+        log = std::make_unique<RequestLog>(&logBuffer);
+        server = std::make_unique<TamloHttpServer>(api.get(), pages.get(), log.get());
+        account = std::make_unique<AccountPages>(storage.get(), pages.get(), &clock);
+        api->setRateLimiter(&limiter);
+        pages->setRateLimiter(&limiter);
+        server->setAccountPages(account.get());
+        ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
+        baseUrl = QUrl(u"http://127.0.0.1:%1"_s.arg(server->port()));
+        pages->setPublicUrl(baseUrl);
+        http = std::make_unique<Client>(baseUrl);
+    }
+
+    HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
+        const std::optional<QString> &bearer = std::nullopt)
+    {
+        return http->send(method, path, body, bearer);
+    }
+    QByteArray sendRaw(const QByteArray &bytes) { return rawExchange(server->port(), bytes); }
+    HttpResult verify(const QString &token) { return send("POST", u"/auth/verify-token"_s, tokenBody(token)); }
+    HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
+    {
+        return send("POST", u"/activity/sync"_s, body, session);
+    }
+    static QByteArray tokenBody(const QString &token) { return bytes(QJsonObject {{u"token"_s, token}}); }
+
+    // The browser's part of signing the app in: the form posted, the link taken from the page.
+    QString linkToken(const QString &email, const QString &path = u"/register"_s)
+    {
+        const QString csrf = http->formToken(path + u"?redirect=tamlo://auth"_s);
+        const HttpResult page
+            = http->post(path, {{u"redirect"_s, u"tamlo://auth"_s}, {u"csrf"_s, csrf}, {u"email"_s, email}});
         EXPECT_EQ(page.status, 200) << page.text().toStdString();
-        return callbackToken(page).value_or(QString());
+        static const QRegularExpression callback(u"tamlo://auth\\?token=([A-Za-z0-9_-]+)"_s);
+        return callback.match(page.text()).captured(1);
     }
 
     QString sessionFor(const QString &email)
     {
-        const HttpResult verified = send("POST", QStringLiteral("/auth/verify-token"), tokenBody(linkToken(email)));
+        const HttpResult verified = verify(linkToken(email));
         EXPECT_EQ(verified.status, 200);
-        return verified.json().value(QStringLiteral("sessionToken")).toString();
-    }
-
-    static QByteArray tokenBody(const QString &token)
-    {
-        return QJsonDocument(QJsonObject {{QStringLiteral("token"), token}}).toJson(QJsonDocument::Compact);
+        return verified.json().value(u"sessionToken"_s).toString();
     }
 
     bool localSignIn = true;
     FakeClock clock {QDateTime(QDate(2026, 11, 16), QTime(10, 0), Qt::UTC)};
+    RateLimiter limiter {&clock};
     QBuffer logBuffer;
     std::unique_ptr<SignInService> signIn;
     std::unique_ptr<ApiEndpoints> api;
     std::unique_ptr<WebPages> pages;
     std::unique_ptr<RequestLog> log;
     std::unique_ptr<TamloHttpServer> server;
+    std::unique_ptr<AccountPages> account;
     QUrl baseUrl;
-    QNetworkAccessManager nam;
-};
-
-class ServerApiTest : public ServerTest
-{
-};
-
-class LocalModeOffTest : public ServerTest
-{
-protected:
-    void SetUp() override
-    {
-        localSignIn = false;
-        ServerTest::SetUp();
-    }
+    std::unique_ptr<Client> http;
 };

@@ -1,14 +1,8 @@
 #!/usr/bin/python3
-"""A user's whole round through Tamlo's web pages, in real headless Chromium.
-
-A real tamlo-server in e-mail sign-in mode, a stand-in SMTP server on 127.0.0.1 that catches the
-sign-in mails, and the app's own sign-in and sync services (tamlo_sync_client) as the computer
-that uploads. Registers, signs the browser in from the mailed link, signs the app in from its own
-link, sees the upload on the days pages, asks for a sync that the app's poll serves, revokes the
-app's session so that its next upload signs it out, exports, and deletes the account. Saves a
-screenshot of every page on the way.
-
-Exit code 77 (a skip for CTest) when Chromium, its driver, Selenium or aiosmtpd is missing.
+"""A user's whole round through Tamlo's web pages in real headless Chromium, with a screenshot of
+every page: a real tamlo-server in e-mail sign-in mode, a stand-in SMTP server on 127.0.0.1, and the
+app's own sign-in and sync services (tamlo_sync_client) as the computer that uploads. Exit code 77
+(a skip) without Chromium, Selenium or aiosmtpd.
 """
 
 import argparse
@@ -16,19 +10,21 @@ import email
 import email.policy
 import json
 import os
+import queue
 import re
 import shutil
 import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
+import types
+import urllib.error
+import urllib.parse
 import urllib.request
 
 SKIP = 77
-CHROMIUM = "/usr/bin/chromium"
-CHROMEDRIVER = "/usr/bin/chromedriver"
+CHROMIUM, CHROMEDRIVER = "/usr/bin/chromium", "/usr/bin/chromedriver"
 EMAIL = "ada@example.org"
 
 try:
@@ -48,53 +44,6 @@ def free_port():
         return probe.getsockname()[1]
 
 
-class MailCatcher:
-    """Keeps every message the server hands over, for the test to wait on."""
-
-    def __init__(self):
-        self.messages = []
-        self.arrived = threading.Condition()
-
-    async def handle_DATA(self, server, session, envelope):  # noqa: N802 - aiosmtpd's name
-        message = email.message_from_bytes(envelope.content, policy=email.policy.default)
-        with self.arrived:
-            self.messages.append((envelope.mail_from, envelope.rcpt_tos, message))
-            self.arrived.notify_all()
-        return "250 OK"
-
-    def wait_for(self, count, timeout=20):
-        deadline = time.monotonic() + timeout
-        with self.arrived:
-            while len(self.messages) < count:
-                left = deadline - time.monotonic()
-                if left <= 0:
-                    raise AssertionError(f"expected {count} mails, got {len(self.messages)}")
-                self.arrived.wait(left)
-            return self.messages[count - 1]
-
-
-class SyncClient:
-    """The app's services in their own process, one JSON answer per command."""
-
-    def __init__(self, program, backend, home):
-        self.process = subprocess.Popen([program, backend, home], stdin=subprocess.PIPE,
-                                        stdout=subprocess.PIPE, text=True)
-
-    def __call__(self, command):
-        self.process.stdin.write(command + "\n")
-        self.process.stdin.flush()
-        line = self.process.stdout.readline()
-        if not line:
-            raise AssertionError(f"the sync client ended at {command!r}")
-        return json.loads(line)
-
-    def close(self):
-        if self.process.poll() is None:
-            self.process.stdin.write("quit\n")
-            self.process.stdin.flush()
-            self.process.wait(10)
-
-
 def check(condition, message):
     if not condition:
         raise AssertionError(message)
@@ -102,24 +51,26 @@ def check(condition, message):
 
 class Round:
     def __init__(self, args, workdir):
-        self.args = args
-        self.workdir = workdir
-        self.shots = []
+        self.args, self.workdir, self.shots = args, workdir, []
         os.makedirs(args.screenshots, exist_ok=True)
 
     def start(self):
-        self.catcher = MailCatcher()
+        self.mails = queue.Queue()  # every message the server hands over, in order
+
+        async def handle_data(server, session, envelope):
+            self.mails.put((envelope.mail_from, envelope.rcpt_tos,
+                            email.message_from_bytes(envelope.content, policy=email.policy.default)))
+            return "250 OK"
         smtp_port = free_port()
-        self.smtp = Controller(self.catcher, hostname="127.0.0.1", port=smtp_port)
+        self.smtp = Controller(types.SimpleNamespace(handle_DATA=handle_data), hostname="127.0.0.1", port=smtp_port)
         self.smtp.start()
-        self.port = free_port()
-        self.base = f"http://127.0.0.1:{self.port}"
-        self.server_log = open(os.path.join(self.workdir, "server.log"), "w")
+        listen = f"127.0.0.1:{free_port()}"
+        self.base = "http://" + listen
         self.server = subprocess.Popen(
-            [self.args.server, "--data", os.path.join(self.workdir, "data"), "--listen", f"127.0.0.1:{self.port}",
+            [self.args.server, "--data", os.path.join(self.workdir, "data"), "--listen", listen,
              "--email-sign-in", "--smtp-host", "127.0.0.1", "--smtp-port", str(smtp_port),
              "--smtp-security", "none", "--mail-from", "Tamlo <tamlo@localhost>"],
-            stderr=self.server_log)
+            stderr=open(os.path.join(self.workdir, "server.log"), "w"))
         for _ in range(100):
             try:
                 urllib.request.urlopen(self.base + "/docs/installation", timeout=1).read()
@@ -138,21 +89,29 @@ class Round:
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         self.driver = webdriver.Chrome(service=Service(CHROMEDRIVER), options=options)
         self.driver.set_page_load_timeout(20)
-        self.client = SyncClient(self.args.client, self.base, os.path.join(self.workdir, "home"))
+        # The app's services in their own process, one JSON answer per command (syncclient.cpp).
+        self.app = subprocess.Popen([self.args.client, self.base, os.path.join(self.workdir, "home")],
+                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def stop(self):
-        for step in (lambda: self.client.close(), lambda: self.driver.quit(), lambda: self.smtp.stop()):
+        for step in (lambda: self.app.kill(), lambda: self.driver.quit(), lambda: self.smtp.stop(),
+                     lambda: self.server.terminate(), lambda: self.server.wait(10)):
             try:
                 step()
             except Exception:  # noqa: BLE001 - tear-down goes on
                 pass
-        if getattr(self, "server", None) and self.server.poll() is None:
-            self.server.terminate()
-            self.server.wait(10)
 
-    # --- helpers -------------------------------------------------------------------------------
-    def open(self, path):
+    def client(self, command):
+        self.app.stdin.write(command + "\n")
+        self.app.stdin.flush()
+        line = self.app.stdout.readline()
+        check(line, f"the sync client ended at {command!r}")
+        return json.loads(line)
+
+    def open(self, path, shot=None):
         self.driver.get(path if path.startswith("http") else self.base + path)
+        if shot:
+            self.shoot(shot)
 
     def text(self):
         return self.driver.find_element(By.TAG_NAME, "body").text
@@ -162,15 +121,14 @@ class Round:
         height = self.driver.execute_script("return document.documentElement.scrollHeight")
         # The window's height includes what the browser keeps for itself; the page must fit below it.
         self.driver.set_window_size(1000, max(760, min(height + 160, 2400)))
-        path = os.path.join(self.args.screenshots, name + ".png")
-        self.driver.save_screenshot(path)
+        self.shots.append(os.path.join(self.args.screenshots, name + ".png"))
+        self.driver.save_screenshot(self.shots[-1])
         # Every figure whole: no box that holds a number cuts its text, at the page's own width.
         cut = self.driver.execute_script("""
             return [...document.querySelectorAll('main *')].filter(e => !e.children.length && !e.title
                 && /\\d/.test(e.textContent) && e.scrollWidth > e.clientWidth).map(e => e.textContent);""")
         check(not cut, f"{name}: figures cut short: {cut}")
         self.driver.set_window_size(1000, 760)
-        self.shots.append(path)
         # The strict policy must not have had to block anything on this page.
         blocked = [entry["message"] for entry in self.driver.get_log("browser")
                    if "Content Security Policy" in entry["message"]]
@@ -182,9 +140,7 @@ class Round:
             field.clear()
             field.send_keys(value)
         buttons = self.driver.find_elements(By.CSS_SELECTOR, "main button[type=submit]")
-        if button_text:
-            buttons = [b for b in buttons if b.text == button_text]
-        self.click_through(buttons[0])
+        self.click_through([b for b in buttons if button_text in (None, b.text)][0])
 
     def click_through(self, element):
         """Clicks and waits for the next page. The old page is marked on its window object, not held
@@ -194,52 +150,57 @@ class Round:
         WebDriverWait(self.driver, 15).until(lambda driver: driver.execute_script(
             "return window.tamloOldPage === undefined && document.readyState === 'complete';"))
 
-    def mailed_link(self, count):
-        sender, recipients, message = self.catcher.wait_for(count)
+    def mailed_link(self):
+        sender, recipients, message = self.mails.get(timeout=20)
         check(recipients == [EMAIL], f"mail went to {recipients}")
         # A sender with a display name: the bare address on the envelope, the name in From:.
         check(sender == "tamlo@localhost" and message["From"] == "Tamlo <tamlo@localhost>", f"{sender} {message}")
-        body = message.get_body(preferencelist=("plain",)).get_content()
-        match = re.search(r"http://\S+/auth/link\?\S+", body)
-        check(match, f"no link in the mail: {body}")
+        check(re.fullmatch(r"<[0-9a-f-]{36}@localhost>", message["Message-ID"]), message["Message-ID"])
+        match = re.search(r"http://\S+/auth/link\?\S+", message.get_body(preferencelist=("plain",)).get_content())
+        check(match, f"no link in the mail: {message}")
         return match.group(0)
 
-    def fetch(self, path):
-        cookie = self.driver.get_cookie("tamlo_session")
-        request = urllib.request.Request(self.base + path, headers={"Cookie": f"tamlo_session={cookie['value']}"})
-        with urllib.request.urlopen(request, timeout=10) as reply:
-            return reply.read().decode("utf-8")
+    def asked_pages(self, path, addresses):
+        """The pages that follow asking for a link, in a browser of its own, the address blanked out."""
+        opener = urllib.request.build_opener(urllib.request.HTTPCookieProcessor())
+        token = re.search(r'name="csrf" value="([^"]+)"', opener.open(self.base + path).read().decode()).group(1)
+        return [opener.open(self.base + path, urllib.parse.urlencode({"csrf": token, "email": address}).encode())
+                .read().decode().replace(address, "ADDRESS") for address in addresses]
 
-    # --- the round -----------------------------------------------------------------------------
     def run(self):
-        self.open("/")
-        self.shoot("home")
-        self.open("/docs/installation")
-        self.shoot("installation")
+        self.open("/", "home")
+        self.open("/docs/installation", "installation")
 
-        # Register in the browser; the link comes by mail and signs this browser in.
-        self.open("/register")
-        self.shoot("register")
+        # Register in the browser; the link comes by mail and signs this browser in, once.
+        self.open("/register", "register")
         self.submit({"email": EMAIL, "name": "Ada"})
         check("Check your e-mail" in self.text(), self.text())
         self.shoot("check-email")
-        self.open(self.mailed_link(1))
+        link = self.mailed_link()
         with open(os.path.join(self.workdir, "server.log")) as log:
             check("The SMTP server 127.0.0.1:" in log.read(), "the server did not say its SMTP server answers")
+        token = urllib.parse.parse_qs(urllib.parse.urlsplit(link).query)["token"][0]
+        try:  # posted without its form's token
+            urllib.request.urlopen(self.base + "/auth/link", urllib.parse.urlencode({"token": token}).encode())
+            raise AssertionError("a link was taken without its form")
+        except urllib.error.HTTPError as error:
+            check(error.code == 403, f"a link without its form: {error.code}")
+        self.open(link)  # as a mail scanner would: that uses nothing up, its form does
         check("Continue" in self.text(), self.text())
         self.shoot("email-link")
         self.submit({})
         check(self.driver.current_url == self.base + "/days", self.driver.current_url)
         check("No days here yet" in self.text(), self.text())
         self.shoot("days-empty")
+        self.open(link)
+        self.submit({})
+        check("This sign-in link has expired" in self.text(), self.text())
 
         # The app signs in the way the app does: its login page, the mailed link, tamlo://auth.
-        self.driver.delete_all_cookies()
-        self.open("/login?redirect=tamlo://auth")
-        self.shoot("login-from-app")
+        self.open("/login?redirect=tamlo://auth", "login-from-app")
         self.submit({"email": EMAIL})
         check("Check your e-mail" in self.text(), self.text())
-        app_link = self.mailed_link(2)
+        app_link = self.mailed_link()
         check("to=app" in app_link, app_link)
         # The page hands the browser on to the app, which headless Chromium cannot follow: the page is
         # fetched as the browser would, and shown without its hand-over for the picture.
@@ -253,12 +214,12 @@ class Round:
         signed_in = self.client("signin " + callback.split("token=", 1)[1])
         check(signed_in["authenticated"], f"the app did not sign in: {signed_in}")
 
-        # Back in the browser, signed in again from a fresh mailed link.
-        self.open("/login")
-        self.submit({"email": EMAIL})
-        self.open(self.mailed_link(3))
-        self.submit({})
-        check(self.driver.current_url == self.base + "/days", self.driver.current_url)
+        # Asking for a link never tells whether an address has an account, and mails either way.
+        for path in ("/login", "/register"):
+            known, unknown = self.asked_pages(path, [EMAIL, "nobody@example.org"])
+            check(known == unknown, f"{path} tells a registered address from another")
+        for _ in range(4):
+            self.mails.get(timeout=20)
 
         # The app uploads today and yesterday through its own sync service; the days pages show them.
         for _ in range(2):
@@ -266,14 +227,12 @@ class Round:
         self.client("record 12")
         uploaded = self.client("sync")
         check("lastSync" in uploaded and "syncError" not in uploaded, f"upload: {uploaded}")
-        ids = self.client("ids")["ids"]
         self.open("/days")
         check("active" in self.text() and "Website" in self.text(), self.text())
         self.shoot("days")
         self.click_through(self.driver.find_element(By.CSS_SELECTOR, "article.day h2 a"))
-        check("Editing the day page, record 12" in self.text(), self.text())
-        check("Screen locked" in self.text(), self.text())
-        check("Note: shipped the export" in self.text(), self.text())
+        for text in ("Editing the day page, record 12", "Screen locked", "Note: shipped the export"):
+            check(text in self.text(), self.text())
         self.shoot("day")
         self.open("/days")
         self.click_through(self.driver.find_elements(By.CSS_SELECTOR, "article.day h2 a")[1])
@@ -285,10 +244,9 @@ class Round:
         self.submit({}, "Sync now")
         check("Waiting for your devices" in self.text(), self.text())
         self.shoot("sync-requested")
-        before = uploaded["lastSync"]
         time.sleep(1.1)
         polled = self.client("poll")
-        check(polled.get("lastSync", 0) > before, f"the poll did not upload: {polled}")
+        check(polled.get("lastSync", 0) > uploaded["lastSync"], f"the poll did not upload: {polled}")
         self.open("/sync")
         check("Waiting for your devices" not in self.text(), self.text())
         self.shoot("sync")
@@ -297,23 +255,22 @@ class Round:
         self.open("/devices")
         check("Tamlo app" in self.text() and "this browser" in self.text(), self.text())
         self.shoot("devices")
-        rows = self.driver.find_elements(By.CSS_SELECTOR, "tbody tr")
-        app_row = [row for row in rows if "Tamlo app" in row.text][0]
-        self.click_through(app_row.find_element(By.TAG_NAME, "button"))
+        app_row = [row for row in self.driver.find_elements(By.CSS_SELECTOR, "tbody tr") if "Tamlo app" in row.text]
+        self.click_through(app_row[0].find_element(By.TAG_NAME, "button"))
         check("Tamlo app" not in self.text(), self.text())
         after = self.client("sync")
         check(not after["authenticated"], f"the app is still signed in: {after}")
 
         # Export: nothing the app recorded is missing from it.
-        self.open("/export")
-        self.shoot("export")
-        exported = json.loads(self.fetch("/export/tamlo-data.json"))
-        exported_ids = [s["id"] for day in exported["days"] for s in day["snapshots"]]
-        check(sorted(exported_ids) == sorted(ids), f"export {exported_ids} != uploaded {ids}")
+        self.open("/export", "export")
+        request = urllib.request.Request(self.base + "/export/tamlo-data.json", headers={
+            "Cookie": "tamlo_session=" + self.driver.get_cookie("tamlo_session")["value"]})
+        exported = json.loads(urllib.request.urlopen(request, timeout=10).read())
+        check(sorted(s["id"] for day in exported["days"] for s in day["snapshots"]) == sorted(after["ids"]),
+              f"export {exported['days']} != uploaded {after['ids']}")
 
         # Delete the account, after typing the address.
-        self.open("/account")
-        self.shoot("account")
+        self.open("/account", "account")
         self.submit({"confirm": EMAIL}, "Delete my account")
         check("Your account is deleted" in self.text(), self.text())
         self.shoot("account-deleted")
@@ -324,9 +281,8 @@ class Round:
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--server", required=True)
-    parser.add_argument("--client", required=True)
-    parser.add_argument("--screenshots", required=True)
+    for option in ("--server", "--client", "--screenshots"):
+        parser.add_argument(option, required=True)
     args = parser.parse_args()
     for program in (CHROMIUM, CHROMEDRIVER):
         if not shutil.which(program):
@@ -338,8 +294,7 @@ def main():
         round_.start()
         round_.run()
     except Exception:
-        log = os.path.join(workdir, "server.log")
-        if os.path.exists(log):
+        if os.path.exists(log := os.path.join(workdir, "server.log")):
             sys.stderr.write(open(log).read()[-4000:])
         raise
     finally:

@@ -1,11 +1,7 @@
-// The app's own sign-in and sync services in a process of their own, driven line by line on
-// stdin by the browser test: the client side of the web pages, exactly as Tamlo runs it.
-//
-//   signin TOKEN   exchange a sign-in link token     record N [D]  add N records and a lock, D days ago
-//   sync           upload today and yesterday         poll          ask the server for a sync request
-//   ids            the ids of the records added       quit
-//
-// Each command answers with one JSON line.
+// The app's own sign-in and sync services in a process of their own, for the browser test. Each
+// line on stdin, "signin TOKEN", "record N [DAYS_AGO]" (N records and a lock), "sync" (today and
+// yesterday) or "poll", is answered with the state as one JSON line: signed in or not, the ids of
+// the records added, the time of the last upload and its error.
 #include "account/activitysyncservice.h"
 #include "account/authservice.h"
 #include "core/activitysnapshotstore.h"
@@ -29,13 +25,12 @@ using namespace Qt::StringLiterals;
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 3) {
+    if (argc != 3) {
         std::cerr << "usage: tamlo_sync_client BACKEND_URL HOME_DIR\n";
         return 2;
     }
-    const QString backend = arguments[1];
-    const AppPaths paths = AppPaths::underHome(arguments[2]);
+    const QString backend = QString::fromLocal8Bit(argv[1]);
+    const AppPaths paths = AppPaths::underHome(QString::fromLocal8Bit(argv[2]));
     SystemClock clock;
     Settings settings(paths.settingsFile);
     LogManager log(&clock);
@@ -45,65 +40,42 @@ int main(int argc, char *argv[])
     AuthService auth(&nam, config, paths.credentialsDir);
     ActivitySyncService sync(&store, &auth, &nam, config, &settings, &log, &clock);
     QJsonArray ids;
-
-    auto state = [&] {
-        QJsonObject object {{u"authenticated"_s, auth.isAuthenticated()}};
-        if (sync.lastSyncDate()) {
-            object.insert(u"lastSync"_s, sync.lastSyncDate()->toMSecsSinceEpoch() / 1000.0);
-        }
-        if (auth.error()) {
-            object.insert(u"authError"_s, *auth.error());
-        }
-        if (sync.lastError()) {
-            object.insert(u"syncError"_s, *sync.lastError());
-        }
-        return object;
+    auto add = [&](const QDateTime &at, const QString &category, const QString &project, const QString &description,
+                   const std::optional<QString> &note) {
+        const QUuid id = QUuid::createUuid();
+        const bool locked = description == ActivitySnapshot::screenStateMarker(ScreenState::Locked);
+        store.add(
+            {id, at, category, locked ? std::nullopt : std::optional<QString>(u"9f86d081884c7d659a2feaa0c55ad015"_s),
+                project, description, note});
+        ids.append(id.toString(QUuid::WithoutBraces).toUpper());
     };
 
     std::string line;
     while (std::getline(std::cin, line)) {
         const QStringList words = QString::fromStdString(line).split(u' ', Qt::SkipEmptyParts);
         const QString command = words.value(0);
-        QJsonObject answer;
         if (command == u"signin"_s) {
             QCoro::waitFor(auth.verifyMagicLinkToken(words.value(1)));
-            answer = state();
         } else if (command == u"record"_s) {
-            const int count = words.value(1).toInt();
             const QDateTime now = clock.now().addDays(-words.value(2).toInt());
-            for (int i = count; i > 0; --i) {
-                const ActivitySnapshot snapshot {.id = QUuid::createUuid(),
-                    .timestamp = now.addSecs(-30LL * (i + 1)),
-                    .aiCategory = i % 3 == 0 ? u"Meeting"_s : u"Coding"_s,
-                    .imageHash = u"9f86d081884c7d659a2feaa0c55ad015"_s,
-                    .projectName = i % 2 == 0 ? u"Website"_s : u"Tamlo"_s,
-                    .activityDescription = u"Editing the day page, record %1"_s.arg(i),
-                    .userNote = i == 1 ? std::optional<QString>(u"shipped the export"_s) : std::nullopt};
-                store.add(snapshot);
-                ids.append(snapshot.id.toString(QUuid::WithoutBraces).toUpper());
+            for (int i = words.value(1).toInt(); i > 0; --i) {
+                add(now.addSecs(-30LL * (i + 1)), i % 3 == 0 ? u"Meeting"_s : u"Coding"_s,
+                    i % 2 == 0 ? u"Website"_s : u"Tamlo"_s, u"Editing the day page, record %1"_s.arg(i),
+                    i == 1 ? std::optional<QString>(u"shipped the export"_s) : std::nullopt);
             }
-            const ActivitySnapshot lock {.id = QUuid::createUuid(),
-                .timestamp = now.addSecs(-30),
-                .aiCategory = u"Other"_s,
-                .imageHash = std::nullopt,
-                .projectName = u"Other"_s,
-                .activityDescription = ActivitySnapshot::screenStateMarker(ScreenState::Locked),
-                .userNote = std::nullopt};
-            store.add(lock);
-            ids.append(lock.id.toString(QUuid::WithoutBraces).toUpper());
-            answer = state();
+            add(now.addSecs(-30), u"Other"_s, u"Other"_s, ActivitySnapshot::screenStateMarker(ScreenState::Locked),
+                std::nullopt);
         } else if (command == u"sync"_s) {
             QCoro::waitFor(sync.syncIfNeeded(true));
-            answer = state();
         } else if (command == u"poll"_s) {
             QCoro::waitFor(sync.checkSyncRequest());
-            answer = state();
-        } else if (command == u"ids"_s) {
-            answer = QJsonObject {{u"ids"_s, ids}};
-        } else if (command == u"quit"_s) {
-            break;
-        } else {
-            answer = QJsonObject {{u"error"_s, u"unknown command"_s}};
+        }
+        QJsonObject answer {{u"authenticated"_s, auth.isAuthenticated()}, {u"ids"_s, ids}};
+        if (sync.lastSyncDate()) {
+            answer.insert(u"lastSync"_s, sync.lastSyncDate()->toMSecsSinceEpoch() / 1000.0);
+        }
+        if (sync.lastError()) {
+            answer.insert(u"syncError"_s, *sync.lastError());
         }
         std::cout << QJsonDocument(answer).toJson(QJsonDocument::Compact).toStdString() << std::endl;
     }

@@ -212,16 +212,21 @@ int main(int argc, char *argv[])
         seedYear(*storage, ada.id, now);
         QSqlDatabase db = storage->database();
         db.transaction();
+        QStringList asked;
         for (int i = 0; i < devices; ++i) {
             const ServerUser user = storage->createUser(u"device%1@example.org"_s.arg(i), std::nullopt, now);
             const QString token = SecretToken::generate();
             storage->createSession(SecretToken::digest(token), user.id, now);
             if (i % 10 == 0) {
-                storage->requestSync(user.id, now); // some of them are being asked to upload
+                asked.append(user.id); // some of them are being asked to upload
             }
             deviceTokens.append(token);
         }
         db.commit();
+        // A request is a transaction of its own.
+        for (const QString &id : asked) {
+            storage->requestSync(id, now);
+        }
     }
     std::printf("seeded %d days of %d records and %d devices in %.1f s\n", daysInAYear, recordsPerDay, devices,
         seeding.elapsed() / 1000.0);
