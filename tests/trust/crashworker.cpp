@@ -24,8 +24,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 constexpr int recordsPerDay = 12;
-constexpr qint64 maxRunMs = 20000;
-const QDate firstDay(2026, 1, 5);
 
 void acknowledge(const QString &line)
 {
@@ -39,6 +37,12 @@ QDate dayOf(const ActivitySnapshot &snapshot)
     return snapshot.timestamp.toLocalTime().date();
 }
 
+void finalise(ActivitySnapshotStore &store, const QDate &day)
+{
+    store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
+    acknowledge(u"DELETE "_s + TamloDataPaths::dateLabel(day.startOfDay()));
+}
+
 // One step, chosen from what the files hold, so a restarted worker carries on where the last stopped.
 void step(ActivitySnapshotStore &store, DailyReportStore &reports)
 {
@@ -47,18 +51,14 @@ void step(ActivitySnapshotStore &store, DailyReportStore &reports)
     for (const DailyReport &report : reports.reports()) {
         reported.insert(report.date);
     }
-
     // A finalisation cut short between the report and the removal of its records.
     for (const ActivitySnapshot &record : records) {
-        const QDate day = dayOf(record);
         if (reported.contains(TamloDataPaths::dateLabel(record.timestamp))) {
-            store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
-            acknowledge(u"DELETE "_s + TamloDataPaths::dateLabel(record.timestamp));
-            return;
+            return finalise(store, dayOf(record));
         }
     }
 
-    QDate day = firstDay;
+    QDate day(2026, 1, 5);
     if (!records.isEmpty()) {
         day = dayOf(records.last());
     } else if (!reports.reports().isEmpty()) {
@@ -80,8 +80,7 @@ void step(ActivitySnapshotStore &store, DailyReportStore &reports)
         report.generatedAt = day.addDays(1).startOfDay();
         if (reports.upsert(report)) {
             acknowledge(u"REPORT "_s + label);
-            store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
-            acknowledge(u"DELETE "_s + label);
+            finalise(store, day);
         }
         return;
     }
@@ -122,7 +121,7 @@ int main(int argc, char **argv)
     // A worker whose test has gone away stops by itself.
     QElapsedTimer running;
     running.start();
-    while (running.elapsed() < maxRunMs) {
+    while (running.elapsed() < 20000) {
         step(store, reports);
     }
     return 0;

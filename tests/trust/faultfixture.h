@@ -8,33 +8,20 @@
 
 #include "monitorrig.h"
 
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QPainter>
 
 namespace TrustTest {
 using namespace Qt::StringLiterals;
 
-// Screen events that never come: these tests drive the ticks and day checks themselves.
-class QuietScreenEvents final : public ScreenEventSource, public WakeEventSource
+// No source of screen events at all: these tests drive the ticks and day checks themselves.
+struct NoScreenEvents : ScreenEventSource, WakeEventSource
 {
-public:
-    ScreenEventSource::Token addObserver(ScreenEvent, std::function<void()>) override { return ++m_next; }
-    void removeObserver(ScreenEventSource::Token) override { }
-    [[nodiscard]] int observerCount() const override { return 0; }
-    WakeEventSource::Token addWakeObserver(std::function<void()>) override { return ++m_next; }
-    void removeWakeObserver(WakeEventSource::Token) override { }
-    [[nodiscard]] int wakeObserverCount() const override { return 0; }
-
-private:
-    quint64 m_next = 0;
 };
 
-// The monitor on real parts in a temporary home (or a folder a test has mounted), with screen
-// events that never come.
+// The monitor on real parts in a temporary home (or a folder a test has mounted).
 class FaultFixture : public MonitorRig
 {
 protected:
@@ -47,21 +34,28 @@ protected:
         llmTimeouts = {.tags = std::chrono::seconds(1),
             .analysis = std::chrono::seconds(2),
             .daySummary = std::chrono::seconds(2)};
-        // A smaller screen than the rig's, with one window on it.
+        // A smaller screen than the rig's, with one window on it; every tick is meant to reach the model.
         grabber.image = QImage(1280, 800, QImage::Format_RGB32);
         grabber.image.fill(Qt::white);
         QPainter(&grabber.image).fillRect(100, 100, 500, 300, Qt::darkBlue);
-        // The screen stands still, yet every tick here is meant to reach the model.
         settings->setBoolean(SettingsKey::skipUnchangedScreens, false);
     }
 
     // Built apart from SetUp, so a test can first put the data folder where it wants it; built
     // again, it is the program starting over on the same files.
-    void buildServices(ScreenCaptureService *screenCapture = nullptr)
+    void buildServices()
     {
         endMonitor();
         buildParts();
-        buildMonitor(screenCapture, &events);
+        buildMonitor(nullptr, static_cast<NoScreenEvents *>(nullptr));
+    }
+
+    // The monitor started as the program starts it, with its first capture done.
+    void startMonitor()
+    {
+        buildServices();
+        monitor->configure();
+        ASSERT_TRUE(QTest::qWaitFor([this] { return monitor->captureCount() == 1; }, 10000));
     }
 
     [[nodiscard]] bool logged(const QString &prefix) const
@@ -81,6 +75,11 @@ protected:
         return document.isArray() ? document.array().size() : -1;
     }
 
-    QuietScreenEvents events;
+    // The app's side of a backend at url: its configuration and the user's session.
+    [[nodiscard]] AppConfig backendConfig(const QUrl &url) const
+    {
+        settings->setString(SettingsKey::convexURL, url.toString());
+        return AppConfig(settings.get(), QString(), u"http://127.0.0.1:9"_s, {});
+    }
 };
 } // namespace TrustTest
