@@ -16,7 +16,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QSet>
 
 #include <cstdio>
 
@@ -47,29 +46,16 @@ void finalise(ActivitySnapshotStore &store, const QDate &day)
 void step(ActivitySnapshotStore &store, DailyReportStore &reports)
 {
     const QList<ActivitySnapshot> records = store.fetchAll();
-    QSet<QString> reported;
-    for (const DailyReport &report : reports.reports()) {
-        reported.insert(report.date);
-    }
+    const QList<DailyReport> done = reports.reports();
+    const QDate day = done.isEmpty() ? QDate(2026, 1, 5) : QDate::fromString(done.last().date, Qt::ISODate).addDays(1);
     // A finalisation cut short between the report and the removal of its records.
-    for (const ActivitySnapshot &record : records) {
-        if (reported.contains(TamloDataPaths::dateLabel(record.timestamp))) {
-            return finalise(store, dayOf(record));
-        }
-    }
-
-    QDate day(2026, 1, 5);
-    if (!records.isEmpty()) {
-        day = dayOf(records.last());
-    } else if (!reports.reports().isEmpty()) {
-        day = QDate::fromString(reports.reports().last().date, Qt::ISODate).addDays(1);
+    if (!records.isEmpty() && dayOf(records.first()) < day) {
+        return finalise(store, dayOf(records.first()));
     }
     const QString label = TamloDataPaths::dateLabel(day.startOfDay());
     QStringList ids;
     for (const ActivitySnapshot &record : records) {
-        if (dayOf(record) == day) {
-            ids.append(record.id.toString(QUuid::WithoutBraces).toUpper());
-        }
+        ids.append(record.id.toString(QUuid::WithoutBraces).toUpper());
     }
 
     if (ids.size() >= recordsPerDay) {
