@@ -93,13 +93,14 @@ protected:
         return document.isArray() ? document.array().size() : -1;
     }
 
-    // The app's side of a backend at url: its configuration and the user's session.
+    // The app's configuration for a backend at url.
     [[nodiscard]] AppConfig backendConfig(const QUrl &url) const
     {
         settings->setString(SettingsKey::convexURL, url.toString());
         return AppConfig(settings.get(), QString(), u"http://127.0.0.1:9"_s, {});
     }
 };
+
 struct Fault
 {
     const char *name;
