@@ -1,25 +1,17 @@
 #!/usr/bin/env python3
-"""The build's Debian packages installed by dpkg, maintainer scripts and all, into an empty root
-of the test's own; the installed programs run there as a new user meets them, in a network of
-their own (the server on 127.0.0.1:8787, a stand-in Ollama on :11434); then removed and purged.
+"""The build's Debian packages installed by dpkg, maintainer scripts and all, into an empty root of
+the test's own; the installed programs run there as a new user meets them, in a network of their
+own (the server on 127.0.0.1:8787); then removed and purged. Skipped unless root."""
 
-    package_install_test.py --build DIR --out DIR      (exit 77: skipped, not root or no netns)
-"""
-
-import argparse
 import glob
 import os
 import shlex
-import signal
 import subprocess
 import sys
-import threading
 import time
 
-sys.dont_write_bytecode = True  # no __pycache__ in the source tree
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from first_run_test import (EMAIL, SKIP, Accessibility, Failure, Run, StandInOllama, check,  # noqa: E402
-                            isolate_network, port_taken, wait_for)
+import desktop
+from desktop import check, wait_for
 
 SERVER = ("127.0.0.1", 8787)
 LAYOUT = {
@@ -36,7 +28,9 @@ LAYOUT = {
 STATE = "/var/lib/tamlo-server"
 
 
-class PackageRun(Run):
+class PackageInstall(desktop.Desktop):
+    needs_own_network = True
+
     def dpkg(self, *arguments):
         # Maintainer scripts run on this machine, told by DPKG_ROOT which system they act on.
         result = subprocess.run(["dpkg", "--root=" + self.root, "--force-script-chrootless", *arguments],
@@ -49,7 +43,7 @@ class PackageRun(Run):
             command = shlex.split(next(line for line in f if line.startswith("ExecStart="))[len("ExecStart="):])
         return [self.root + a if a.startswith(("/usr/", STATE)) else a for a in command]
 
-    def install(self):
+    def set_up(self):
         debs = os.path.join(self.work, "debs")
         packed = subprocess.run(["cpack", "-G", "DEB", "--config", self.args.build + "/CPackConfig.cmake", "-B", debs],
                                 capture_output=True, text=True, timeout=300)
@@ -79,9 +73,10 @@ class PackageRun(Run):
                                extra_groups=[], env=dict(os.environ, HOME=self.root + STATE))
         check(admin.returncode == 0, "the service user cannot use its state folder: " + admin.stderr)
         self.say("installed")
+        self.ollama = desktop.StandInOllama()
+        self.set_up_desktop()
 
     def scenario(self):
-        a11y = Accessibility(self.env)
         with open(self.root + "/usr/share/applications/tamlo.desktop") as f:
             entry = dict(line.strip().split("=", 1) for line in f if "=" in line)
         check(entry["MimeType"] == "x-scheme-handler/tamlo;" and entry["Exec"] == "tamlo %u",
@@ -90,23 +85,20 @@ class PackageRun(Run):
         self.server_data = os.path.join(self.home, ".local/share/tamlo-server")
 
         # From the launcher with no server running, the sign-in screen says how to start it.
-        command, env = self.tamlo()
-        self.app = self.start("tamlo", command, env=env)
-        names = wait_for("the way to start the server", lambda: "Try again" in a11y.names() and a11y.names(), 60)
+        self.start_tamlo()
+        names = wait_for("the way to start the server", lambda: "Try again" in self.panel_names() and self.panel_names(), 60)
         check("Log in" not in names, "the sign-in screen offers a page that cannot load")
         self.screenshot("package-1-start-server")
         # The user unit as `systemctl --user enable --now tamlo-server` starts it, then Tamlo from the
         # launcher again: the running one shows its panel and looks again.
         self.start("server", self.unit_command("/usr/lib/systemd/user/tamlo-server.service"))
-        wait_for("tamlo-server on %s:%d" % SERVER, lambda: port_taken(SERVER), 30)
+        wait_for("tamlo-server on %s:%d" % SERVER, lambda: desktop.port_taken(SERVER), 30)
+        command, env = self.tamlo()
         check(subprocess.run(command, env=env, timeout=60).returncode == 0, "tamlo started again failed")
-        wait_for("the Log in button", lambda: "Log in" in a11y.names(), 15)
+        wait_for("the Log in button", lambda: "Log in" in self.panel_names(), 15)
 
-        server = [self.args.server, "--data", self.server_data]
-        subprocess.run(server + ["user", "add", EMAIL], check=True, capture_output=True, env=self.env, timeout=30)
-        self.open_url(subprocess.run(server + ["login-link", EMAIL], capture_output=True, text=True,
-                                     env=self.env, timeout=30).stdout.strip())
-        wait_for("the main screen", lambda: "Finish Setup" in a11y.names(), 30)
+        self.sign_in_by_link()
+        wait_for("the main screen", lambda: "Finish Setup" in self.panel_names(), 30)
         day = wait_for("today's upload on the server", lambda: self.uploaded_day(time.strftime("%Y-%m-%d")), 60)
         check(day["day"].get("snapshots"), "the upload stored no record")
         self.screenshot("package-2-signed-in")
@@ -118,39 +110,11 @@ class PackageRun(Run):
         self.dpkg("-P", "tamlo-server")
         check(os.path.exists(self.home + "/.local/share/Tamlo/snapshots.json"), "removal took the user's records")
         left = {os.path.relpath(os.path.join(d, f), self.root) for d, dirs, files in os.walk(self.root)
-                for f in dirs + files} - {"etc", "var", "var/lib", "var/lib/dpkg"}
-        left = {p for p in left if not p.startswith(("var/lib/dpkg/", "etc/"))}
+                for f in dirs + files}
+        left = {p for p in left if p not in ("etc", "var", "var/lib", "var/lib/dpkg")
+                and not p.startswith(("var/lib/dpkg/", "etc/"))}
         check(left == {STATE[1:], STATE[1:] + "/tamlo-server.sqlite3"}, "left after purging: %s" % sorted(left))
-        self.say("removed; the service's database stays")
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", required=True, help="the build folder with CPackConfig.cmake")
-    parser.add_argument("--out", required=True, help="folder for the screenshots")
-    args = parser.parse_args()
-    if os.geteuid() == 0:
-        isolate_network()
-    if not os.environ.get("TAMLO_E2E_ISOLATED") or port_taken(SERVER) or port_taken(("127.0.0.1", 11434)):
-        print("SKIPPED: needs root and a network namespace of its own", flush=True)
-        return SKIP
-    run = PackageRun(args)
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
-    failed = True
-    try:
-        run.install()
-        run.ollama = StandInOllama()
-        threading.Thread(target=run.ollama.serve_forever, daemon=True).start()
-        run.set_up_desktop()
-        run.scenario()
-        failed = False
-        run.say("passed")
-    except Failure as failure:
-        run.say("FAILED: %s" % failure)
-    finally:
-        run.tear_down(failed)
-    return 1 if failed else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(desktop.main(PackageInstall, options=("build", "out")))

@@ -16,7 +16,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QSet>
 
 #include <cstdio>
 
@@ -24,8 +23,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 constexpr int recordsPerDay = 12;
-constexpr qint64 maxRunMs = 20000;
-const QDate firstDay(2026, 1, 5);
 
 void acknowledge(const QString &line)
 {
@@ -39,37 +36,26 @@ QDate dayOf(const ActivitySnapshot &snapshot)
     return snapshot.timestamp.toLocalTime().date();
 }
 
+void finalise(ActivitySnapshotStore &store, const QDate &day)
+{
+    store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
+    acknowledge(u"DELETE "_s + TamloDataPaths::dateLabel(day.startOfDay()));
+}
+
 // One step, chosen from what the files hold, so a restarted worker carries on where the last stopped.
 void step(ActivitySnapshotStore &store, DailyReportStore &reports)
 {
     const QList<ActivitySnapshot> records = store.fetchAll();
-    QSet<QString> reported;
-    for (const DailyReport &report : reports.reports()) {
-        reported.insert(report.date);
-    }
-
+    const QList<DailyReport> done = reports.reports();
+    const QDate day = done.isEmpty() ? QDate(2026, 1, 5) : QDate::fromString(done.last().date, Qt::ISODate).addDays(1);
     // A finalisation cut short between the report and the removal of its records.
-    for (const ActivitySnapshot &record : records) {
-        const QDate day = dayOf(record);
-        if (reported.contains(TamloDataPaths::dateLabel(record.timestamp))) {
-            store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
-            acknowledge(u"DELETE "_s + TamloDataPaths::dateLabel(record.timestamp));
-            return;
-        }
-    }
-
-    QDate day = firstDay;
-    if (!records.isEmpty()) {
-        day = dayOf(records.last());
-    } else if (!reports.reports().isEmpty()) {
-        day = QDate::fromString(reports.reports().last().date, Qt::ISODate).addDays(1);
+    if (!records.isEmpty() && dayOf(records.first()) < day) {
+        return finalise(store, dayOf(records.first()));
     }
     const QString label = TamloDataPaths::dateLabel(day.startOfDay());
     QStringList ids;
     for (const ActivitySnapshot &record : records) {
-        if (dayOf(record) == day) {
-            ids.append(record.id.toString(QUuid::WithoutBraces).toUpper());
-        }
+        ids.append(record.id.toString(QUuid::WithoutBraces).toUpper());
     }
 
     if (ids.size() >= recordsPerDay) {
@@ -80,8 +66,7 @@ void step(ActivitySnapshotStore &store, DailyReportStore &reports)
         report.generatedAt = day.addDays(1).startOfDay();
         if (reports.upsert(report)) {
             acknowledge(u"REPORT "_s + label);
-            store.deleteRange(day.startOfDay(), day.addDays(1).startOfDay());
-            acknowledge(u"DELETE "_s + label);
+            finalise(store, day);
         }
         return;
     }
@@ -122,7 +107,7 @@ int main(int argc, char **argv)
     // A worker whose test has gone away stops by itself.
     QElapsedTimer running;
     running.start();
-    while (running.elapsed() < maxRunMs) {
+    while (running.elapsed() < 20000) {
         step(store, reports);
     }
     return 0;

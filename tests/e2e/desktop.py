@@ -1,0 +1,377 @@
+"""The desktop of the end-to-end scenarios, every part a real process: Xvfb on a free display, a
+private dbus-daemon (session and system bus at once), a stand-in Ollama on 127.0.0.1:11434 that keeps
+what it is sent, tamlo-server on a free port named by the convexURL setting, and a home of its own.
+As root the run first moves into a network of its own, where no real Ollama can answer.
+
+A scenario subclasses Desktop, writes scenario() and calls main(). Exit status: 0 passed, 1 failed,
+77 skipped (port 11434 taken and no network of our own).
+"""
+
+import argparse
+import base64
+import contextlib
+import ctypes
+import hashlib
+import http.server
+import json
+import os
+import re
+import select
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import zlib
+
+OLLAMA_ADDRESS = ("127.0.0.1", 11434)
+EMAIL = "ada@example.org"
+# Every process a run starts carries this in its environment, so none is left behind.
+RUN_MARKER = "TAMLO_E2E_RUN"
+ISOLATED = "TAMLO_E2E_ISOLATED"
+
+
+class Failure(Exception):
+    pass
+
+
+def check(condition, message):
+    if not condition:
+        raise Failure(message)
+
+
+def wait_for(what, condition, timeout, interval=0.2):
+    deadline = time.monotonic() + timeout
+    while not (result := condition()):
+        if time.monotonic() > deadline:
+            raise Failure("Timed out after %d s waiting for %s" % (timeout, what))
+        time.sleep(interval)
+    return result
+
+
+def port_taken(address):
+    with socket.socket() as probe:
+        probe.settimeout(0.5)
+        return probe.connect_ex(address) == 0
+
+
+def isolate_network():
+    """As root, runs again in a network and process namespace of its own: its loopback has no Ollama,
+    and when this process ends, everything it started ends with it."""
+    if os.environ.get(ISOLATED) or os.geteuid() != 0 or not shutil.which("unshare"):
+        return
+    namespace = ["unshare", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
+    if subprocess.run(namespace + ["ip", "link", "set", "lo", "up"], capture_output=True).returncode == 0:
+        os.environ[ISOLATED] = "1"
+        command = namespace + ["sh", "-c", 'ip link set lo up && exec "$@"', "sh", sys.executable] + sys.argv
+        os.execvp(command[0], command)
+
+
+# The stand-in Ollama: two models, and chat replies in Ollama's shapes; every request kept.
+class StandInOllama(http.server.ThreadingHTTPServer):
+    def __init__(self):
+        super().__init__(OLLAMA_ADDRESS, OllamaHandler)
+        self.lock, self.requests = threading.Lock(), []
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    def recorded(self):
+        with self.lock:
+            return list(self.requests)
+
+    def analyses(self):
+        return [r for r in self.recorded() if r.get("imageHash")]
+
+
+class OllamaHandler(http.server.BaseHTTPRequestHandler):
+    def log_message(self, *args):
+        pass
+
+    def reply(self, entry, body):
+        with self.server.lock:
+            self.server.requests.append(dict(entry, path=self.path))
+        data = json.dumps(body).encode()
+        self.send_response(200 if body else 404)
+        self.send_header("Content-Type", "application/json")
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def do_GET(self):
+        models = [{"name": name, "model": name, "size": 1234} for name in ("qwen3-vl:2b", "qwen3-vl:4b")]
+        self.reply({}, {"models": models} if self.path == "/api/tags" else {})
+
+    def do_POST(self):
+        request = json.loads(self.rfile.read(int(self.headers.get("Content-Length", 0))) or b"{}")
+        entry, content = {"model": request.get("model")}, {"summary": "A focused day on the checkout page."}
+        images = [image for message in request.get("messages", []) for image in message.get("images", [])]
+        if images:
+            png = base64.b64decode(images[0])
+            entry.update(imageHash=hashlib.sha256(png).hexdigest(), imageSize=struct.unpack(">II", png[16:24]))
+            content = {"category": "Coding", "projectName": "Website",
+                       "activityDescription": "Editing checkout.css in the editor"}
+        self.reply(entry, self.path == "/api/chat" and {
+            "model": "qwen3-vl:2b", "created_at": "2026-01-01T00:00:00Z", "done": True, "done_reason": "stop",
+            "message": {"role": "assistant", "content": json.dumps(content)}})
+
+
+def xwd_to_png(xwd, png_path):
+    """Converts xwd's 24/32-bit TrueColor dump (what Xvfb gives) to PNG."""
+    fields = struct.unpack(">25I", xwd[:100])
+    header_size, width, height, byte_order, bits, line_bytes = (fields[i] for i in (0, 4, 5, 7, 11, 12))
+    size = bits // 8
+    check(size in (3, 4) and fields[14:17] == (0xFF0000, 0xFF00, 0xFF), "xwd dump of a format unknown here")
+    pixels = xwd[header_size + 12 * fields[19]:]
+    # Little-endian pixels are blue, green, red(, pad) in memory; big-endian ones the reverse.
+    order = (2, 1, 0) if byte_order == 0 else (size - 3, size - 2, size - 1)
+    rows = []
+    for y in range(height):
+        line, rgb = pixels[y * line_bytes:y * line_bytes + width * size], bytearray(width * 3)
+        for colour, offset in enumerate(order):
+            rgb[colour::3] = line[offset::size]
+        rows.append(b"\0" + bytes(rgb))
+
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+    with open(png_path, "wb") as out:
+        out.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+                  + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
+
+
+def end_with_parent():
+    # Should this script be killed outright, its children go with it (1: PR_SET_PDEATHSIG).
+    ctypes.CDLL(None).prctl(1, signal.SIGKILL)
+
+
+class Desktop:
+    tools = ()  # programs the scenario needs beyond the desktop's own
+    needs_own_network = False
+
+    def __init__(self, args):
+        self.args = args
+        self.work = tempfile.mkdtemp(prefix="tamlo-e2e-")
+        self.marker = "%d-%d" % (os.getpid(), time.time_ns())
+        self.processes, self.logs = [], []
+        self.ollama = self.env = self.app = self.a11y_bus = None
+        self.home = os.path.join(self.work, "home")
+        self.server_data = os.path.join(self.work, "server")
+        self.started = time.monotonic()
+
+    def say(self, message):
+        print("[%5.1f s] %s" % (time.monotonic() - self.started, message), flush=True)
+
+    def start(self, name, command, **kwargs):
+        with open(os.path.join(self.work, name + ".log"), "wb") as log:
+            self.logs.append(log.name)
+            process = subprocess.Popen(command, env=kwargs.pop("env", self.env), stdout=kwargs.pop("stdout", log),
+                                       stderr=subprocess.STDOUT, preexec_fn=end_with_parent, **kwargs)
+        self.processes.append(process)
+        return process
+
+    def log_text(self, name):
+        with open(os.path.join(self.work, name + ".log"), "rb") as f:
+            return f.read().decode(errors="replace")
+
+    def set_up(self):
+        self.ollama = StandInOllama()
+        self.set_up_desktop()
+        if getattr(self.args, "server", None):
+            self.start_server()
+
+    def set_up_desktop(self):
+        env = {k: v for k, v in os.environ.items()
+               if not k.startswith(("XDG_", "DBUS_", "WAYLAND_")) and k not in ("DISPLAY", "XAUTHORITY")}
+        for folder in ("home", "run", "tmp", "bin"):
+            os.makedirs(os.path.join(self.work, folder), mode=0o700)
+        env.update({RUN_MARKER: self.marker, "HOME": self.home, "TMPDIR": os.path.join(self.work, "tmp"),
+                    "XDG_RUNTIME_DIR": os.path.join(self.work, "run"), "XDG_SESSION_TYPE": "x11",
+                    "XDG_DATA_HOME": self.home + "/.local/share", "XDG_CONFIG_HOME": self.home + "/.config",
+                    "XDG_CACHE_HOME": self.home + "/.cache", "PATH": self.work + "/bin:" + env.get("PATH", "/bin")})
+        # Whatever Tamlo hands to the browser is only written down: no real browser ever opens.
+        with open(os.open(self.work + "/bin/xdg-open", os.O_WRONLY | os.O_CREAT, 0o755), "w") as f:
+            f.write('#!/bin/sh\necho "$1" >> "%s/opened-urls"\n' % self.work)
+        self.env = env
+
+        # Xvfb picks a display nobody holds and names it once it accepts connections, so a test beside
+        # this one never talks to a display about to go. The read end stays open for the whole run: a
+        # server that writes to it again and finds it closed ends itself.
+        self.display_pipe, write_end = os.pipe()
+        xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1280x800x24",
+                                   "-nolisten", "tcp"], pass_fds=(write_end,))
+        os.close(write_end)
+        ready, _, _ = select.select([self.display_pipe], [], [], 20)
+        display = os.read(self.display_pipe, 64).decode().strip() if ready else ""
+        check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
+        env["DISPLAY"] = ":" + display
+        bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"], stdout=subprocess.PIPE)
+        ready, _, _ = select.select([bus.stdout], [], [], 20)
+        address = bus.stdout.readline().decode().strip() if ready else ""
+        check(address, "dbus-daemon gave no address")
+        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = address
+
+    def configure(self, **settings):
+        path = self.home + "/.config/Tamlo/Tamlo.conf"
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        header = "" if os.path.exists(path) else "[General]\n"
+        with open(path, "a") as f:
+            f.write(header + "".join("%s=%s\n" % setting for setting in settings.items()))
+
+    def start_server(self):
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            port = probe.getsockname()[1]
+        self.server_url = "http://127.0.0.1:%d" % port
+        self.start("server", [self.args.server, "--listen", "127.0.0.1:%d" % port, "--data", self.server_data])
+        wait_for("tamlo-server on port %d" % port, lambda: port_taken(("127.0.0.1", port)), 30)
+        self.configure(convexURL=self.server_url)
+
+    def server_cli(self, *arguments):
+        result = subprocess.run([self.args.server, "--data", self.server_data, *arguments],
+                                capture_output=True, text=True, env=self.env, timeout=30)
+        check(result.returncode == 0, "tamlo-server %s failed: %s" % (arguments[0], result.stderr))
+        return result.stdout
+
+    def server_lines(self, request):
+        return [line for line in self.log_text("server").splitlines() if request in line]
+
+    def sign_in_by_link(self):
+        self.server_cli("user", "add", EMAIL)
+        self.open_url(self.server_cli("login-link", EMAIL).strip())
+
+    def uploaded_day(self, day):
+        exported = json.loads(self.server_cli("export", EMAIL))
+        found = next((d for d in exported.get("days", []) if d.get("date") == day), None)
+        return found and exported.get("devices") and {"day": found, "device": exported["devices"][0]}
+
+    def tamlo(self, *arguments):
+        return [self.args.tamlo, *arguments], dict(self.env, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+
+    def start_tamlo(self):
+        command, env = self.tamlo()
+        self.app = self.start("tamlo", command, env=env)
+
+    def open_url(self, url):
+        command, env = self.tamlo(url)
+        result = subprocess.run(command, env=env, capture_output=True, text=True, timeout=60)
+        check(result.returncode == 0, "tamlo %s exited %d: %s" % (url[:16], result.returncode, result.stderr))
+
+    def still_running(self):
+        check(self.app.poll() is None, "tamlo ended early with status %s" % self.app.returncode)
+
+    def snapshots(self):
+        try:
+            with open(self.home + "/.local/share/Tamlo/snapshots.json") as f:
+                return json.load(f)
+        except (OSError, ValueError):
+            return []
+
+    def a11y(self, dest, path, method, *args, bus=None):
+        result = subprocess.run(["dbus-send", "--bus=" + (bus or self.a11y_bus), "--print-reply", "--dest=" + dest,
+                                 path, method, *args], capture_output=True, text=True, env=self.env, timeout=15)
+        return result.stdout if result.returncode == 0 else ""
+
+    def panel_names(self):
+        """The names of what Tamlo's windows show now, read as assistive technology reads them."""
+        if not self.a11y_bus:
+            reply = self.a11y("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress", bus=self.env[
+                "DBUS_SESSION_BUS_ADDRESS"])
+            self.a11y_bus = (re.findall(r'string "(.*)"', reply) or [None])[0]
+            if not self.a11y_bus:
+                return set()
+        names, children = set(), r'string "([^"]*)"\s+object path "([^"]*)"'
+        pending = re.findall(children, self.a11y("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root",
+                                                 "org.a11y.atspi.Accessible.GetChildren"))
+        while pending and len(names) < 500:
+            dest, path = pending.pop()
+            if "application" not in self.a11y(dest, path, "org.a11y.atspi.Accessible.GetRoleName"):
+                states = re.findall(r"uint32 (\d+)", self.a11y(dest, path, "org.a11y.atspi.Accessible.GetState"))
+                if not states or not int(states[0]) & (1 << 25):  # AT-SPI's "showing"
+                    continue
+                names.update(re.findall(r'string "(.*)"', self.a11y(
+                    dest, path, "org.freedesktop.DBus.Properties.Get", "string:org.a11y.atspi.Accessible",
+                    "string:Name")))
+            pending.extend(re.findall(children, self.a11y(dest, path, "org.a11y.atspi.Accessible.GetChildren")))
+        return names - {""}
+
+    def screenshot(self, name):
+        dump = subprocess.run(["xwd", "-root", "-silent"], capture_output=True, env=self.env, timeout=30)
+        check(dump.returncode == 0, "xwd failed: " + dump.stderr.decode(errors="replace"))
+        os.makedirs(self.args.out, exist_ok=True)
+        xwd_to_png(dump.stdout, os.path.join(self.args.out, name + ".png"))
+
+    def click(self, window, x, y):
+        subprocess.run(["xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1"], env=self.env,
+                       check=True)
+
+    def tear_down(self, failed):
+        for process in reversed(self.processes):
+            if process.poll() is None:
+                process.terminate()
+        for process in reversed(self.processes):
+            try:
+                process.wait(timeout=5)
+            except subprocess.TimeoutExpired:
+                process.kill()
+        if self.ollama:
+            self.ollama.shutdown()
+        # What the bus started on its own (the accessibility bus and its registry) carries our marker too;
+        # it ends by itself once the bus has gone, or is made to.
+        deadline = time.monotonic() + 3
+        while (marked := self.marked_processes()) and time.monotonic() < deadline:
+            time.sleep(0.1)
+        for pid in marked:
+            with contextlib.suppress(OSError):
+                os.kill(pid, signal.SIGKILL)
+        if failed:
+            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(), self.snapshots()))
+            for path in self.logs:
+                with open(path, "rb") as f:
+                    print("----- %s -----\n%s" % (path, f.read().decode(errors="replace")[-6000:]), flush=True)
+        shutil.rmtree(self.work, ignore_errors=True)
+
+    def marked_processes(self):
+        needle, found = ("%s=%s" % (RUN_MARKER, self.marker)).encode(), []
+        for entry in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                with open("/proc/%s/environ" % entry, "rb") as f:
+                    if needle in f.read().split(b"\0") and int(entry) != os.getpid():
+                        found.append(int(entry))
+            except OSError:
+                pass
+        return found
+
+
+def main(run_class, options=("tamlo", "server", "out")):
+    parser = argparse.ArgumentParser()
+    for option in options:
+        parser.add_argument("--" + option, required=True)
+    args = parser.parse_args()
+    isolate_network()
+    if port_taken(OLLAMA_ADDRESS) or (run_class.needs_own_network and not os.environ.get(ISOLATED)):
+        print("SKIPPED: 127.0.0.1:11434 is taken (a real Ollama?) or this run has no network of its own, "
+              "which only root gets", flush=True)
+        return 77
+    missing = [t for t in ("Xvfb", "dbus-daemon", "dbus-send", "xwd") + run_class.tools if not shutil.which(t)]
+    # The panel is read over the accessibility bus, which the session bus starts on demand.
+    if not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"):
+        missing.append("the accessibility bus (at-spi2-core)")
+    if missing:
+        print("Missing %s: run scripts/install-deps.sh" % ", ".join(missing), flush=True)
+        return 1
+    run = run_class(args)
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    failed = True
+    try:
+        run.set_up()
+        run.scenario()
+        failed = False
+    except Failure as failure:
+        run.say("FAILED: %s" % failure)
+    finally:
+        run.tear_down(failed)
+    run.say("passed" if not failed else "failed")
+    return 1 if failed else 0
