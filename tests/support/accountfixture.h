@@ -9,9 +9,9 @@
 #include "core/logmanager.h"
 #include "core/settings.h"
 #include "fakeclock.h"
+#include "logmessages.h"
 #include "standinserver.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QTemporaryDir>
 #include <QTimeZone>
@@ -64,16 +64,7 @@ protected:
             &m_store, m_auth.get(), &m_nam, config(), &m_settings, &m_log, &m_clock);
     }
 
-    // The event log's messages, newest first, once it has taken the last entry.
-    [[nodiscard]] QStringList logMessages()
-    {
-        QCoreApplication::processEvents();
-        QStringList messages;
-        for (const LogEntry &entry : m_log.logs()) {
-            messages.append(entry.message);
-        }
-        return messages;
-    }
+    [[nodiscard]] QStringList logMessages() { return ::logMessages(m_log); }
 
     QTemporaryDir m_home;
     AppPaths m_paths = AppPaths::underHome(m_home.path());
