@@ -4,7 +4,7 @@
 #include "fakeclock.h"
 #include "records.h"
 #include "reports/dailyreportstore.h"
-#include "storetesthelpers.h"
+#include "files.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -7,7 +7,7 @@
 #include "reports/dailyreportstore.h"
 #include "standinollama.h"
 #include "standinserver.h"
-#include "storetesthelpers.h"
+#include "files.h"
 
 #include <QCoroTask>
 #include <QJsonArray>

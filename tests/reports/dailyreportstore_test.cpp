@@ -1,7 +1,7 @@
 #include "reports/dailyreportstore.h"
 
 #include "fakeclock.h"
-#include "storetesthelpers.h"
+#include "files.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
