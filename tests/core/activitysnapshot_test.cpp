@@ -35,20 +35,13 @@ TEST(ActivitySnapshotTest, JsonCountsFrom2001LeavesOutAbsentFieldsAndRejectsMiss
     }
 }
 
-TEST(ActivitySnapshotTest, NoteOutranksProjectOnlyWhenItNamesOneAndOnlyExactMarkersAreInactive)
+// A note naming a project is covered where it counts: the reports, the compacted log, the upload.
+TEST(ActivitySnapshotTest, TheModelsProjectIsTrimmedAndOnlyTheExactMarkersAreInactive)
 {
-    const QStringList projects {u"Tamlo"_s, u"Website"_s};
-    ActivitySnapshot snapshot {.projectName = u"Website"_s, .userNote = u"fixing tamlo sync"_s};
-    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Tamlo"_s);
-    snapshot.userNote = u"lunch with friends"_s;
-    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Website"_s);
-    // The model's project is reported as it came, trimmed but not normalised.
-    snapshot.projectName = u"  Side Quest "_s;
-    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Side Quest"_s);
+    ActivitySnapshot snapshot {.projectName = u"  Side Quest "_s, .userNote = u"lunch with friends"_s};
+    EXPECT_EQ(snapshot.effectiveProjectName({u"Tamlo"_s}), u"Side Quest"_s);
     snapshot.projectName = u" \t"_s;
-    EXPECT_EQ(snapshot.effectiveProjectName(projects), u"Other"_s);
-
-    EXPECT_FALSE(ActivitySnapshot().isInactiveScreenState());
+    EXPECT_EQ(snapshot.effectiveProjectName({u"Tamlo"_s}), u"Other"_s);
     for (const auto &[description, inactive] :
         {std::pair {u"Screen Locked"_s, true}, {u"Display Sleeping"_s, true}, {u"Away"_s, true}, {u"away"_s, false},
             {u"Reading why the Screen Locked early"_s, false}, {u"Private"_s, false}}) {
