@@ -74,10 +74,15 @@ TEST_F(CaptureCycleTest, StartConfigureAndStopSetUpAndEndEverythingOnceAndCaptur
 
 TEST_F(CaptureCycleTest, ScreenStateFollowsRealBusSignalsOnlyWhileMonitoring)
 {
+    // A tick that sees the lock while it waits for the model still records its analysis.
+    analysis.delayMs = 1500;
     monitor->startMonitoring();
-    ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
+    ASSERT_TRUE(waitFor([&] { return analysisRequests() == 1; }));
     sendScreenSaver(true);
     ASSERT_TRUE(waitFor([&] { return monitor->screenState() == ScreenState::Locked; }));
+    EXPECT_EQ(monitor->captureCount(), 0);
+    ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
+    EXPECT_EQ(monitor->latestSnapshots().first().aiCategory, u"Coding"_s);
 
     // Locked: each tick records a marker, takes no screenshot and asks no model.
     QCoro::waitFor(monitor->performCapture());
@@ -112,18 +117,6 @@ TEST_F(CaptureCycleTest, ScreenStateFollowsRealBusSignalsOnlyWhileMonitoring)
     QTest::qWait(300);
     EXPECT_EQ(monitor->screenState(), ScreenState::Active);
     EXPECT_EQ(countOf(u"🔒 Screen locked - pausing capture"_s), 2);
-}
-
-TEST_F(CaptureCycleTest, ATickThatSeesTheLockWhileWaitingForTheModelStillRecordsItsAnalysis)
-{
-    analysis.delayMs = 1500;
-    monitor->startMonitoring();
-    ASSERT_TRUE(waitFor([&] { return analysisRequests() == 1; }));
-    sendScreenSaver(true);
-    ASSERT_TRUE(waitFor([&] { return monitor->screenState() == ScreenState::Locked; }));
-    EXPECT_EQ(monitor->captureCount(), 0);
-    ASSERT_TRUE(waitFor([&] { return monitor->captureCount() == 1; }));
-    EXPECT_EQ(monitor->latestSnapshots().first().aiCategory, u"Coding"_s);
 }
 
 TEST_F(CaptureCycleTest, EachTimerStartsItsOwnStep)

@@ -27,16 +27,11 @@ class AccountFixture : public ::testing::Test
 protected:
     AccountFixture()
     {
-        m_backend.on("POST", "/auth/verify-token", signedInReply());
-        m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_backend.on("GET", "/auth/me", StandInServer::Reply {.status = 200, .body = "{}"});
-    }
-
-    static StandInServer::Reply signedInReply()
-    {
-        return StandInServer::Reply {
-            .status = 200, .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})"};
+        m_backend.on("POST", "/auth/verify-token",
+            StandInServer::Reply {200, R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})"});
+        m_backend.on("POST", "/activity/sync", StandInServer::Reply {200, "{}"});
+        m_backend.on("GET", "/activity/status", StandInServer::Reply {200, "{}"});
+        m_backend.on("GET", "/auth/me", StandInServer::Reply {200, "{}"});
     }
 
     // The session an earlier run left; before startServices() when a restored session is wanted.
