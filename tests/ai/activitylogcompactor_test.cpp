@@ -35,7 +35,7 @@ QList<ActivitySnapshot> run(int n, bool distinct, QTime start = QTime(8, 0))
 }
 } // namespace
 
-TEST(ActivityLogCompactorTest, GroupsEqualNeighboursInTimeOrderAcrossInactiveRecordsWithEachNoteOnce)
+TEST(ActivityLogCompactorTest, GroupsEqualNeighboursInTimeOrderAcrossInactiveRecordsInTheUsersLocale)
 {
     const QList<ActivitySnapshot> snapshots {
         at(QTime(9, 2), u"Communication"_s, u"Other"_s, u"Reading mail"_s),
@@ -58,10 +58,8 @@ TEST(ActivityLogCompactorTest, GroupsEqualNeighboursInTimeOrderAcrossInactiveRec
         (QStringList {u"- [9:00 AM] [Website] fix crash"_s, u"- [9:01 AM] [Website] fix crash"_s,
             u"- [9:03 AM] [Website] website"_s}));
     EXPECT_TRUE(compacted({snapshots[3]}).isEmpty());
-}
 
-TEST(ActivityLogCompactorTest, ShowsRunsInHoursAndMinutesAndTimesInTheUsersLocaleAndZone)
-{
+    // Runs show in hours and minutes; times in the user's locale and zone.
     for (const auto &[count, line] : {std::pair {120, u"[9:00 AM–9:59 AM] [Coding] [Website] Editing (×120, ~1h)"_s},
              {130, u"[9:00 AM–10:04 AM] [Coding] [Website] Editing (×130, ~1h 5m)"_s},
              {5, u"[9:00 AM–9:02 AM] [Coding] [Website] Editing (×5, ~2m)"_s}}) {
