@@ -146,7 +146,7 @@ TEST_F(CaptureCycleTest, EachTimerStartsItsOwnStep)
     ASSERT_TRUE(waitFor([&] { return reportStore->hasReport(u"2026-03-09"_s); }));
 }
 
-TEST_F(CaptureCycleTest, AScreenshotFailureEndsOnlyTheTickAndTheNextAnalysisClearsIt)
+TEST_F(CaptureCycleTest, AScreenshotFailureEndsOnlyTheTickAndTheNextAnalysisIsRecordedWithItsNotes)
 {
     grabber.failWith = ScreenCaptureError::Kind::NoDisplayAvailable;
     QCoro::waitFor(monitor->performCapture());
@@ -156,6 +156,8 @@ TEST_F(CaptureCycleTest, AScreenshotFailureEndsOnlyTheTickAndTheNextAnalysisClea
     EXPECT_EQ(std::tuple(monitor->screenshotCount(), monitor->captureCount(), analysisRequests()), std::tuple(0, 0, 0));
     EXPECT_EQ(countOf(u"❌ "_s + expected), 1);
 
+    // Before the first record there is nowhere for a note to go.
+    monitor->addNoteToCurrentLog(u"planting the garden"_s);
     grabber.failWith.reset();
     clock.set(at(2026, 3, 9, 10, 0, 5));
     QCoro::waitFor(monitor->performCapture());
@@ -178,23 +180,8 @@ TEST_F(CaptureCycleTest, AScreenshotFailureEndsOnlyTheTickAndTheNextAnalysisClea
         std::tuple(clock.now(), clock.now(), 1));
     EXPECT_EQ(countOf(u"[Coding] Editing activitymonitor.cpp"_s), 1);
 
-    // The screens show the twenty newest; the store keeps them all.
-    for (int i = 0; i < 20; ++i) {
-        tick();
-    }
-    const QList<ActivitySnapshot> all = snapshotStore->fetchAll();
-    EXPECT_EQ(all.size(), 21);
-    EXPECT_EQ(monitor->latestSnapshots(), QList<ActivitySnapshot>(all.crbegin(), all.crbegin() + 20));
-}
-
-TEST_F(CaptureCycleTest, NotesGoToTheNewestRecordAndRelabelOnlyWhenTheyNameAProject)
-{
-    // Before the first record there is nowhere for a note to go, and a blank note is none.
-    monitor->addNoteToCurrentLog(u"planting the garden"_s);
-    QCoro::waitFor(monitor->performCapture());
+    // Notes go to the newest record, trimmed, a blank one not at all; one naming a project relabels it.
     monitor->addNoteToCurrentLog(u"  \n\t "_s);
-    EXPECT_EQ(countOf(u"📝 Note added to current log"_s), 0);
-
     for (const auto &[note, project] :
         {std::pair {u"  reading about compilers \n"_s, u"Tamlo"_s}, {u"planting the garden"_s, u"Garden"_s}}) {
         monitor->addNoteToCurrentLog(note);
@@ -204,5 +191,14 @@ TEST_F(CaptureCycleTest, NotesGoToTheNewestRecordAndRelabelOnlyWhenTheyNameAProj
         EXPECT_EQ(snapshotStore->fetchAll(), QList<ActivitySnapshot> {inMemory});
     }
     EXPECT_EQ(countOf(u"📝 Note added to current log"_s), 2);
+
+    // The screens show the twenty newest; the store keeps them all.
+    for (int i = 0; i < 20; ++i) {
+        tick();
+    }
+    const QList<ActivitySnapshot> all = snapshotStore->fetchAll();
+    EXPECT_EQ(all.size(), 21);
+    EXPECT_EQ(monitor->latestSnapshots(), QList<ActivitySnapshot>(all.crbegin(), all.crbegin() + 20));
 }
+
 } // namespace
