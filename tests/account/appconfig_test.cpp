@@ -1,82 +1,55 @@
 #include "account/appconfig.h"
+#include "account/backendprobe.h"
 #include "core/settings.h"
 
-#include <QDir>
+#include <QCoroTask>
+#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <optional>
-
 using namespace Qt::StringLiterals;
-
-namespace {
-const QString buildDefault = u"https://default.example"_s;
-
-class AppConfigTest : public ::testing::Test
-{
-protected:
-    AppConfig config(const QString &buildValue) const
-    {
-        return AppConfig(&m_settings, buildValue, buildDefault, u"https://web.example"_s);
-    }
-
-    QTemporaryDir m_home;
-    Settings m_settings {QDir(m_home.path()).filePath(u"Tamlo.conf"_s)};
-};
+using namespace std::chrono_literals;
 
 // The setting, then the build value, then the default; each trimmed, an empty or unexpanded one skipped.
-TEST_F(AppConfigTest, EndpointComesFromTheFirstUsableSource)
+TEST(AppConfigTest, TheBackendComesFromTheFirstUsableSourceAndOnlyTheUnnamedDefaultIsLocal)
 {
-    struct Row
-    {
-        std::optional<QString> setting;
-        QString buildValue;
-        QString expected;
-        const char *why;
-    };
-    const QList<Row> rows {
-        {std::nullopt, QString(), buildDefault, "nothing configured"},
-        {std::nullopt, u"$(CONVEX_URL)"_s, buildDefault, "build value never filled in"},
-        {u"  https://mine.example\n"_s, u"https://build.example"_s, u"https://mine.example"_s, "setting wins, trimmed"},
-        {u"$(CONVEX_URL)"_s, u" https://build.example\t"_s, u"https://build.example"_s, "unusable setting"},
-        {QString(), u"https://build.example"_s, u"https://build.example"_s, "empty setting"},
-        {u"   "_s, u"https://build.example"_s, QString(), "white space alone is usable and yields empty"},
-        {std::nullopt, u" \n"_s, QString(), "white-space build value"},
-        {u" $(CONVEX_URL)"_s, u"https://build.example"_s, u"$(CONVEX_URL)"_s, "literal compared before trimming"},
-    };
-    for (const Row &row : rows) {
+    QTemporaryDir home;
+    Settings settings(home.filePath(u"Tamlo.conf"_s));
+    const QString fallback = u"https://default.example"_s;
+    const QString build = u"https://build.example"_s;
+    for (const auto &[setting, buildValue, expected] : {std::tuple {std::optional<QString>(), QString(), fallback},
+             {std::nullopt, u"$(CONVEX_URL)"_s, fallback}, // the build value was never filled in
+             {u"  https://mine.example\n"_s, build, u"https://mine.example"_s},
+             {u"$(CONVEX_URL)"_s, u" https://build.example\t"_s, build}, {QString(), build, build},
+             {u"   "_s, build, QString()}, // white space alone is usable and yields empty
+             {std::nullopt, u" \n"_s, QString()},
+             {u" $(CONVEX_URL)"_s, build, u"$(CONVEX_URL)"_s}}) { // the literal is compared before trimming
         // Built before the setting changes: a changed setting applies without a new config.
-        const AppConfig appConfig = config(row.buildValue);
-        if (row.setting) {
-            m_settings.setString(u"convexURL"_s, *row.setting);
-        } else {
-            m_settings.remove(u"convexURL"_s);
-        }
-        EXPECT_EQ(appConfig.convexURL(), row.expected) << row.why;
+        const AppConfig config(&settings, buildValue, fallback, u"https://web.example"_s);
+        setting ? settings.setString(SettingsKey::convexURL, *setting) : settings.remove(SettingsKey::convexURL);
+        EXPECT_EQ(config.convexURL(), expected) << setting.value_or(u"-"_s).toStdString() << buildValue.toStdString();
     }
-}
-
-TEST_F(AppConfigTest, WebAuthUrlCarriesOnlyTheRedirectAndEndpointsRejectTextThatIsNoUrl)
-{
-    EXPECT_EQ(config(QString()).webAuthURL(u"/register"_s).toString(),
+    EXPECT_EQ(AppConfig(&settings, {}, fallback, u"https://web.example"_s).webAuthURL(u"/register"_s).toString(),
         u"https://web.example/register?redirect=tamlo://auth"_s);
-    EXPECT_FALSE(AppConfig::endpoint(u"http://exa mple.com"_s, u"/auth/me"_s).has_value());
-    EXPECT_EQ(
-        AppConfig::endpoint(u"http://127.0.0.1:8787"_s, u"/auth/me"_s)->toString(), u"http://127.0.0.1:8787/auth/me"_s);
+
+    // Only the build's own default on this machine is the user's to start; a named backend is not.
+    settings.remove(SettingsKey::convexURL);
+    for (const QString &url : {u"http://127.0.0.1:8787"_s, u"http://localhost:8787"_s, u"http://[::1]:8787"_s}) {
+        EXPECT_EQ(AppConfig(&settings, QString(), url, {}).localDefaultBackend(), QUrl(url));
+    }
+    EXPECT_EQ(AppConfig(&settings, QString(), fallback, {}).localDefaultBackend(), std::nullopt);
+    EXPECT_EQ(AppConfig(&settings, build, u"http://127.0.0.1:8787"_s, {}).localDefaultBackend(), std::nullopt);
+    settings.setString(SettingsKey::convexURL, u"http://127.0.0.1:9"_s);
+    EXPECT_EQ(AppConfig(&settings, QString(), u"http://127.0.0.1:8787"_s, {}).localDefaultBackend(), std::nullopt);
 }
 
-// Only the build's own default on this machine is the user's to start; a named backend is not.
-TEST_F(AppConfigTest, LocalDefaultBackendIsTheUnnamedDefaultOnThisMachine)
+// A server that has not taken the connection within the time counts as absent.
+TEST(BackendProbeTest, NoAnswerWithinTheTimeIsNoServer)
 {
-    for (const QString &url : {u"http://127.0.0.1:8787"_s, u"http://localhost:8787"_s, u"http://[::1]:8787"_s}) {
-        EXPECT_EQ(AppConfig(&m_settings, QString(), url, {}).localDefaultBackend(), QUrl(url));
-    }
-    EXPECT_EQ(config(QString()).localDefaultBackend(), std::nullopt);
-    const AppConfig local(&m_settings, QString(), u"http://127.0.0.1:8787"_s, {});
-    EXPECT_EQ(AppConfig(&m_settings, u"https://build.example"_s, u"http://127.0.0.1:8787"_s, {}).localDefaultBackend(),
-        std::nullopt);
-    m_settings.setString(u"convexURL"_s, u"http://127.0.0.1:9"_s);
-    EXPECT_EQ(local.localDefaultBackend(), std::nullopt);
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    const QUrl url(u"http://127.0.0.1:%1"_s.arg(server.serverPort()));
+    EXPECT_FALSE(QCoro::waitFor(BackendProbe::acceptsConnections(url, 0ms)));
+    EXPECT_TRUE(QCoro::waitFor(BackendProbe::acceptsConnections(url, 2s)));
 }
-} // namespace

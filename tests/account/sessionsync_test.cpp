@@ -1,70 +1,134 @@
+// What starts the sync besides the timers: the session restored at launch, a sign-in, and tamlo:// links.
 #include "account/sessionsync.h"
+#include "account/urlrouter.h"
 #include "accountfixture.h"
-#include "core/activitysnapshot.h"
+#include "records.h"
 
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
-#include <QUuid>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+// Signing in and out is walked with the sign-in screens.
 class SessionSyncTest : public AccountFixture
 {
 protected:
-    void startSessionSync()
+    void start()
     {
         startServices();
         m_sessionSync = std::make_unique<SessionSync>(m_auth.get(), m_sync.get());
+        m_router = std::make_unique<UrlRouter>(m_auth.get(), m_sync.get());
+    }
+
+    // A restored session with a record to upload, and no backfill left to do.
+    void restoredSession()
+    {
+        storeSession(u"sess-1"_s);
+        m_settings.setBoolean(SettingsKey::activityHistoricalBackfillDone, true);
+        m_store.add(recordAt(m_clock.now().addSecs(-120)));
+    }
+
+    [[nodiscard]] qsizetype uploads() const { return m_backend.requestsTo("/activity/sync").size(); }
+
+    [[nodiscard]] QStringList verifiedTokens() const
+    {
+        QStringList tokens;
+        for (const StandInServer::Request &request : m_backend.requestsTo("/auth/verify-token")) {
+            tokens.append(QJsonDocument::fromJson(request.body).object().value(u"token"_s).toString());
+        }
+        return tokens;
     }
 
     std::unique_ptr<SessionSync> m_sessionSync;
+    std::unique_ptr<UrlRouter> m_router;
 };
+} // namespace
 
-// Signing in and out is walked with the sign-in screens.
 TEST_F(SessionSyncTest, RestoredSessionStartsTheSyncOnceAtLaunch)
 {
-    storeSession();
-    m_settings.setBoolean(u"activityHistoricalBackfillDone"_s, true);
-    m_store.add(ActivitySnapshot {.id = QUuid::createUuid(),
-        .timestamp = m_clock.now().addSecs(-120),
-        .aiCategory = u"Coding"_s,
-        .imageHash = u"abc"_s,
-        .projectName = u"Website"_s});
+    restoredSession();
     // A failed upload is not remembered as a sync, so only the guard keeps a second start quiet.
     m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 500, .body = "{}"});
-    startSessionSync();
-    // The initial value is no change.
+    start();
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
-
     m_sessionSync->restore();
     EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
-    QTRY_COMPARE(m_backend.requestsTo("/activity/sync").size(), 1);
+    QTRY_COMPARE(uploads(), 1);
     m_sessionSync->restore();
     QTest::qWait(200);
-    EXPECT_EQ(m_backend.requestsTo("/activity/sync").size(), 1);
+    EXPECT_EQ(uploads(), 1);
 }
 
 TEST_F(SessionSyncTest, SessionEndedByTheBackendStopsTheSync)
 {
-    storeSession();
-    m_settings.setBoolean(u"activityHistoricalBackfillDone"_s, true);
-    m_store.add(ActivitySnapshot {.id = QUuid::createUuid(),
-        .timestamp = m_clock.now().addSecs(-120),
-        .aiCategory = u"Coding"_s,
-        .imageHash = u"abc"_s,
-        .projectName = u"Website"_s});
+    restoredSession();
     m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 401, .body = R"({"error":"expired"})"});
     m_backend.on("GET", "/auth/me", StandInServer::Reply {.status = 401});
-    startSessionSync();
+    start();
     QSignalSpy changes(m_auth.get(), &AuthService::isAuthenticatedChanged);
-
     m_sessionSync->restore();
-
     ASSERT_TRUE(changes.wait(5000));
-    EXPECT_EQ(m_backend.requestsTo("/activity/sync").size(), 1);
-    EXPECT_EQ(m_backend.requestsTo("/auth/me").size(), 1);
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
     EXPECT_FALSE(m_auth->sessionToken().has_value());
 }
-} // namespace
+
+TEST_F(SessionSyncTest, CallbackTokenSignsInAndUnfitUrlsAreDroppedWithoutAWord)
+{
+    start();
+    for (const QString &url : {u"https://sync"_s, u"tamlo:sync"_s, u"tamlo://synchronize"_s}) {
+        m_router->handleURL(url);
+    }
+    QTest::qWait(int(UrlRouter::syncDelay.count()) + 200);
+    EXPECT_TRUE(logMessages().isEmpty());
+
+    // Scheme and host match in any case, the key does not; the first item named token is used,
+    // decoded, and an empty first one ends the search.
+    const QList<std::pair<QString, QString>> rows {{u"tamlo://auth?token="_s, {}}, {u"tamlo://auth?token"_s, {}},
+        {u"tamlo://auth"_s, {}}, {u"tamlo://login?token=abc"_s, {}}, {u"tamlo://?token=abc"_s, {}},
+        {u"tamlo:auth?token=abc"_s, {}}, {u"https://auth?token=abc"_s, {}}, {u"tamlox://auth?token=abc"_s, {}},
+        {u"//auth?token=abc"_s, {}}, {u""_s, {}}, {u"tamlo://auth?Token=capital"_s, {}},
+        {u"tamlo://auth?token=&token=second"_s, {}}, {u"tamlo://auth?token=magic-1"_s, u"magic-1"_s},
+        {u"TAMLO://AUTH?token=upper"_s, u"upper"_s}, {u"Tamlo://Auth/?token=mixed"_s, u"mixed"_s},
+        {u"tamlo://auth?redirect=x&Token=no&token=first&token=second"_s, u"first"_s},
+        {u"tamlo://auth?token=a%2Bb%3D%26c"_s, u"a+b=&c"_s}};
+    QStringList expected;
+    for (const auto &[url, token] : rows) {
+        m_router->handleURL(url);
+        if (!token.isEmpty()) {
+            expected.append(token);
+            ASSERT_TRUE(QTest::qWaitFor([&] { return verifiedTokens().size() == expected.size(); }, 5000));
+            ASSERT_TRUE(QTest::qWaitFor([&] { return !m_auth->isLoading(); }, 5000));
+        }
+    }
+    EXPECT_EQ(verifiedTokens(), expected);
+    EXPECT_EQ(m_auth->sessionToken(), u"sess-1"_s);
+    EXPECT_TRUE(m_sync->isPeriodicSyncRunning()) << "a sign-in starts the sync";
+    m_sync->stopPeriodicSync();
+}
+
+TEST_F(SessionSyncTest, SyncLinkSignedOutOnlyAsksSyncNowAndSignedInStartsThePeriodicSyncFirst)
+{
+    start();
+    m_router->handleURL(u"tamlo://sync"_s);
+    QTRY_VERIFY_WITH_TIMEOUT(logMessages().contains(u"⚠️ Sync skipped: not signed in to Tamlo"_s), 2000);
+    EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
+    EXPECT_TRUE(m_backend.requests().isEmpty());
+
+    // A recent upload: the start itself sends nothing, so the upload seen below is the forced one.
+    restoredSession();
+    m_settings.setDate(SettingsKey::activityLastSyncDate, m_clock.now().addSecs(-60));
+    start();
+    QElapsedTimer elapsed;
+    elapsed.start();
+    m_router->handleURL(u"tamlo://Sync"_s);
+    QTest::qWait(int(UrlRouter::syncDelay.count()) / 2);
+    EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
+    EXPECT_EQ(uploads(), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(uploads(), 1, 3000);
+    EXPECT_GE(elapsed.elapsed(), UrlRouter::syncDelay.count());
+    m_sync->stopPeriodicSync();
+}

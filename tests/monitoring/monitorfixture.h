@@ -1,42 +1,23 @@
 #pragma once
 
-#include "core/activitysnapshot.h"
 #include "platform/dbusscreenevents.h"
 
 #include "monitorrig.h"
 #include "privatedbus.h"
-#include "standinollama.h"
+#include "records.h"
 
 #include <QDBusConnection>
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
-#include <QTest>
 #include <QTimer>
-#include <QUuid>
 
 #include <memory>
 
 namespace MonitorTest {
 using namespace Qt::StringLiterals;
 
-using StandInOllama::chatBody;
-
 inline QDateTime at(int year, int month, int day, int hour, int minute = 0, int second = 0)
 {
     return QDateTime(QDate(year, month, day), QTime(hour, minute, second));
-}
-
-// An analysed record of coding on Tamlo, as an earlier tick would have stored it.
-inline ActivitySnapshot recordAt(const QDateTime &time, const QString &description)
-{
-    ActivitySnapshot snapshot;
-    snapshot.id = QUuid::createUuid();
-    snapshot.timestamp = time;
-    snapshot.aiCategory = u"Coding"_s;
-    snapshot.projectName = u"Tamlo"_s;
-    snapshot.activityDescription = description;
-    return snapshot;
 }
 
 // The whole monitor on real parts, with screen events from a private D-Bus daemon.
@@ -56,7 +37,6 @@ protected:
         sessionBus = std::make_unique<QDBusConnection>(bus.connect(u"monitor-session"_s));
         systemBus = std::make_unique<QDBusConnection>(bus.connect(u"monitor-system"_s));
         events = std::make_unique<DBusScreenEvents>(*sessionBus, *systemBus);
-
         buildMonitor();
     }
 
@@ -75,15 +55,14 @@ protected:
 
     [[nodiscard]] qsizetype analysisRequests() const
     {
-        qsizetype count = 0;
-        for (const auto &request : ollama.requestsTo("/api/chat")) {
-            count += request.body.contains("\"images\"") ? 1 : 0;
-        }
-        return count;
+        const QList<StandInServer::Request> requests = ollama.requestsTo("/api/chat");
+        return std::count_if(requests.cbegin(), requests.cend(),
+            [](const StandInServer::Request &request) { return request.body.contains("\"images\""); });
     }
 
-    [[nodiscard]] qsizetype countOf(const QString &message) { return messages().count(message); }
+    [[nodiscard]] qsizetype countOf(const QString &message) const { return messages().count(message); }
 
+    // The monitor's timer of that name while it runs.
     [[nodiscard]] QTimer *timer(const QString &name) const
     {
         QTimer *found = monitor->findChild<QTimer *>(name);
@@ -96,7 +75,7 @@ protected:
         return QTest::qWaitFor(predicate, timeoutMs);
     }
 
-    void sendScreenSaver(const QString &interface, bool active)
+    void sendScreenSaver(bool active, const QString &interface = u"org.freedesktop.ScreenSaver"_s)
     {
         PrivateDBus::roundTrip(*sessionBus);
         ASSERT_TRUE(bus.sendScreenSaverActive(interface, active));
@@ -106,6 +85,12 @@ protected:
     {
         PrivateDBus::roundTrip(*systemBus);
         ASSERT_TRUE(bus.sendPrepareForSleep(sleeping));
+    }
+
+    // An analysed record of coding on Tamlo, as an earlier tick would have stored it.
+    void addRecord(const QDateTime &time, const QString &description = u"Writing code"_s)
+    {
+        snapshotStore->add(recordAt(time, u"Coding"_s, u"Tamlo"_s, description));
     }
 
     PrivateDBus bus;

@@ -1,7 +1,6 @@
 #include "privatedbus.h"
 
 #include <QDBusMessage>
-#include <QProcessEnvironment>
 
 using namespace Qt::StringLiterals;
 
@@ -42,28 +41,29 @@ QDBusConnection PrivateDBus::connect(const QString &name)
     return QDBusConnection::connectToBus(m_address, name);
 }
 
-bool PrivateDBus::sendSignal(bool systemBus, const QString &path, const QString &member, const QStringList &arguments)
+bool PrivateDBus::sendSignal(const QString &path, const QString &interface, const QString &member, bool value)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, m_address);
-    environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, m_address);
-    QProcess send;
-    send.setProcessEnvironment(environment);
-    send.start(u"dbus-send"_s,
-        QStringList {systemBus ? u"--system"_s : u"--session"_s, u"--type=signal"_s, path, member} + arguments);
-    return send.waitForFinished(5000) && send.exitStatus() == QProcess::NormalExit && send.exitCode() == 0;
+    // Connection names are the process's own: each daemon's sender carries its address.
+    const QString name = u"signal-sender "_s + m_address;
+    const QDBusConnection sender = m_connectionNames.contains(name) ? QDBusConnection(name) : connect(name);
+    QDBusMessage signal = QDBusMessage::createSignal(path, interface, member);
+    signal << value;
+    if (!sender.send(signal)) {
+        return false;
+    }
+    roundTrip(sender);
+    return true;
 }
 
 bool PrivateDBus::sendScreenSaverActive(const QString &interface, bool active)
 {
-    const QString path = u'/' + QString(interface).replace(u'.', u'/');
-    return sendSignal(false, path, interface + u".ActiveChanged"_s, {active ? u"boolean:true"_s : u"boolean:false"_s});
+    return sendSignal(u'/' + QString(interface).replace(u'.', u'/'), interface, u"ActiveChanged"_s, active);
 }
 
 bool PrivateDBus::sendPrepareForSleep(bool sleeping)
 {
-    return sendSignal(true, u"/org/freedesktop/login1"_s, u"org.freedesktop.login1.Manager.PrepareForSleep"_s,
-        {sleeping ? u"boolean:true"_s : u"boolean:false"_s});
+    return sendSignal(
+        u"/org/freedesktop/login1"_s, u"org.freedesktop.login1.Manager"_s, u"PrepareForSleep"_s, sleeping);
 }
 
 void PrivateDBus::roundTrip(const QDBusConnection &connection)

@@ -7,8 +7,6 @@
 #include <QStringList>
 
 // A dbus-daemon of the test's own, standing in for both the session bus and the system bus.
-// dbus-send run through sendSignal() reaches it either way, through the bus addresses in the
-// environment of the process.
 class PrivateDBus
 {
 public:
@@ -27,18 +25,18 @@ public:
     // A new private connection; closed when the daemon object goes.
     [[nodiscard]] QDBusConnection connect(const QString &name);
 
-    // dbus-send --session|--system --type=signal PATH INTERFACE.MEMBER ARGS...; true when it succeeded.
-    bool sendSignal(bool systemBus, const QString &path, const QString &member, const QStringList &arguments);
     // ActiveChanged of a screen saver interface (org.freedesktop.ScreenSaver, org.gnome.ScreenSaver)
-    // from its object path on the session bus.
+    // from its object path; true once the daemon has it.
     bool sendScreenSaverActive(const QString &interface, bool active);
-    // logind's PrepareForSleep on the system bus.
+    // logind's PrepareForSleep.
     bool sendPrepareForSleep(bool sleeping);
 
     // Returns once the daemon has handled everything the connection sent before, match rules included.
     static void roundTrip(const QDBusConnection &connection);
 
 private:
+    bool sendSignal(const QString &path, const QString &interface, const QString &member, bool value);
+
     QProcess m_daemon;
     QString m_address;
     QString m_error;

@@ -9,9 +9,9 @@
 #include "core/logmanager.h"
 #include "core/settings.h"
 #include "fakeclock.h"
+#include "logmessages.h"
 #include "standinserver.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QTemporaryDir>
 #include <QTimeZone>
@@ -27,16 +27,11 @@ class AccountFixture : public ::testing::Test
 protected:
     AccountFixture()
     {
-        m_backend.on("POST", "/auth/verify-token", signedInReply());
-        m_backend.on("POST", "/activity/sync", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_backend.on("GET", "/activity/status", StandInServer::Reply {.status = 200, .body = "{}"});
-        m_backend.on("GET", "/auth/me", StandInServer::Reply {.status = 200, .body = "{}"});
-    }
-
-    static StandInServer::Reply signedInReply()
-    {
-        return StandInServer::Reply {
-            .status = 200, .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})"};
+        m_backend.on("POST", "/auth/verify-token",
+            StandInServer::Reply {200, R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})"});
+        m_backend.on("POST", "/activity/sync", StandInServer::Reply {200, "{}"});
+        m_backend.on("GET", "/activity/status", StandInServer::Reply {200, "{}"});
+        m_backend.on("GET", "/auth/me", StandInServer::Reply {200, "{}"});
     }
 
     // The session an earlier run left; before startServices() when a restored session is wanted.
@@ -64,16 +59,7 @@ protected:
             &m_store, m_auth.get(), &m_nam, config(), &m_settings, &m_log, &m_clock);
     }
 
-    // The event log's messages, newest first, once it has taken the last entry.
-    [[nodiscard]] QStringList logMessages()
-    {
-        QCoreApplication::processEvents();
-        QStringList messages;
-        for (const LogEntry &entry : m_log.logs()) {
-            messages.append(entry.message);
-        }
-        return messages;
-    }
+    [[nodiscard]] QStringList logMessages() { return ::logMessages(m_log); }
 
     QTemporaryDir m_home;
     AppPaths m_paths = AppPaths::underHome(m_home.path());

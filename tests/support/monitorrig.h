@@ -42,9 +42,8 @@ protected:
             StandInOllama::chatBody(QJsonObject {{QStringLiteral("category"), QStringLiteral("Coding")},
                 {QStringLiteral("projectName"), QStringLiteral("Tamlo")},
                 {QStringLiteral("activityDescription"), activity}})}
-        , goodSummary {200, StandInOllama::chatBody(QJsonObject {{QStringLiteral("summary"), daySummary}})}
         , analysis(goodAnalysis)
-        , summary(goodSummary)
+        , summary {200, StandInOllama::chatBody(QJsonObject {{QStringLiteral("summary"), daySummary}})}
     {
     }
 
@@ -164,7 +163,6 @@ protected:
     StandInServer ollama;
     QUrl ollamaUrl; // the stand-in's when empty
     const StandInServer::Reply goodAnalysis;
-    const StandInServer::Reply goodSummary;
     StandInServer::Reply analysis;
     StandInServer::Reply summary;
     QNetworkAccessManager nam;

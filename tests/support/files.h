@@ -2,12 +2,9 @@
 
 #include "logmessages.h"
 
-#include <QByteArray>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QString>
-#include <QStringList>
 
 #include <gtest/gtest.h>
 
@@ -33,12 +30,6 @@ inline void blockFolder(const QString &folder)
     writeBytes(folder, "in the way");
 }
 
-inline void unblockFolder(const QString &folder)
-{
-    QFile::remove(folder);
-    QDir().mkpath(folder);
-}
-
 inline QString testDataPath(const QString &name)
 {
     return QDir(qEnvironmentVariable("TAMLO_TEST_DATA")).filePath(name);
@@ -48,8 +39,7 @@ inline QString testDataPath(const QString &name)
 // working folder as <name>.actual, to diff against the golden one.
 inline ::testing::AssertionResult matchesGolden(const QByteArray &actual, const QString &name)
 {
-    const QByteArray expected = readBytes(testDataPath(name));
-    if (!expected.isEmpty() && actual == expected) {
+    if (actual == readBytes(testDataPath(name)) && !actual.isEmpty()) {
         return ::testing::AssertionSuccess();
     }
     const QString actualPath = QDir::current().filePath(QFileInfo(name).fileName() + QStringLiteral(".actual"));

@@ -1,0 +1,159 @@
+// The small pieces of core: the record and its JSON form, the label rules, the settings file, the event log.
+#include "core/activitysnapshot.h"
+#include "core/logmanager.h"
+#include "core/settings.h"
+#include "core/tamlodatapaths.h"
+#include "core/userpreferences.h"
+
+#include "fakeclock.h"
+#include "logmessages.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+TEST(ActivitySnapshotTest, JsonCountsFrom2001LeavesOutAbsentFieldsAndRejectsMissingOrMistypedOnes)
+{
+    const ActivitySnapshot marker {.id = QUuid(u"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"_s),
+        .timestamp = QDateTime(QDate(2001, 1, 1), QTime(0, 1, 30), QTimeZone::utc()),
+        .activityDescription = u"Screen Locked"_s};
+    EXPECT_EQ(QJsonDocument(marker.toJson()).toJson(QJsonDocument::Compact),
+        R"({"activityDescription":"Screen Locked","aiCategory":"","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":90})");
+
+    // An empty note is a value, not an absence.
+    const ActivitySnapshot full {.id = QUuid::createUuid(),
+        .timestamp = QDateTime(QDate(2026, 3, 9), QTime(8, 5, 0, 250)),
+        .aiCategory = u"Coding"_s,
+        .imageHash = QString(64, u'a'),
+        .projectName = u"Tamlo"_s,
+        .activityDescription = u"Writing tests"_s,
+        .userNote = QString()};
+    EXPECT_EQ(ActivitySnapshot::fromJson(full.toJson()), full);
+    for (const auto &[key, value] :
+        {std::pair {u"id"_s, QJsonValue(QJsonValue::Undefined)}, {u"timestamp"_s, QJsonValue::Undefined},
+            {u"aiCategory"_s, QJsonValue::Undefined}, {u"userNote"_s, 3}, {u"id"_s, u"not-a-uuid"_s}}) {
+        // Inserting undefined removes the key.
+        QJsonObject changed = full.toJson();
+        changed.insert(key, value);
+        EXPECT_FALSE(ActivitySnapshot::fromJson(changed).has_value()) << key.toStdString();
+    }
+}
+
+// A note naming a project is covered where it counts: the reports, the compacted log, the upload.
+TEST(ActivitySnapshotTest, TheModelsProjectIsTrimmedAndOnlyTheExactMarkersAreInactive)
+{
+    ActivitySnapshot snapshot {.projectName = u"  Side Quest "_s, .userNote = u"lunch with friends"_s};
+    EXPECT_EQ(snapshot.effectiveProjectName(QStringList {u"Tamlo"_s}), u"Side Quest"_s);
+    snapshot.projectName = u" \t"_s;
+    EXPECT_EQ(snapshot.effectiveProjectName(QStringList {u"Tamlo"_s}), u"Other"_s);
+    for (const auto &[description, inactive] :
+        {std::pair {u"Screen Locked"_s, true}, {u"Display Sleeping"_s, true}, {u"Away"_s, true}, {u"away"_s, false},
+            {u"Reading why the Screen Locked early"_s, false}, {u"Private"_s, false}}) {
+        EXPECT_EQ(ActivitySnapshot {.activityDescription = description}.isInactiveScreenState(), inactive)
+            << description.toStdString();
+    }
+}
+
+TEST(TamloDataPathsTest, DateLabelTurnsAtLocalMidnight)
+{
+    // CTest pins TZ to Europe/Berlin, an hour ahead of UTC in winter.
+    const QDateTime midnight(QDate(2026, 1, 15), QTime(0, 0));
+    EXPECT_EQ(TamloDataPaths::dateLabel(midnight.addSecs(-1)), u"2026-01-14"_s);
+    EXPECT_EQ(TamloDataPaths::dateLabel(midnight), u"2026-01-15"_s);
+    EXPECT_EQ(
+        TamloDataPaths::dateLabel(QDateTime(QDate(2026, 1, 14), QTime(23, 30), QTimeZone::utc())), u"2026-01-15"_s);
+}
+
+TEST(UserPreferencesTest, ListsSplitOnCommasAndLineEndsAndLabelsTakeTheListsSpellingOrOther)
+{
+    EXPECT_EQ(UserPreferences::parsedList(u" Tamlo, Website\nClient A,,  ,\n\nOps ,Tamlo"_s),
+        (QStringList {u"Tamlo"_s, u"Website"_s, u"Client A"_s, u"Ops"_s, u"Tamlo"_s}));
+    // An entry is a label the server takes: no control characters, and whole characters up to its limit.
+    const QString rocket = u"🚀"_s;
+    EXPECT_EQ(UserPreferences::parsedList(rocket.repeated(250) + u"\n\u0007Ops\t,\u0007"_s),
+        (QStringList {rocket.repeated(200), u"Ops"_s}));
+
+    const QStringList list {u"Web"_s, u"Website"_s, u"Client Work"_s};
+    for (const auto &[label, entries, expected] : {std::tuple {std::optional<QString>(), list, u"Other"_s},
+             {u"   \n"_s, list, u"Other"_s}, {u"Coding"_s, QStringList(), u"Other"_s},
+             {u"Gardening"_s, list, u"Other"_s}, {u"  client work \n"_s, list, u"Client Work"_s},
+             // The exact pass runs over the whole list before containment, which goes entry by entry.
+             {u"website"_s, list, u"Website"_s}, {u"website redesign"_s, list, u"Web"_s},
+             {u"Reviewing the CLIENT WORK contract"_s, list, u"Client Work"_s},
+             {u"Clie"_s, QStringList {u"Client Work"_s}, u"Client Work"_s}}) {
+        EXPECT_EQ(UserPreferences::normalizedLabel(label, entries), expected) << label.value_or(u"-"_s).toStdString();
+    }
+}
+
+TEST(SettingsTest, ValuesSurviveAReopenAndTheFileIsReadAnewAtEachAccess)
+{
+    QTemporaryDir home;
+    const QString file = home.filePath(u"config/Tamlo/Tamlo.conf"_s);
+    const QDateTime lastSave(QDate(2026, 3, 9), QTime(23, 59, 30));
+    Settings settings(file);
+    EXPECT_FALSE(settings.date(SettingsKey::lastDailySaveDate).has_value());
+    settings.setBoolean(SettingsKey::didCompleteInitialSetup, true);
+    settings.setDate(SettingsKey::lastDailySaveDate, lastSave);
+    const Settings reopened(file);
+    EXPECT_TRUE(reopened.boolean(SettingsKey::didCompleteInitialSetup));
+    EXPECT_EQ(reopened.date(SettingsKey::lastDailySaveDate), lastSave);
+
+    // An edit of the file while the program runs applies to the next read, and a list written by
+    // hand without quotes is still the one string it was meant to be.
+    QFile ini(file);
+    ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+    ini.write("[General]\nuserProjects=Tamlo, Website\nconvexURL=https://backend.example\n");
+    ini.close();
+    EXPECT_EQ(reopened.optionalString(SettingsKey::userProjects), u"Tamlo, Website"_s);
+    EXPECT_EQ(reopened.string(SettingsKey::convexURL), u"https://backend.example"_s);
+    EXPECT_FALSE(reopened.boolean(SettingsKey::didCompleteInitialSetup));
+}
+
+TEST(LogManagerTest, DefersEvenFromTheMainThreadKeepsOrderAcrossThreadsAndThirtyNewest)
+{
+    FakeClock clock;
+    LogManager log {&clock};
+    log.log(u"first"_s);
+    EXPECT_TRUE(log.logs().isEmpty());
+    const std::unique_ptr<QThread> worker(QThread::create([&log] {
+        log.log(u"one"_s);
+        log.log(u"two"_s);
+    }));
+    worker->start();
+    worker->wait();
+    EXPECT_EQ(logMessages(log), (QStringList {u"first"_s, u"one"_s, u"two"_s}));
+
+    for (int i = 4; i <= 31; ++i) {
+        log.log(u"entry %1"_s.arg(i), LogType::Warning);
+    }
+    const QStringList entries = logMessages(log);
+    EXPECT_EQ(std::tuple(entries.size(), entries.first(), entries.last()), std::tuple(30, u"one"_s, u"entry 31"_s));
+    EXPECT_EQ(log.logs().first().type, LogType::Warning);
+}
+
+TEST(LogManagerTest, FoldsTheCategoriesOfAnalysesFiveAtATime)
+{
+    FakeClock clock;
+    LogManager log {&clock};
+    for (const QString &category : {u"Coding"_s, u"Coding"_s, u"Browsing"_s, u"Coding"_s}) {
+        log.log(u"🤖 analysed"_s, LogType::Ai, category);
+    }
+    // Neither an analysis without category nor a category on another type counts.
+    log.log(u"🤖 no category"_s, LogType::Ai);
+    log.log(u"ℹ️ info"_s, LogType::Info, u"Coding"_s);
+    logMessages(log);
+    EXPECT_TRUE(log.categoryStats().isEmpty());
+
+    log.log(u"🤖 analysed"_s, LogType::Ai, u"Other"_s);
+    logMessages(log);
+    // The fold's own entry lands after the entry that completed the batch.
+    EXPECT_EQ(logMessages(log).mid(6), (QStringList {u"🤖 analysed"_s, u"📊 Category statistics updated"_s}));
+    EXPECT_EQ(log.categoryStats(), (QHash<QString, int> {{u"Coding"_s, 3}, {u"Browsing"_s, 1}, {u"Other"_s, 1}}));
+    EXPECT_EQ(log.logs().at(0).type, LogType::Success);
+}

@@ -1,0 +1,95 @@
+#include "monitoring/pngencoder.h"
+#include "monitoring/screencaptureservice.h"
+
+#include <QCoroTask>
+#include <QPainter>
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+QImage decoded(const std::optional<QByteArray> &data)
+{
+    return data ? QImage::fromData(*data, "PNG") : QImage();
+}
+
+// Noise defeats every filter and run, so a wrong byte order or row stride shows at once.
+QImage noise(int width, int height, QImage::Format format = QImage::Format_RGB32)
+{
+    QImage image(width, height, QImage::Format_ARGB32);
+    std::mt19937 random(uint32_t(width * 7919 + height));
+    for (int y = 0; y < height; ++y) {
+        auto *line = reinterpret_cast<QRgb *>(image.scanLine(y));
+        std::generate(line, line + width, std::ref(random));
+    }
+    return image.convertToFormat(format);
+}
+
+void expectLosslessRoundTrip(const QImage &source)
+{
+    const QImage decodedImage = decoded(PngEncoder::encode(source));
+    ASSERT_EQ(decodedImage.size(), source.size());
+    EXPECT_FALSE(decodedImage.hasAlphaChannel());
+    EXPECT_EQ(decodedImage.convertToFormat(QImage::Format_RGB32), source.convertToFormat(QImage::Format_RGB32))
+        << source.width() << "x" << source.height() << ", format " << source.format();
+}
+} // namespace
+
+TEST(PngEncoderTest, EveryPixelComesBackExactlyWhateverTheSourceFormatAndSizeAndFlatScreensCompress)
+{
+    for (const QImage::Format format : {QImage::Format_RGB32, QImage::Format_ARGB32,
+             QImage::Format_ARGB32_Premultiplied, QImage::Format_RGB888, QImage::Format_Grayscale8}) {
+        expectLosslessRoundTrip(noise(97, 61, format));
+    }
+    expectLosslessRoundTrip(noise(1, 1));
+    expectLosslessRoundTrip(noise(1201, 3));
+    // A view into a larger image: its rows are further apart than its width.
+    const QImage wide = noise(300, 40);
+    expectLosslessRoundTrip(QImage(wide.constBits() + 4 * 7, 101, 20, wide.bytesPerLine(), QImage::Format_RGB32));
+
+    QImage screen(1200, 750, QImage::Format_RGB32);
+    screen.fill(Qt::white);
+    QPainter(&screen).fillRect(100, 100, 400, 300, QColor(30, 31, 36));
+    EXPECT_LT(PngEncoder::encode(screen)->size(), 1200 * 750 / 100);
+    expectLosslessRoundTrip(screen);
+    EXPECT_FALSE(PngEncoder::encode(QImage()).has_value());
+}
+
+TEST(ScreenCaptureServiceTest, ScalesDownOnlyWhatIsWiderThanTheMaximumAndHashesTheBytes)
+{
+    QImage stripes(2400, 1500, QImage::Format_RGB32);
+    stripes.fill(Qt::white);
+    QPainter(&stripes).fillRect(0, 0, 1200, 1500, Qt::red);
+    for (const auto &[from, to] : {std::pair {QSize(1200, 800), QSize(1200, 800)}, {QSize(1201, 800), QSize(1200, 799)},
+             {QSize(2400, 1500), QSize(1200, 750)}, {QSize(640, 480), QSize(640, 480)}}) {
+        EXPECT_EQ(decoded(ScreenCaptureService::imageToData(stripes.copy(QRect(QPoint(), from)), 1200.0)).size(), to);
+    }
+    EXPECT_EQ(decoded(ScreenCaptureService::imageToData(noise(3000, 100))).size(), QSize(3000, 100));
+    EXPECT_FALSE(ScreenCaptureService::imageToData(QImage(), 1200.0).has_value());
+
+    // The picture survives the scaling: left half red, right half white.
+    const QImage scaled = decoded(ScreenCaptureService::imageToData(stripes, 1200.0));
+    EXPECT_EQ(std::pair(scaled.pixelColor(100, 375), scaled.pixelColor(1100, 375)),
+        std::pair(QColor(Qt::red), QColor(Qt::white)));
+    // Lower-case hex of the exact bytes, leading zeros kept.
+    EXPECT_EQ(ScreenCaptureService::sha256Hex(QByteArray(1, '\n')),
+        u"01ba4719c80b6fe911b091a7c05124b64eeece964e09c058ef8f9805daca546b"_s);
+}
+
+TEST(ScreenCaptureServiceTest, SessionTypeComesFromTheEnvironmentAndAMissingGrabberIsNoDisplay)
+{
+    QProcessEnvironment environment;
+    using Type = ScreenCaptureService::SessionType;
+    EXPECT_EQ(ScreenCaptureService::sessionType(environment), Type::X11);
+    for (const auto &[key, value, type] :
+        {std::tuple {u"XDG_SESSION_TYPE"_s, u"x11"_s, Type::X11}, {u"XDG_SESSION_TYPE"_s, u"wayland"_s, Type::Wayland},
+            {u"XDG_SESSION_TYPE"_s, u"tty"_s, Type::X11}, {u"WAYLAND_DISPLAY"_s, u"wayland-0"_s, Type::Wayland}}) {
+        environment.insert(key, value);
+        EXPECT_EQ(ScreenCaptureService::sessionType(environment), type) << key.toStdString() << value.toStdString();
+    }
+    ScreenCaptureService service(nullptr, nullptr, ScreenCaptureService::SessionType::Wayland);
+    EXPECT_EQ(QCoro::waitFor(service.captureScreen()).error.value().kind, ScreenCaptureError::Kind::NoDisplayAvailable);
+}

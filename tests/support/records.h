@@ -1,0 +1,35 @@
+#pragma once
+
+#include "core/activitysnapshot.h"
+
+#include <QStringList>
+
+// A record as an analysed tick stores it.
+inline ActivitySnapshot recordAt(const QDateTime &timestamp, const QString &category = QStringLiteral("Coding"),
+    const QString &project = QStringLiteral("Website"), const QString &description = QStringLiteral("Working"),
+    std::optional<QString> note = std::nullopt)
+{
+    return ActivitySnapshot {.id = QUuid::createUuid(),
+        .timestamp = timestamp,
+        .aiCategory = category,
+        .projectName = project,
+        .activityDescription = description,
+        .userNote = std::move(note)};
+}
+
+// A record of a tick taken in a screen state other than active.
+inline ActivitySnapshot markerAt(const QDateTime &timestamp, ScreenState state)
+{
+    return ActivitySnapshot {.id = QUuid::createUuid(),
+        .timestamp = timestamp,
+        .activityDescription = ActivitySnapshot::screenStateMarker(state)};
+}
+
+inline QStringList descriptionsOf(const QList<ActivitySnapshot> &records)
+{
+    QStringList descriptions;
+    for (const ActivitySnapshot &record : records) {
+        descriptions.append(record.activityDescription.value_or(QString()));
+    }
+    return descriptions;
+}
