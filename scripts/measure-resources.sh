@@ -93,6 +93,8 @@ with open(os.path.join(config, "Tamlo.conf"), "w") as f:
     f.write("[General]\ncategorizeBy=\"Coding, Writing, Email\"\ndidCompleteInitialSetup=true\n"
             "selectedOllamaModel=qwen3-vl:2b\nuserProjects=\"Website, Tamlo\"\n"
             "convexURL=http://127.0.0.1:%s\n" % port)
+    # Xvfb's screen never changes and nobody types: every tick is measured as a full analysis.
+    f.write("skipUnchangedScreens=false\nawayThresholdMinutes=0\n")
 EOF
 
 # The stand-in Ollama and backend: each request is logged with the time it arrived.
