@@ -6,10 +6,12 @@
 #include "monitorfixture.h"
 
 #include <QDBusArgument>
+#include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QTimer>
 
 #include <future>
 #include <sys/socket.h>
