@@ -58,7 +58,7 @@ TEST_F(MainScreenModelTest, ExportsAskOneAtATimeAndEachSavesItsOwnContent)
     main->exportTodayLogs();
     ASSERT_EQ(requested.count(), 1);
     EXPECT_EQ(main->pendingSaveFileName(), u"Tamlo_WorkLog_2026-03-09.csv"_s);
-    QTRY_VERIFY(!main->isExportingDailyReport());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !main->isExportingDailyReport(); }));
     EXPECT_EQ(main->exportReportLabel(), u"Export daily report"_s);
     EXPECT_EQ(requested.count(), 1) << "the report waits for the open dialog";
     EXPECT_EQ(messages().count(u"📊 Exporting today's daily report…"_s), 1);
@@ -97,7 +97,7 @@ TEST_F(MainScreenModelTest, RecordsFromBeforeARestartThenTheDayClosedWhilePaused
 
     clock.advance(24 * 3600);
     QCoro::waitFor(monitor->checkDailyReset());
-    QTRY_VERIFY(!main->exportLogsEnabled());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !main->exportLogsEnabled(); }));
     EXPECT_EQ(main->report()->activeSeconds(), 0);
 }
 
