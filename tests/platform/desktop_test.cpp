@@ -4,12 +4,14 @@
 #include "platform/traypanel.h"
 
 #include "monitorfixture.h"
-#include "standinportal.h"
 
 #include <QDBusArgument>
+#include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QTimer>
 
 #include <future>
 #include <sys/socket.h>
@@ -18,6 +20,61 @@
 using namespace MonitorTest;
 
 namespace {
+// The desktop portal's Screenshot interface on the test bus: it writes the picture to a file and
+// answers on the request object, as the real portal does, with the code it is told to give.
+class StandInPortal : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.Screenshot")
+public:
+    StandInPortal(QDBusConnection bus, QString directory) : m_bus(std::move(bus)), m_directory(std::move(directory)) { }
+
+    bool publish()
+    {
+        return m_bus.registerObject(
+                   QStringLiteral("/org/freedesktop/portal/desktop"), this, QDBusConnection::ExportAllSlots)
+            && m_bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+    }
+
+    uint responseCode = 0;
+    int answerDelayMs = 0; // answers this late even when the request was closed meanwhile
+    QStringList closedRequests;
+    QImage image;
+    QList<QVariantMap> calls;
+    QString writtenFile;
+
+public Q_SLOTS:
+    QDBusObjectPath Screenshot(const QString &, const QVariantMap &options, const QDBusMessage &message)
+    {
+        calls.append(options);
+        const QString path = QStringLiteral("/org/freedesktop/portal/desktop/request/")
+            + message.service().mid(1).replace(QLatin1Char('.'), QLatin1Char('_')) + QLatin1Char('/')
+            + options.value(QStringLiteral("handle_token")).toString();
+        QVariantMap results;
+        if (responseCode == 0) {
+            writtenFile = m_directory + QStringLiteral("/Screenshot.png");
+            image.save(writtenFile, "PNG");
+            results.insert(QStringLiteral("uri"), QUrl::fromLocalFile(writtenFile).toString());
+        }
+        // The answer comes after the reply, as a signal on the request object.
+        m_bus.registerObject(
+            path, QStringLiteral("org.freedesktop.portal.Request"), this, QDBusConnection::ExportAllSlots);
+        QTimer::singleShot(answerDelayMs, this, [this, path, code = responseCode, results] {
+            QDBusMessage signal = QDBusMessage::createSignal(
+                path, QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"));
+            signal << code << results;
+            m_bus.send(signal);
+        });
+        return QDBusObjectPath(path);
+    }
+
+    void Close(const QDBusMessage &message) { closedRequests.append(message.path()); }
+
+private:
+    QDBusConnection m_bus;
+    QString m_directory;
+};
+
 // The monitor taking its screenshots through the portal, with a stand-in portal on the test bus.
 class PortalCaptureTest : public MonitorFixture
 {
@@ -38,8 +95,10 @@ protected:
     ScreenCaptureService portalCapture {&portalGrabber, nullptr, ScreenCaptureService::SessionType::Wayland};
 };
 
-// Asked without a dialog, under a request token of its own each time, the portal's answer decides.
-TEST_F(PortalCaptureTest, EachAnswerOfThePortalHasItsOutcome)
+// Asked without a dialog, under a request token of its own each time, the portal's answer decides;
+// an answer after the time-out has its request closed and the picture it names deleted; no portal
+// on the bus at all is said once, with what to install, and stops monitoring.
+TEST_F(PortalCaptureTest, EachAnswerOfThePortalALateOneAndNoPortalAtAll)
 {
     using Kind = ScreenCaptureError::Kind;
     for (const auto &[code, kind] : {std::pair {0u, std::optional<Kind>()}, {1u, Kind::PermissionDenied},
@@ -55,30 +114,22 @@ TEST_F(PortalCaptureTest, EachAnswerOfThePortalHasItsOutcome)
         tokens.insert(options.value(u"handle_token"_s).toString());
     }
     EXPECT_EQ(tokens.size(), 4);
-}
 
-// No portal on the bus at all: what to install, said once, and monitoring stops.
-TEST_F(PortalCaptureTest, NoPortalIsSaidOnceAndStopsMonitoring)
-{
+    PortalScreenGrabber impatient(*sessionBus, std::chrono::milliseconds(200));
+    portal->responseCode = 0;
+    portal->answerDelayMs = 600;
+    const ScreenGrab late = QCoro::waitFor(impatient.grab());
+    EXPECT_EQ(late.ok() ? std::nullopt : std::optional(late.error->kind), Kind::CaptureFailed);
+    ASSERT_TRUE(waitFor([&] { return portal->closedRequests.size() == 1; }));
+    ASSERT_TRUE(QFile::exists(portal->writtenFile));
+    EXPECT_TRUE(waitFor([&] { return !QFile::exists(portal->writtenFile); }, 3000));
+
     portal.reset();
     ASSERT_TRUE(portalBus.unregisterService(u"org.freedesktop.portal.Desktop"_s));
     monitor->startMonitoring();
     ASSERT_TRUE(waitFor([&] { return !monitor->isMonitoring(); }));
     EXPECT_TRUE(monitor->lastError().contains(u"Install "_s)) << monitor->lastError().toStdString();
     EXPECT_EQ(messages().filter(u"then log in again"_s).size(), 1);
-}
-
-// A portal answering after the time-out has its request closed, and the picture its late
-// answer names is deleted.
-TEST_F(PortalCaptureTest, ALateAnswerIsClosedAndItsFileDeleted)
-{
-    PortalScreenGrabber impatient(*sessionBus, std::chrono::milliseconds(200));
-    portal->answerDelayMs = 600;
-    const ScreenGrab grab = QCoro::waitFor(impatient.grab());
-    EXPECT_EQ(grab.ok() ? std::nullopt : std::optional(grab.error->kind), ScreenCaptureError::Kind::CaptureFailed);
-    ASSERT_TRUE(waitFor([&] { return portal->closedRequests.size() == 1; }));
-    ASSERT_TRUE(QFile::exists(portal->writtenFile));
-    EXPECT_TRUE(waitFor([&] { return !QFile::exists(portal->writtenFile); }, 3000));
 }
 
 // The buses' subscriptions follow the observers, and none is left once the last one goes.
@@ -164,7 +215,14 @@ TEST(TrayPanelTest, SignedInIconIsFilledAndSignedOutIconIsAnOutline)
 TEST(TrayPanelTest, WithoutATrayThePanelIsAWindowThatHidesAndIsReleasedAfterTheDelay)
 {
     int built = 0;
-    TrayPanel tray([&built] { return ++built, std::make_unique<QQuickWindow>(); }, std::chrono::milliseconds(300));
+    TrayPanel tray(
+        [&built] {
+            ++built;
+            auto window = std::make_unique<QQuickWindow>();
+            window->resize(320, 600);
+            return window;
+        },
+        std::chrono::milliseconds(300));
     ASSERT_FALSE(tray.hasTray()) << "the offscreen platform has no tray";
     EXPECT_EQ(tray.panel(), nullptr) << "nothing is built before it is first shown";
     QSignalSpy shown(&tray, &TrayPanel::panelShown);
@@ -172,6 +230,7 @@ TEST(TrayPanelTest, WithoutATrayThePanelIsAWindowThatHidesAndIsReleasedAfterTheD
     tray.showPanel();
     QWindow *panel = tray.panel();
     ASSERT_TRUE(panel && panel->isVisible());
+    EXPECT_EQ(panel->minimumSize(), panel->maximumSize()) << "the window manager may not resize it either way";
     // Shown again within the delay: the same panel, and the pending release is called off.
     panel->close();
     EXPECT_FALSE(panel->isVisible());
@@ -220,3 +279,5 @@ TEST(DesktopActionsTest, PrivacySettingsOpenTheDesktopsOwnPage)
     }
 }
 } // namespace
+
+#include "desktop_test.moc"

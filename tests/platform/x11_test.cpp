@@ -94,61 +94,12 @@ protected:
     }
 };
 
-class X11CaptureTest : public ::testing::Test
+// The monitor grabbing the X server's screen; windows of x11-apps under openbox, each with the
+// WM_CLASS instance and title the test gives.
+class X11Test : public MonitorRig
 {
 protected:
-    void SetUp() override
-    {
-        if (display->missingPackage) {
-            GTEST_SKIP() << display->problem;
-        }
-        ASSERT_TRUE(display->problem.empty()) << display->problem;
-    }
-};
-
-// A screen wider than 1200 comes out 1200 wide with its height in proportion; one of 1200 or
-// less comes out as it is.
-TEST_F(X11CaptureTest, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHundred)
-{
-    const QSize screen = display->screen;
-    const QSize scaled
-        = screen.width() > 1200 ? QSize(1200, qRound(screen.height() * 1200.0 / screen.width())) : screen;
-    PatternWindow window;
-    window.setFlags(Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
-    window.setGeometry(QRect(QPoint(), screen));
-    window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-    QTest::qWait(300);
-    EXPECT_EQ(QtOwnWindows().ownWindowAreas(), QList<QRect> {QRect(QPoint(), screen)});
-
-    X11ScreenGrabber x11;
-    ScreenCaptureService service(nullptr, &x11, ScreenCaptureService::SessionType::X11);
-    const ScreenGrab grab = QCoro::waitFor(service.captureScreen());
-    ASSERT_TRUE(grab.ok()) << grab.error->description().toStdString();
-    ASSERT_EQ(grab.image.size(), screen);
-    const std::optional<QByteArray> data
-        = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth);
-    ASSERT_TRUE(data.has_value());
-    const QImage png = QImage::fromData(*data, "PNG");
-    ASSERT_EQ(png.size(), scaled);
-
-    // The middle of every block shows its colour, on the screen and in the scaled picture.
-    for (int column = 0; column < 4; ++column) {
-        for (int row = 0; row < 4; ++row) {
-            const auto middle = [&](QSize size) {
-                return QPoint((column * 2 + 1) * size.width() / 8, (row * 2 + 1) * size.height() / 8);
-            };
-            EXPECT_EQ(grab.image.pixelColor(middle(screen)).rgb(), blockColor(column, row).rgb()) << column << row;
-            EXPECT_EQ(png.pixelColor(middle(scaled)).rgb(), blockColor(column, row).rgb()) << column << row;
-        }
-    }
-}
-
-// Windows of x11-apps under openbox, each with the WM_CLASS instance and title the test gives.
-class X11PrivacyTest : public MonitorRig
-{
-protected:
-    X11PrivacyTest() : MonitorRig(u"Writing notes"_s, u"A day."_s) { }
+    X11Test() : MonitorRig(u"Writing notes"_s, u"A day."_s) { }
 
     void SetUp() override
     {
@@ -196,7 +147,43 @@ protected:
     std::list<QProcess> windows;
 };
 
-TEST_F(X11PrivacyTest, AnExcludedWindowAnywhereOnTheCurrentWorkspaceStopsTheGrab)
+// A screen wider than 1200 comes out 1200 wide with its height in proportion; one of 1200 or
+// less comes out as it is.
+TEST_F(X11Test, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHundred)
+{
+    const QSize screen = display->screen;
+    const QSize scaled
+        = screen.width() > 1200 ? QSize(1200, qRound(screen.height() * 1200.0 / screen.width())) : screen;
+    PatternWindow window;
+    window.setFlags(Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
+    window.setGeometry(QRect(QPoint(), screen));
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    QTest::qWait(300);
+    EXPECT_EQ(QtOwnWindows().ownWindowAreas(), QList<QRect> {QRect(QPoint(), screen)});
+
+    const ScreenGrab grab = QCoro::waitFor(x11Capture.captureScreen());
+    ASSERT_TRUE(grab.ok()) << grab.error->description().toStdString();
+    ASSERT_EQ(grab.image.size(), screen);
+    const std::optional<QByteArray> data
+        = ScreenCaptureService::imageToData(grab.image, ScreenCaptureService::maxImageWidth);
+    ASSERT_TRUE(data.has_value());
+    const QImage png = QImage::fromData(*data, "PNG");
+    ASSERT_EQ(png.size(), scaled);
+
+    // The middle of every block shows its colour, on the screen and in the scaled picture.
+    for (int column = 0; column < 4; ++column) {
+        for (int row = 0; row < 4; ++row) {
+            const auto middle = [&](QSize size) {
+                return QPoint((column * 2 + 1) * size.width() / 8, (row * 2 + 1) * size.height() / 8);
+            };
+            EXPECT_EQ(grab.image.pixelColor(middle(screen)).rgb(), blockColor(column, row).rgb()) << column << row;
+            EXPECT_EQ(png.pixelColor(middle(scaled)).rgb(), blockColor(column, row).rgb()) << column << row;
+        }
+    }
+}
+
+TEST_F(X11Test, AnExcludedWindowAnywhereOnTheCurrentWorkspaceStopsTheGrab)
 {
     const QString notes = open(u"editor"_s, u"Notes"_s, u"600x400+0+0"_s);
     waitUntilListed(u"Notes"_s, true);

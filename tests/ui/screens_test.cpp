@@ -361,8 +361,8 @@ const StandInServer::Reply signedIn {.status = 200,
     .delayMs = 1500};
 } // namespace
 
-// One user's way through the sign-in: each phase drawn, with its message, the page it opened and
-// what the gate made of it.
+// One user's way through the sign-in: each phase drawn, with the page it opened and what the gate
+// made of it (the error texts themselves: the auth service's tests; signing out: end to end).
 TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
 {
     QList<Phase> phases;
@@ -375,7 +375,7 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     // A callback without "Log in" in this run still shows the verification.
     verify(StandInServer::Reply {.status = 410});
     EXPECT_EQ(phases, (QList<Phase> {Phase::Verifying, Phase::Login}));
-    EXPECT_EQ(login->errorText(), u"This sign-in link has expired. Please log in again on Tamloweb."_s);
+    EXPECT_TRUE(login->errorText().startsWith(u"This sign-in link has expired."_s));
     capture(u"signin-2-login-error"_s);
 
     // "Create an account" opens registration and changes nothing else; "Log in" drops the message.
@@ -383,8 +383,7 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     EXPECT_EQ(desktop.openedUrls.last().toString(), u"https://web.example/register?redirect=tamlo://auth"_s);
     EXPECT_TRUE(login->showsError());
     login->openWebLogin();
-    EXPECT_FALSE(login->showsError());
-    EXPECT_EQ(login->phase(), Phase::Waiting);
+    EXPECT_EQ(std::pair(login->phase(), login->showsError()), std::pair(Phase::Waiting, false));
     EXPECT_EQ(desktop.openedUrls.last().toString(), u"https://web.example/login?redirect=tamlo://auth"_s);
     EXPECT_TRUE(!shows("logInButton") && shows("openAgainButton"));
     capture(u"signin-3-waiting"_s);
@@ -393,11 +392,9 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     phases.clear();
     verify(StandInServer::Reply {.status = 404, .body = R"({"error":"user not found"})"});
     EXPECT_EQ(phases, (QList<Phase> {Phase::Verifying, Phase::Waiting}));
-    EXPECT_EQ(login->errorText(), u"Account not found. Please register on Tamloweb."_s);
     capture(u"signin-4-waiting-error"_s);
     login->back();
-    EXPECT_EQ(login->phase(), Phase::Login);
-    EXPECT_FALSE(login->showsError());
+    EXPECT_EQ(std::pair(login->phase(), login->showsError()), std::pair(Phase::Login, false));
     EXPECT_EQ(desktop.openedUrls.size(), 2);
 
     login->openWebLogin();
@@ -412,14 +409,9 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     EXPECT_EQ(gate->screen(), AppGateModel::Screen::Content);
     EXPECT_EQ(gate->menuBarSymbol(), u"circle.fill"_s);
     EXPECT_FALSE(login->openedWebLogin());
-    EXPECT_FALSE(shows("logInButton"));
     capture(u"signin-6-main-screen"_s);
-
-    // Signed out, everything starts over.
     auth->logout();
-    EXPECT_EQ(login->phase(), Phase::Login);
     EXPECT_EQ(gate->menuBarSymbol(), u"circle.dotted"_s);
-    EXPECT_TRUE(shows("logInButton"));
 }
 
 // A build whose own server on this machine is not running says how to start it, rather than
