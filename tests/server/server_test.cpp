@@ -195,6 +195,7 @@ TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesThe
         const QByteArray reply = sendRaw(request);
         EXPECT_TRUE(reply.startsWith(answer)) << reply.toStdString();
     }
+    EXPECT_TRUE(sendRaw(refused.last().first).endsWith(R"({"error":"The request body is larger than 64 KiB."})"));
     // Well-formed requests pass, several on one connection included.
     const QByteArray request = head + "Content-Length: " + QByteArray::number(oneDay().size()) + "\r\n\r\n" + oneDay();
     const QByteArray twice = sendRaw(request + request);

@@ -50,13 +50,21 @@ TEST_F(StorageTest, UploadsUpsertByIdWithinTheirUserVerbatimInOrderAndRecordTheD
     EXPECT_TRUE(devices[0].backfillComplete); // and it stays done
 }
 
-TEST_F(StorageTest, ALostConnectionIsOpenedAgainForTheNextCall)
+TEST_F(StorageTest, AFailedStatementKeepsItsConnectionAndALostOneIsOpenedAgain)
 {
     if (!backend.networked()) {
         GTEST_SKIP() << "a database file has no connection to lose";
     }
+    auto serverProcess = [&] {
+        QSqlQuery query(storage->database());
+        return query.exec(u"SELECT pg_backend_pid()"_s) && query.next() ? query.value(0).toInt() : -1;
+    };
     storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
+    const int before = serverProcess();
+    EXPECT_THROW(storage->createUser(u"ada@example.org"_s, std::nullopt, 1000), StorageError);
     (void)storage->users(); // the statement is now prepared on the connection about to be lost
+    EXPECT_EQ(serverProcess(), before);
+    // As a restart of the database server leaves it.
     backend.scalar(u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
                    " WHERE datname = current_database() AND pid <> pg_backend_pid()"_s);
     // The call that finds the connection gone may fail; it must not take the storage with it.

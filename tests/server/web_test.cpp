@@ -32,6 +32,10 @@ TEST_F(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
         ada.post(u"/account/delete"_s, {{u"csrf"_s, evesToken}, {u"confirm"_s, u"ada@example.org"_s}}).status, 403);
     EXPECT_EQ(storage->syncRequestedAt(adaId), std::nullopt);
     EXPECT_TRUE(storage->userByEmail(u"ada@example.org"_s).has_value());
+    // Wrong in the first character only.
+    QString token = ada.formToken(u"/sync"_s);
+    token[0] = token[0] == u'A' ? u'B' : u'A';
+    EXPECT_EQ(ada.post(u"/sync"_s, {{u"csrf"_s, token}}).status, 403);
     EXPECT_EQ(ada.post(u"/sync"_s, {{u"csrf"_s, ada.formToken(u"/sync"_s)}}).status, 303);
     EXPECT_EQ(storage->syncRequestedAt(adaId), clock.now().toMSecsSinceEpoch());
 
