@@ -1,4 +1,4 @@
-#include "backend.h"
+#include "serverfixture.h"
 
 namespace {
 const QString idA = u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s;
