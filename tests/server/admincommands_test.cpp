@@ -1,16 +1,7 @@
-#include "fakeclock.h"
 #include "server/admincommands.h"
-#include "server/signinservice.h"
-#include "server/sqlstorage.h"
+#include "serverfixture.h"
 
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 class AdminCommandsTest : public ::testing::Test
 {

