@@ -6,6 +6,7 @@ or aiosmtpd.
 """
 
 import argparse
+import contextlib
 import email
 import email.policy
 import json
@@ -95,10 +96,8 @@ class Round:
     def stop(self):
         for step in (lambda: self.driver.quit(), lambda: self.smtp.stop(),
                      lambda: self.server.terminate(), lambda: self.server.wait(10)):
-            try:
+            with contextlib.suppress(Exception):  # tear-down goes on
                 step()
-            except Exception:  # noqa: BLE001 - tear-down goes on
-                pass
 
     def api(self, path, body=None):
         """The app's call: its status and JSON answer."""
