@@ -128,22 +128,40 @@ TEST_F(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
     EXPECT_EQ(verify(u"guess"_s).status, 401);
 }
 
-TEST_F(WebTest, ExportAndDayPagesShowExactlyWhatWasUploaded)
+// What was uploaded, exactly, in the export and on the pages; then the app revoked and the account
+// deleted, which ends their access and leaves no row of Ada's data.
+TEST_F(WebTest, PagesShowExactlyWhatWasUploadedAndRevokingOrDeletingEndsAccessAndLeavesNoRow)
 {
     const QString appSession = sessionFor(u"ada@example.org"_s);
+    clock.advance(60 * 60);
     ASSERT_EQ(sync(adasDay(), appSession).status, 200);
+    const QString eveSession = sessionFor(u"eve@example.org"_s);
+    ASSERT_EQ(sync(adasDay(), eveSession).status, 200);
     Client browser(baseUrl);
     browser.signIn(u"ada@example.org"_s);
 
     const HttpResult json = browser.get(u"/export/tamlo-data.json"_s);
     EXPECT_EQ(json.header("Content-Disposition"), "attachment; filename=\"tamlo-data.json\"");
     EXPECT_EQ(json.json()[u"days"_s].toArray(), QJsonDocument::fromJson(adasDay())[u"days"_s].toArray());
-    EXPECT_EQ(json.json()[u"devices"_s][0][u"lastUploadAt"_s].toString(), u"2026-11-16T10:00:00Z"_s);
+    EXPECT_EQ(json.json()[u"devices"_s][0][u"lastUploadAt"_s].toString(), u"2026-11-16T11:00:00Z"_s);
     // The app's work-log columns, and its rule for commas in texts.
     EXPECT_EQ(browser.get(u"/export/tamlo-days.csv"_s).text(),
         u"Timestamp,Category,Project,Summary,Note\n"
         "2026-11-16T09:30:12Z,Coding,Website,Editing checkout.css  in the editor.,fixed the header\n"
         "2026-11-16T12:01:00Z,Other,Other,Screen Locked,"_s);
+
+    auto appSessionOf = [&](const QString &email) {
+        const QList<SessionRecord> sessions = storage->sessions(storage->userByEmail(email)->id);
+        return std::find_if(sessions.begin(), sessions.end(), [](auto &s) {
+            return s.kind == SessionKind::App;
+        })->publicId;
+    };
+    const QString devices = browser.get(u"/devices"_s).text();
+    EXPECT_TRUE(devices.contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.toStdString();
+    // Every time names its zone: the device's last upload in its own, the app's sign-in and last call in UTC.
+    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 12:00 Europe/Berlin</td>"_s));
+    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 10:00 UTC</td><td>16 Nov 2026, 11:00 UTC</td>"_s));
+    const QString app = appSessionOf(u"ada@example.org"_s);
 
     // Later that day: each run of one marker is one gap named for it, a marker this server does not
     // know is a text. The next day, two private ticks: one row with their span, a minute under Other.
@@ -175,29 +193,7 @@ TEST_F(WebTest, ExportAndDayPagesShowExactlyWhatWasUploaded)
     EXPECT_TRUE(unseen.contains(u"<p class=\"figure\">1m active</p>"_s));
     EXPECT_EQ(browser.get(u"/days/2026-02-30"_s).status, 404);
     EXPECT_EQ(browser.get(u"/days/..%2F..%2Fetc"_s).status, 404);
-}
 
-TEST_F(WebTest, RevokingASessionOrDeletingTheAccountEndsItsAccessAndLeavesNoRowOfItsData)
-{
-    const QString appSession = sessionFor(u"ada@example.org"_s);
-    clock.advance(60 * 60);
-    ASSERT_EQ(sync(adasDay(), appSession).status, 200);
-    const QString eveSession = sessionFor(u"eve@example.org"_s);
-    ASSERT_EQ(sync(adasDay(), eveSession).status, 200);
-    Client browser(baseUrl);
-    browser.signIn(u"ada@example.org"_s);
-    auto appSessionOf = [&](const QString &email) {
-        const QList<SessionRecord> sessions = storage->sessions(storage->userByEmail(email)->id);
-        return std::find_if(sessions.begin(), sessions.end(), [](auto &s) {
-            return s.kind == SessionKind::App;
-        })->publicId;
-    };
-    const QString devices = browser.get(u"/devices"_s).text();
-    EXPECT_TRUE(devices.contains(u"Tamlo app on <code>5D0A3C7E</code>"_s)) << devices.toStdString();
-    // Every time names its zone: the device's last upload in its own, the app's sign-in and last call in UTC.
-    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 12:00 Europe/Berlin</td>"_s));
-    EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 10:00 UTC</td><td>16 Nov 2026, 11:00 UTC</td>"_s));
-    const QString app = appSessionOf(u"ada@example.org"_s);
     // Revoked, the app is out at once; another user's session cannot be named here.
     const QString token = browser.formToken(u"/devices"_s);
     EXPECT_EQ(browser.post(u"/sessions/sign-out"_s, {{u"csrf"_s, token}, {u"session"_s, app}}).status, 303);
