@@ -6,11 +6,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build-test}
-cmake --build "$build" --target tamlo-server tamlo_sync_client -j "${JOBS:-2}"
+cmake --build "$build" --target tamlo-server -j "${JOBS:-2}"
 shots=$(mktemp -d)
 trap 'rm -rf "$shots"' EXIT
 ASAN_OPTIONS=detect_leaks=0 TZ=Europe/Berlin /usr/bin/python3 tests/server/web/browser_test.py \
-    --server "$build/tamlo-server" --client "$build/tests/server/tamlo_sync_client" --screenshots "$shots"
+    --server "$build/tamlo-server" --screenshots "$shots"
 for shot in "$shots"/*.png; do
     name=web-$(basename "$shot")
     cp "$shot" "docs/screenshots/$name"

@@ -1,16 +1,7 @@
-#include "fakeclock.h"
 #include "server/admincommands.h"
-#include "server/signinservice.h"
-#include "server/sqlstorage.h"
+#include "serverfixture.h"
 
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 class AdminCommandsTest : public ::testing::Test
 {
@@ -38,9 +29,9 @@ TEST_F(AdminCommandsTest, ManagesAccountsAndRefusesBadInputWithAMessage)
     EXPECT_EQ(run({u"user"_s, u"add"_s, u"Ada@Example.org"_s}, u"Ada Lovelace"_s), 0);
     EXPECT_EQ(run({u"user"_s, u"add"_s, u"ada@example.org"_s}), 1);
     EXPECT_TRUE(errors.contains(u"exists already"_s));
-    for (const QStringList &bad :
-        {QStringList {u"user"_s, u"add"_s, u"not-an-address"_s}, QStringList {u"user"_s, u"list"_s, u"extra"_s},
-            QStringList {u"frobnicate"_s}, QStringList {u"request-sync"_s, u"nobody@example.org"_s}}) {
+    for (const QStringList &bad : {QStringList {u"user"_s, u"add"_s, u"not-an-address"_s},
+             QStringList {u"user"_s, u"add"_s, u"ada@"_s}, QStringList {u"user"_s, u"list"_s, u"extra"_s},
+             QStringList {u"frobnicate"_s}, QStringList {u"request-sync"_s, u"nobody@example.org"_s}}) {
         EXPECT_EQ(run(bad), 1) << bad.join(u' ').toStdString();
         EXPECT_FALSE(errors.isEmpty());
     }

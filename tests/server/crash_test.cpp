@@ -3,7 +3,6 @@
 #include "serverfixture.h"
 
 #include <QProcess>
-#include <QTcpServer>
 #include <QThread>
 
 namespace {
@@ -29,23 +28,20 @@ QByteArray uploadRequest(const QString &session, QDate first, int dayCount, int 
 class CrashTest : public BackendTest
 {
 protected:
+    // On a port of its own choosing, which it names once it listens.
     void startServer()
     {
-        QTcpServer probe;
-        probe.listen(QHostAddress::LocalHost, 0);
-        port = probe.serverPort();
-        probe.close();
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.setReadChannel(QProcess::StandardError);
         process.start(QStringLiteral(TAMLO_SERVER_EXECUTABLE),
-            backend.serverArguments() + QStringList {u"--listen"_s, u"127.0.0.1:%1"_s.arg(port)});
-        for (int attempt = 0; attempt < 200; ++attempt, QThread::msleep(25)) {
-            QTcpSocket socket;
-            socket.connectToHost(QHostAddress::LocalHost, port);
-            if (socket.waitForConnected(100)) {
-                return;
-            }
+            backend.serverArguments() + QStringList {u"--listen"_s, u"127.0.0.1:0"_s});
+        static const QRegularExpression listening(u"listening on 127\\.0\\.0\\.1:(\\d+)"_s);
+        QString log;
+        for (int i = 0; i < 100 && !listening.match(log).hasMatch(); ++i) {
+            process.waitForReadyRead(200);
+            log += QString::fromUtf8(process.readAllStandardError());
         }
-        FAIL() << "tamlo-server did not start listening";
+        port = listening.match(log).captured(1).toUShort();
+        ASSERT_NE(port, 0) << "tamlo-server did not start listening: " << log.toStdString();
     }
 
     QProcess process; // killed, if still running, when the test ends
@@ -58,8 +54,8 @@ TEST_F(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
     const QString session = SecretToken::generate();
     storage->createSession(SecretToken::digest(session), ada.id, 0);
     startServer();
-    const QByteArray first = uploadRequest(session, QDate(2026, 11, 1), 1, 100, 0);
-    EXPECT_TRUE(rawExchange(port, first, 30000).startsWith("HTTP/1.1 200"));
+    EXPECT_TRUE(
+        rawExchange(port, uploadRequest(session, QDate(2026, 11, 1), 1, 100, 0), 30000).startsWith("HTTP/1.1 200"));
 
     // A week of backfill, 2,880 records a day, cut off halfway by SIGKILL.
     const QByteArray large = uploadRequest(session, QDate(2026, 11, 2), 7, 2880, 100);
@@ -75,8 +71,7 @@ TEST_F(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOf
     storage = backend.open();
     QList<UploadedDay> days = storage->days(ada.id);
     ASSERT_EQ(days.size(), 1);
-    EXPECT_EQ(days[0].date, u"2026-11-01"_s);
-    EXPECT_EQ(days[0].snapshots.size(), 100);
+    EXPECT_EQ(std::tuple(days[0].date, days[0].snapshots.size()), std::tuple(u"2026-11-01"_s, 100));
 
     // The client's next upload, to a restarted server, completes it.
     startServer();

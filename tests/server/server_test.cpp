@@ -49,7 +49,7 @@ TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
         {"POST", u"/activity/sync"_s, oneDay(), u"forged"_s, 401, unauthorized},
         {"POST", u"/auth/verify-token"_s, "not json", {}, 400,
             R"({"error":"The body must be a JSON object with a string token"})"},
-        {"POST", u"/auth/verify-token"_s, tokenBody(u"no-such-token"_s), {}, 401,
+        {"POST", u"/auth/verify-token"_s, bytes(QJsonObject {{u"token"_s, u"no-such-token"_s}}), {}, 401,
             R"({"error":"Invalid sign-in link"})"},
         {"GET", u"/ada@example.org/"_s + session, {}, {}, 404, R"({"error":"Not found"})"},
         {"GET", u"/activity/sync"_s, {}, session, 405, notAllowed},
@@ -89,9 +89,6 @@ TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
     auto status = [&](const QString &bearer) { return send("GET", u"/activity/status"_s, {}, bearer).body; };
     EXPECT_EQ(status(session), requested);
 
-    EXPECT_EQ(sync(oneDay(), session).status, 200);
-    const QString verbatim = u"Meeting'); DELETE FROM snapshots; -- 東京 🚀 \"x\""_s;
-    EXPECT_EQ(sync(oneDay(verbatim), session).status, 200);
     EXPECT_EQ(sync(bytes(upload({}, deviceA, true)), session).status, 200);
 
     // Served for this device only: the laptop, and a computer signed in since, are still asked.
@@ -103,10 +100,6 @@ TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
     EXPECT_EQ(status(laptop), "{}");
     EXPECT_EQ(storage->syncRequestedAt(ada.id), std::nullopt);
     EXPECT_EQ(status(newcomer), "{}");
-    const QList<UploadedDay> days = storage->days(ada.id);
-    ASSERT_EQ(days.size(), 1);
-    ASSERT_EQ(days[0].snapshots.size(), 1);
-    EXPECT_EQ(days[0].snapshots[0].activityType, verbatim);
     EXPECT_TRUE(storage->devices(ada.id).value(1).backfillComplete);
 }
 
@@ -195,6 +188,7 @@ TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesThe
         const QByteArray reply = sendRaw(request);
         EXPECT_TRUE(reply.startsWith(answer)) << reply.toStdString();
     }
+    EXPECT_TRUE(sendRaw(refused.last().first).endsWith(R"({"error":"The request body is larger than 64 KiB."})"));
     // Well-formed requests pass, several on one connection included.
     const QByteArray request = head + "Content-Length: " + QByteArray::number(oneDay().size()) + "\r\n\r\n" + oneDay();
     const QByteArray twice = sendRaw(request + request);
@@ -218,7 +212,7 @@ TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesThe
     EXPECT_TRUE(sendRaw(status).startsWith("HTTP/1.1 401 "));
 }
 
-TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
+TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndWithoutAWayToSignInThePagesAnswer403)
 {
     for (const QString &path : {u"/login?redirect=https://evil.example/steal"_s, u"/login?redirect=tamlo://auth.evil"_s,
              u"/register?redirect=TAMLO://auth"_s}) {
@@ -233,11 +227,8 @@ TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndMakesNoLink)
     EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM sign_in_links"_s).toInt(), 0);
     // Without a redirect the page signs the browser itself in, and no link is made for it.
     EXPECT_FALSE(send("GET", u"/login"_s).text().contains(u"name=\"redirect\""_s));
-}
 
-// Neither local sign-in nor a mail server: nobody can sign in here, and the pages say so.
-TEST_F(ServerTest, WithoutLocalSignInOrMailTheSignInPagesAnswer403)
-{
+    // Neither local sign-in nor a mail server: nobody can sign in here, and the pages say so.
     localSignIn = false;
     start();
     for (const QString &path : {u"/login?redirect=tamlo://auth"_s, u"/register"_s}) {

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "backend.h"
 #include "fakeclock.h"
 #include "server/accountpages.h"
 #include "server/apiendpoints.h"
 #include "server/ratelimiter.h"
 #include "server/requestlog.h"
 #include "server/signinservice.h"
+#include "server/sqlstorage.h"
 #include "server/tamlohttpserver.h"
 #include "server/webpages.h"
 
@@ -18,9 +18,78 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QRegularExpression>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <QUrlQuery>
+
+#include <gtest/gtest.h>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+inline const QString deviceA = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
+
+// The database the tests run on, as the server opens it: PostgreSQL where postgres-cluster.sh
+// started a cluster for this process, SQLite in a folder of its own otherwise.
+class TestBackend
+{
+public:
+    [[nodiscard]] bool networked() const { return !m_cluster.isEmpty(); }
+    [[nodiscard]] std::unique_ptr<SqlStorage> openEmpty()
+    {
+        if (networked()) {
+            scalar(u"SET client_min_messages TO WARNING; DROP SCHEMA public CASCADE; CREATE SCHEMA public"_s);
+        }
+        return open();
+    }
+    [[nodiscard]] std::unique_ptr<SqlStorage> open() const
+    {
+        return networked() ? SqlStorage::openPostgres(m_cluster) : SqlStorage::openSqlite(file());
+    }
+    [[nodiscard]] QStringList serverArguments() const
+    {
+        return networked() ? QStringList {u"--database"_s, m_cluster.toString()}
+                           : QStringList {u"--data"_s, m_dir.path()};
+    }
+    // One statement on a connection of the test's own, past the server's code; its first value.
+    QVariant scalar(const QString &sql) const
+    {
+        QVariant result;
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase(networked() ? u"QPSQL"_s : u"QSQLITE"_s, u"test-side"_s);
+            db.setDatabaseName(networked() ? m_cluster.path().mid(1) : file());
+            db.setHostName(m_cluster.host());
+            db.setPort(m_cluster.port());
+            db.setUserName(m_cluster.userName());
+            if (db.open()) {
+                QSqlQuery query(db);
+                if (query.exec(sql) && query.next()) {
+                    result = query.value(0);
+                }
+            }
+        }
+        QSqlDatabase::removeDatabase(u"test-side"_s);
+        return result;
+    }
+
+private:
+    [[nodiscard]] QString file() const { return m_dir.filePath(u"tamlo-server.sqlite3"_s); }
+
+    QUrl m_cluster {qEnvironmentVariable("TAMLO_TEST_POSTGRES")};
+    QTemporaryDir m_dir;
+};
+
+class BackendTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { storage = backend.openEmpty(); }
+
+    TestBackend backend;
+    std::unique_ptr<SqlStorage> storage;
+};
 
 struct HttpResult
 {
@@ -31,8 +100,7 @@ struct HttpResult
     [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     [[nodiscard]] QString text() const { return QString::fromUtf8(body); }
     [[nodiscard]] QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
-    // The form token the page's forms carry (the first one).
-    [[nodiscard]] QString formToken() const
+    [[nodiscard]] QString formToken() const // of the page's first form
     {
         static const QRegularExpression pattern(u"name=\"csrf\" value=\"([^\"]+)\""_s);
         return pattern.match(text()).captured(1);
@@ -63,10 +131,10 @@ inline QJsonObject upload(const QJsonArray &days, const QString &device = device
         {u"backfillComplete"_s, backfillComplete}, {u"days"_s, days}};
 }
 
-inline QByteArray oneDay(const QString &type = u"Coding"_s)
+inline QByteArray oneDay()
 {
-    return bytes(upload(
-        {day(u"2026-11-16"_s, {record(u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-16T09:30:12Z"_s, type)})}));
+    return bytes(
+        upload({day(u"2026-11-16"_s, {record(u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-16T09:30:12Z"_s)})}));
 }
 
 // Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
@@ -175,12 +243,14 @@ protected:
         return http->send(method, path, body, bearer);
     }
     QByteArray sendRaw(const QByteArray &bytes) { return rawExchange(server->port(), bytes); }
-    HttpResult verify(const QString &token) { return send("POST", u"/auth/verify-token"_s, tokenBody(token)); }
+    HttpResult verify(const QString &token)
+    {
+        return send("POST", u"/auth/verify-token"_s, bytes(QJsonObject {{u"token"_s, token}}));
+    }
     HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
     {
         return send("POST", u"/activity/sync"_s, body, session);
     }
-    static QByteArray tokenBody(const QString &token) { return bytes(QJsonObject {{u"token"_s, token}}); }
 
     // The browser's part of signing the app in: the form posted, the link taken from the page.
     QString linkToken(const QString &email, const QString &path = u"/register"_s)
@@ -192,7 +262,6 @@ protected:
         static const QRegularExpression callback(u"tamlo://auth\\?token=([A-Za-z0-9_-]+)"_s);
         return callback.match(page.text()).captured(1);
     }
-
     QString sessionFor(const QString &email)
     {
         const HttpResult verified = verify(linkToken(email));
