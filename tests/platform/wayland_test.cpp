@@ -1,6 +1,7 @@
 #include "platform/dbusscreenevents.h"
 #include "platform/portalscreengrabber.h"
 #include "platform/swayvisiblewindows.h"
+#include "platform/traypanel.h"
 #include "platform/wlrscreencopygrabber.h"
 
 #include "monitorrig.h"
@@ -13,8 +14,10 @@
 #include <QDBusPendingCall>
 #include <QDirIterator>
 #include <QPainter>
+#include <QQuickWindow>
 #include <QStandardPaths>
 #include <QStringList>
+#include <QThread>
 #include <QTimer>
 
 #include <pwd.h>
@@ -206,6 +209,35 @@ private:
     }
 };
 
+// A StatusNotifierWatcher on a test bus, as KDE's panel and GNOME's AppIndicator extension run one:
+// tray items register with it, and it tells them that a host is there to show them.
+class StandInWatcher : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered MEMBER hostRegistered CONSTANT)
+    Q_PROPERTY(int ProtocolVersion MEMBER protocolVersion CONSTANT)
+    Q_PROPERTY(QStringList RegisteredStatusNotifierItems MEMBER items)
+public:
+    bool publish(QDBusConnection bus)
+    {
+        return bus.registerObject(u"/StatusNotifierWatcher"_s, this,
+                   QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties)
+            && bus.registerService(u"org.kde.StatusNotifierWatcher"_s);
+    }
+
+    bool hostRegistered = true;
+    int protocolVersion = 0;
+    QStringList items; // the bus names of the registered items; each serves /StatusNotifierItem
+
+public Q_SLOTS:
+    void RegisterStatusNotifierItem(const QString &service, const QDBusMessage &message)
+    {
+        items.append(service.startsWith(u'/') ? message.service() : service);
+    }
+    void RegisterStatusNotifierHost(const QString &) { }
+};
+
 // Whether the first output shows its grid, with no window over it.
 bool gridShown()
 {
@@ -215,7 +247,8 @@ bool gridShown()
 }
 
 Desktop *desktop = nullptr;
-std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the portal
+std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the portal, the tray and the screen saver
+StandInWatcher *watcher = nullptr;
 
 // A Screenshot backend put behind the real portal (which also takes it for the Access backend it
 // needs): it answers with the code set, after the delay, and writes a picture only for a request
@@ -374,6 +407,44 @@ TEST_F(WaylandTest, RealPortalFailuresAreSaidOnceAndLeaveNoFile)
     EXPECT_FALSE(QFile::exists(standIn.filePath(u"late.png"_s)));
 }
 
+// An hour of ticks through the default path records every one and leaves nothing on disk; the
+// desktop's lock pauses them as on X11.
+TEST_F(WaylandTest, AHundredTicksRecordEachScreenAndTheLockPausesThem)
+{
+    WlrScreencopyGrabber screencopy;
+    capturingThrough(*sessionBus, &screencopy);
+    monitor->startMonitoring();
+    for (int i = 1; i < 100; ++i) {
+        tick();
+    }
+    ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->aiAnalysisCount() == 100; }, 30000))
+        << monitor->lastError().toStdString();
+    EXPECT_EQ(snapshotStore->count(), 100);
+    EXPECT_EQ(desktop->pictures(), QStringList());
+
+    for (const bool locked : {true, false}) {
+        PrivateDBus::roundTrip(QDBusConnection::sessionBus());
+        ASSERT_TRUE(sessionBus->sendScreenSaverActive(u"org.freedesktop.ScreenSaver"_s, locked));
+        const ScreenState state = locked ? ScreenState::Locked : ScreenState::Active;
+        ASSERT_TRUE(QTest::qWaitFor([&] { return monitor->screenState() == state; }, 5000));
+        tick();
+        EXPECT_EQ(monitor->aiAnalysisCount(), locked ? 100 : 101);
+    }
+}
+
+// The tray icon reaches the desktop's StatusNotifierWatcher, and activating it opens the panel.
+TEST_F(WaylandTest, TheTrayIconRegistersAndActivationOpensThePanel)
+{
+    TrayPanel tray([] { return std::make_unique<QQuickWindow>(); }, 1h);
+    ASSERT_TRUE(tray.hasTray());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !watcher->items.isEmpty(); }, 5000));
+    QDBusMessage activate = QDBusMessage::createMethodCall(
+        watcher->items.last(), u"/StatusNotifierItem"_s, u"org.kde.StatusNotifierItem"_s, u"Activate"_s);
+    activate << 0 << 0;
+    QDBusConnection::sessionBus().asyncCall(activate); // the item answers from this very thread
+    ASSERT_TRUE(QTest::qWaitFor([&] { return tray.panel() && tray.panel()->isVisible(); }, 5000));
+}
+
 // Windows that sway itself starts, so they live in its session: Xwayland ones named by their
 // WM_CLASS instance, and native ones named by their app_id. The monitor asks sway's IPC tree and
 // grabs through screencopy.
@@ -459,7 +530,16 @@ int main(int argc, char **argv)
     if (sessionBus && !QTest::qWaitFor(gridShown, 10000)) {
         session.problem = "the first output never showed its background";
     }
+    // On a connection and a thread of its own, since the tray asks it with a blocking call.
+    QThread watcherThread;
+    StandInWatcher standInWatcher;
+    standInWatcher.moveToThread(&watcherThread);
+    watcherThread.start();
+    watcher = &standInWatcher;
+    standInWatcher.publish(sessionBus ? sessionBus->connect(u"watcher"_s) : QDBusConnection::sessionBus());
     const int result = RUN_ALL_TESTS();
+    watcherThread.quit();
+    watcherThread.wait();
     QDBusConnection::disconnectFromBus(QDBusConnection::sessionBus().name());
     sessionBus.reset();
     return result;
