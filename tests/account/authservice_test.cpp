@@ -1,4 +1,5 @@
 #include "accountfixture.h"
+#include "files.h"
 
 #include <QCoroTask>
 #include <QJsonDocument>
@@ -15,11 +16,6 @@ protected:
         return std::make_unique<AuthService>(&m_nam, config(), m_paths.credentialsDir);
     }
     void verify(AuthService &auth) { QCoro::waitFor(auth.verifyMagicLinkToken(u"magic-123"_s)); }
-    [[nodiscard]] QByteArray fileBytes() const
-    {
-        QFile file(m_paths.credentialsFile());
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
 };
 
 TEST_F(AuthServiceTest, ExchangesTheTokenKeepsTheSessionAcrossARestartAndLogoutForgetsIt)
@@ -116,11 +112,11 @@ TEST_F(AuthServiceTest, AStoredTokenWithoutADecodableUserStartsSignedOutAndLeave
 {
     storeSession(u"sess-1"_s);
     KeychainService(m_paths.credentialsDir, u"mirevon.Tamlo"_s).setValue(u"{\"id\":\"u1\"}"_s, u"userData"_s);
-    const QByteArray before = fileBytes();
+    const QByteArray before = readBytes(m_paths.credentialsFile());
     auto undecodable = makeService();
     EXPECT_FALSE(undecodable->isAuthenticated());
     EXPECT_FALSE(undecodable->currentUser().has_value());
     EXPECT_EQ(undecodable->sessionToken(), u"sess-1"_s);
-    EXPECT_EQ(fileBytes(), before);
+    EXPECT_EQ(readBytes(m_paths.credentialsFile()), before);
 }
 } // namespace
