@@ -1,5 +1,4 @@
 #include "accountfixture.h"
-#include "files.h"
 
 #include <QCoroTask>
 #include <QJsonDocument>
@@ -106,17 +105,5 @@ TEST_F(AuthServiceTest, EveryRejectionShowsItsTextAndStoresNothing)
     verify(*auth);
     EXPECT_FALSE(auth->error().value_or(u"Server error"_s).startsWith(u"Server error"_s));
     EXPECT_FALSE(auth->error()->isEmpty());
-}
-
-TEST_F(AuthServiceTest, AStoredTokenWithoutADecodableUserStartsSignedOutAndLeavesTheFile)
-{
-    storeSession(u"sess-1"_s);
-    KeychainService(m_paths.credentialsDir, u"mirevon.Tamlo"_s).setValue(u"{\"id\":\"u1\"}"_s, u"userData"_s);
-    const QByteArray before = readBytes(m_paths.credentialsFile());
-    auto undecodable = makeService();
-    EXPECT_FALSE(undecodable->isAuthenticated());
-    EXPECT_FALSE(undecodable->currentUser().has_value());
-    EXPECT_EQ(undecodable->sessionToken(), u"sess-1"_s);
-    EXPECT_EQ(readBytes(m_paths.credentialsFile()), before);
 }
 } // namespace
