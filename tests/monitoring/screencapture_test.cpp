@@ -58,27 +58,6 @@ TEST(PngEncoderTest, EveryPixelComesBackExactlyWhateverTheSourceFormatAndSizeAnd
     EXPECT_FALSE(PngEncoder::encode(QImage()).has_value());
 }
 
-TEST(ScreenCaptureServiceTest, ScalesDownOnlyWhatIsWiderThanTheMaximumAndHashesTheBytes)
-{
-    QImage stripes(2400, 1500, QImage::Format_RGB32);
-    stripes.fill(Qt::white);
-    QPainter(&stripes).fillRect(0, 0, 1200, 1500, Qt::red);
-    for (const auto &[from, to] : {std::pair {QSize(1200, 800), QSize(1200, 800)}, {QSize(1201, 800), QSize(1200, 799)},
-             {QSize(2400, 1500), QSize(1200, 750)}, {QSize(640, 480), QSize(640, 480)}}) {
-        EXPECT_EQ(decoded(ScreenCaptureService::imageToData(stripes.copy(QRect(QPoint(), from)), 1200.0)).size(), to);
-    }
-    EXPECT_EQ(decoded(ScreenCaptureService::imageToData(noise(3000, 100))).size(), QSize(3000, 100));
-    EXPECT_FALSE(ScreenCaptureService::imageToData(QImage(), 1200.0).has_value());
-
-    // The picture survives the scaling: left half red, right half white.
-    const QImage scaled = decoded(ScreenCaptureService::imageToData(stripes, 1200.0));
-    EXPECT_EQ(std::pair(scaled.pixelColor(100, 375), scaled.pixelColor(1100, 375)),
-        std::pair(QColor(Qt::red), QColor(Qt::white)));
-    // Lower-case hex of the exact bytes, leading zeros kept.
-    EXPECT_EQ(ScreenCaptureService::sha256Hex(QByteArray(1, '\n')),
-        u"01ba4719c80b6fe911b091a7c05124b64eeece964e09c058ef8f9805daca546b"_s);
-}
-
 TEST(ScreenCaptureServiceTest, SessionTypeComesFromTheEnvironmentAndAMissingGrabberIsNoDisplay)
 {
     QProcessEnvironment environment;

@@ -58,17 +58,6 @@ TEST(ActivityReportCalculatorTest, ScreenStatesCountForNothingAndLabelsAreTrimme
         (QStringList {u"Tamlo 30 33.3333"_s, u"Website 30 33.3333"_s, u"Other 30 33.3333"_s}));
 }
 
-TEST(ActivityReportCalculatorTest, DurationsRoundDownToWholeMinutesAndSharesHalfAwayFromZero)
-{
-    for (const auto &[seconds, text] : {std::pair {0, u"0m"_s}, {59, u"0m"_s}, {3599, u"59m"_s}, {3600, u"1h"_s},
-             {3659, u"1h"_s}, {3660, u"1h 1m"_s}, {9000, u"2h 30m"_s}}) {
-        EXPECT_EQ(ActivityReportCalculator::formatDuration(seconds), text) << seconds;
-    }
-    for (const auto &[share, rounded] : {std::pair {66.6, 67}, {0.4, 0}, {12.5, 13}}) {
-        EXPECT_EQ(ActivityReportCalculator::roundedPercentage(share), rounded) << share;
-    }
-}
-
 TEST(DailyReportJsonTest, RoundTripsAndRequiresEveryKeyAndWholeSeconds)
 {
     const DailyReport report {

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Holds Ollama's port for the length of a test run, so that a test reaching the real address
-fails the run instead of talking to whatever listens there.
+"""Holds Ollama's port for a test run, so that a test reaching the real address fails the run
+instead of talking to whatever listens there.
 
     ollama_port_guard.py hold STATE_DIR    listen on 127.0.0.1:11434 in the background
     ollama_port_guard.py check STATE_DIR   stop listening; fail if anything connected
 
-A port that is already taken (a real Ollama, another checkout's run) cannot be held: the run is
-then told so and goes on. Tests that need the address start it in a network of their own.
+A port already taken (a real Ollama, another checkout's run) cannot be held: the run is told so
+and goes on. Tests that need the address start it in a network of their own.
 """
 
 import os
@@ -16,32 +16,21 @@ import socket
 import sys
 import time
 
-ADDRESS = ("127.0.0.1", 11434)
-# Never outlive a forgotten run by much.
-LIFETIME = 4 * 3600
-
 
 def connecting_program(peer_port):
-    """The command line of the local process whose socket has the given source port, if found."""
-    inode = None
+    """The command line of the local process whose socket has that source port, or "?"."""
     try:
         with open("/proc/net/tcp") as table:
-            for line in table.readlines()[1:]:
-                fields = line.split()
-                if int(fields[1].split(":")[1], 16) == peer_port:
-                    inode = fields[9]
-                    break
-    except OSError:
+            rows = [line.split() for line in table.readlines()[1:]]
+        inode = next(r[9] for r in rows if int(r[1].split(":")[1], 16) == peer_port)
+    except (OSError, StopIteration):
         return "?"
-    if not inode:
-        return "?"
-    needle = "socket:[%s]" % inode
     for pid in filter(str.isdigit, os.listdir("/proc")):
         try:
-            for fd in os.listdir("/proc/%s/fd" % pid):
-                if os.readlink("/proc/%s/fd/%s" % (pid, fd)) == needle:
-                    with open("/proc/%s/cmdline" % pid, "rb") as f:
-                        return f.read().replace(b"\0", b" ").decode(errors="replace").strip()
+            fds = "/proc/%s/fd/" % pid
+            if any(os.readlink(fds + fd) == "socket:[%s]" % inode for fd in os.listdir(fds)):
+                with open("/proc/%s/cmdline" % pid, "rb") as f:
+                    return f.read().replace(b"\0", b" ").decode(errors="replace").strip()
         except OSError:
             continue
     return "?"
@@ -50,10 +39,9 @@ def connecting_program(peer_port):
 def hold(state):
     shutil.rmtree(state, ignore_errors=True)
     os.makedirs(state)
-    log_path = os.path.join(state, "connections.log")
     listener = socket.socket()
     try:
-        listener.bind(ADDRESS)
+        listener.bind(("127.0.0.1", 11434))
         listener.listen(16)
     except OSError as error:
         with open(os.path.join(state, "busy"), "w") as f:
@@ -73,7 +61,7 @@ def hold(state):
         f.write(str(os.getpid()))
     signal.signal(signal.SIGTERM, lambda *_: os._exit(0))
     listener.settimeout(60)
-    deadline = time.monotonic() + LIFETIME
+    deadline = time.monotonic() + 4 * 3600  # never outlive a forgotten run by much
     while time.monotonic() < deadline:
         try:
             connection, peer = listener.accept()
@@ -81,7 +69,7 @@ def hold(state):
             continue
         program = connecting_program(peer[1])
         connection.close()
-        with open(log_path, "a") as log:
+        with open(os.path.join(state, "connections.log"), "a") as log:
             log.write("%s %s\n" % (time.strftime("%H:%M:%S"), program))
     os._exit(0)
 
@@ -90,25 +78,19 @@ def check(state):
     if os.path.exists(os.path.join(state, "busy")):
         print("127.0.0.1:11434 was taken by another program; nothing was checked")
         return 0
-    pid_path = os.path.join(state, "guard.pid")
     try:
-        with open(pid_path) as f:
-            pid = int(f.read())
-        os.kill(pid, signal.SIGTERM)
-        os.remove(pid_path)
+        with open(os.path.join(state, "guard.pid")) as f:
+            os.kill(int(f.read()), signal.SIGTERM)
     except (OSError, ValueError):
         print("The guard of 127.0.0.1:11434 was not running")
         return 1
     try:
         with open(os.path.join(state, "connections.log")) as f:
-            connections = f.read()
+            print("A test connected to Ollama's real address, 127.0.0.1:11434:\n" + f.read())
+            return 1
     except FileNotFoundError:
-        connections = ""
-    if connections:
-        print("A test connected to Ollama's real address, 127.0.0.1:11434:\n" + connections)
-        return 1
-    print("No test connected to 127.0.0.1:11434")
-    return 0
+        print("No test connected to 127.0.0.1:11434")
+        return 0
 
 
 if __name__ == "__main__":

@@ -84,7 +84,6 @@ void StandInServer::onReadyRead(QTcpSocket *socket)
     request.body = buffer.mid(headerEnd + 4, length);
     buffer.clear();
     m_requests.append(request);
-    Q_EMIT requestReceived();
 
     const auto route = m_routes.constFind(request.method + ' ' + request.path);
     const Reply reply = route != m_routes.constEnd() ? (*route)(request) : Reply {404, "{}"};

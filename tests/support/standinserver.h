@@ -47,9 +47,6 @@ public:
     [[nodiscard]] QList<Request> requestsTo(const QByteArray &path) const;
     void clearRequests() { m_requests.clear(); }
 
-Q_SIGNALS:
-    void requestReceived();
-
 private:
     void onNewConnection();
     void onReadyRead(QTcpSocket *socket);
