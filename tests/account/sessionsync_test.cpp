@@ -57,7 +57,7 @@ TEST_F(SessionSyncTest, RestoredSessionStartsTheSyncOnceAtLaunch)
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
     m_sessionSync->restore();
     EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
-    QTRY_COMPARE(uploads(), 1);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return uploads() == 1; }, 5000));
     m_sessionSync->restore();
     QTest::qWait(200);
     EXPECT_EQ(uploads(), 1);
@@ -114,7 +114,8 @@ TEST_F(SessionSyncTest, SyncLinkSignedOutOnlyAsksSyncNowAndSignedInStartsThePeri
 {
     start();
     m_router->handleURL(u"tamlo://sync"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(logMessages().contains(u"⚠️ Sync skipped: not signed in to Tamlo"_s), 2000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return logMessages().contains(u"⚠️ Sync skipped: not signed in to Tamlo"_s); }, 2000));
     EXPECT_FALSE(m_sync->isPeriodicSyncRunning());
     EXPECT_TRUE(m_backend.requests().isEmpty());
 
@@ -128,7 +129,7 @@ TEST_F(SessionSyncTest, SyncLinkSignedOutOnlyAsksSyncNowAndSignedInStartsThePeri
     QTest::qWait(int(UrlRouter::syncDelay.count()) / 2);
     EXPECT_TRUE(m_sync->isPeriodicSyncRunning());
     EXPECT_EQ(uploads(), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(uploads(), 1, 3000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return uploads() == 1; }, 3000));
     EXPECT_GE(elapsed.elapsed(), UrlRouter::syncDelay.count());
     m_sync->stopPeriodicSync();
 }
