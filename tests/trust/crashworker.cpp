@@ -1,10 +1,9 @@
-// Works the real stores the way a day of use does (records added, notes attached, days finalised)
-// as fast as it can, and prints a line for each step only once that step has returned, so every
-// printed line is a promise that the step is on disk. The kill test stops it at random moments.
+// Works the real stores as a day of use does (records added, notes attached, days finalised) as fast as
+// it can, and prints a line for each step once it has returned, so every line promises that the step is
+// on disk: "ADD <id> <day>", "NOTE <id> <text>", "REPORT <day>", "DELETE <day>". The kill test stops it
+// at random moments; it carries on from what the files hold.
 //
 //   trust_crashworker <data folder>
-//
-// Lines: "ADD <id> <day>", "NOTE <id> <text>", "REPORT <day>", "DELETE <day>".
 
 #include "core/activitysnapshotstore.h"
 #include "core/logmanager.h"
@@ -22,18 +21,10 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int recordsPerDay = 12;
-
 void acknowledge(const QString &line)
 {
-    const QByteArray bytes = line.toUtf8() + '\n';
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+    std::printf("%s\n", line.toUtf8().constData());
     std::fflush(stdout);
-}
-
-QDate dayOf(const ActivitySnapshot &snapshot)
-{
-    return snapshot.timestamp.toLocalTime().date();
 }
 
 void finalise(ActivitySnapshotStore &store, const QDate &day)
@@ -42,28 +33,25 @@ void finalise(ActivitySnapshotStore &store, const QDate &day)
     acknowledge(u"DELETE "_s + TamloDataPaths::dateLabel(day.startOfDay()));
 }
 
-// One step, chosen from what the files hold, so a restarted worker carries on where the last stopped.
 void step(ActivitySnapshotStore &store, DailyReportStore &reports)
 {
     const QList<ActivitySnapshot> records = store.fetchAll();
     const QList<DailyReport> done = reports.reports();
     const QDate day = done.isEmpty() ? QDate(2026, 1, 5) : QDate::fromString(done.last().date, Qt::ISODate).addDays(1);
     // A finalisation cut short between the report and the removal of its records.
-    if (!records.isEmpty() && dayOf(records.first()) < day) {
-        return finalise(store, dayOf(records.first()));
+    if (!records.isEmpty() && records.first().timestamp.toLocalTime().date() < day) {
+        return finalise(store, records.first().timestamp.toLocalTime().date());
     }
     const QString label = TamloDataPaths::dateLabel(day.startOfDay());
     QStringList ids;
     for (const ActivitySnapshot &record : records) {
         ids.append(record.id.toString(QUuid::WithoutBraces).toUpper());
     }
-
-    if (ids.size() >= recordsPerDay) {
-        DailyReport report;
-        report.date = label;
-        report.totalActiveSeconds = qint64(ids.size()) * 30;
-        report.summary = ids.join(u' ');
-        report.generatedAt = day.addDays(1).startOfDay();
+    if (ids.size() >= 12) {
+        const DailyReport report {.date = label,
+            .totalActiveSeconds = qint64(ids.size()) * 30,
+            .summary = ids.join(u' '),
+            .generatedAt = day.addDays(1).startOfDay()};
         if (reports.upsert(report)) {
             acknowledge(u"REPORT "_s + label);
             finalise(store, day);
@@ -71,13 +59,12 @@ void step(ActivitySnapshotStore &store, DailyReportStore &reports)
         return;
     }
 
-    ActivitySnapshot snapshot;
-    snapshot.id = QUuid::createUuid();
-    snapshot.timestamp = day.startOfDay().addSecs(9 * 3600 + qint64(ids.size()) * 30);
-    snapshot.aiCategory = u"Coding"_s;
-    snapshot.projectName = u"Website"_s;
-    snapshot.activityDescription = u"Editing checkout.css in the editor."_s;
-    snapshot.imageHash = QString::number(ids.size());
+    const ActivitySnapshot snapshot {.id = QUuid::createUuid(),
+        .timestamp = day.startOfDay().addSecs(9 * 3600 + qint64(ids.size()) * 30),
+        .aiCategory = u"Coding"_s,
+        .imageHash = QString::number(ids.size()),
+        .projectName = u"Website"_s,
+        .activityDescription = u"Editing checkout.css in the editor."_s};
     store.add(snapshot);
     const QString id = snapshot.id.toString(QUuid::WithoutBraces).toUpper();
     acknowledge(u"ADD "_s + id + u' ' + label);
@@ -92,11 +79,7 @@ void step(ActivitySnapshotStore &store, DailyReportStore &reports)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: trust_crashworker <data folder>\n");
-        return 2;
-    }
-    const QDir dir(QString::fromLocal8Bit(argv[1]));
+    const QDir dir(QString::fromLocal8Bit(argc > 1 ? argv[1] : "."));
     FakeClock clock(QDateTime(QDate(2026, 6, 1), QTime(12, 0)));
     LogManager logManager(&clock);
     Settings settings(dir.filePath(u"Tamlo.conf"_s));
