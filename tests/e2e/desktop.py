@@ -1,11 +1,7 @@
-"""The desktop of the end-to-end scenarios, every part a real process: Xvfb on a free display, a
-private dbus-daemon (session and system bus at once), a stand-in Ollama on 127.0.0.1:11434 that keeps
-what it is sent, tamlo-server on a free port named by the convexURL setting, and a home of its own.
-As root the run first moves into a network of its own, where no real Ollama can answer.
-
-A scenario subclasses Desktop, writes scenario() and calls main(). Exit status: 0 passed, 1 failed,
-77 skipped (port 11434 taken and no network of our own).
-"""
+"""The desktop of the end-to-end scenarios, every part a real process: Xvfb, a private dbus-daemon (session
+and system bus at once), a stand-in Ollama on 127.0.0.1:11434 that keeps what it is sent, tamlo-server on a
+free port, a home of its own. As root the run first moves into a network of its own, where no real Ollama
+answers. A scenario subclasses Desktop, writes scenario() and calls main(): 0 passed, 1 failed, 77 skipped."""
 
 import argparse
 import base64
@@ -71,8 +67,9 @@ def isolate_network():
         os.execvp(command[0], command)
 
 
-# The stand-in Ollama: two models, and chat replies in Ollama's shapes; every request kept.
 class StandInOllama(http.server.ThreadingHTTPServer):
+    """Two models, and chat replies in Ollama's shapes; every request kept."""
+
     def __init__(self):
         super().__init__(OLLAMA_ADDRESS, OllamaHandler)
         self.lock, self.requests = threading.Lock(), []
@@ -142,9 +139,9 @@ def xwd_to_png(xwd, png_path):
                   + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
 
 
-def end_with_parent():
-    # Should this script be killed outright, its children go with it (1: PR_SET_PDEATHSIG).
-    ctypes.CDLL(None).prctl(1, signal.SIGKILL)
+def first_line(stream, timeout):
+    ready, _, _ = select.select([stream], [], [], timeout)
+    return (os.read(stream, 64) if isinstance(stream, int) else stream.readline()).decode().strip() if ready else ""
 
 
 class Desktop:
@@ -165,16 +162,21 @@ class Desktop:
         print("[%5.1f s] %s" % (time.monotonic() - self.started, message), flush=True)
 
     def start(self, name, command, **kwargs):
+        # Should this script be killed outright, its children go with it (1: PR_SET_PDEATHSIG).
         with open(os.path.join(self.work, name + ".log"), "wb") as log:
             self.logs.append(log.name)
             process = subprocess.Popen(command, env=kwargs.pop("env", self.env), stdout=kwargs.pop("stdout", log),
-                                       stderr=subprocess.STDOUT, preexec_fn=end_with_parent, **kwargs)
+                                       stderr=subprocess.STDOUT, **kwargs,
+                                       preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGKILL))
         self.processes.append(process)
         return process
 
+    def run(self, *command, env=None, text=True, timeout=60, **kwargs):
+        return subprocess.run(command, env=env or self.env, capture_output=True, text=text, timeout=timeout, **kwargs)
+
     def log_text(self, name):
-        with open(os.path.join(self.work, name + ".log"), "rb") as f:
-            return f.read().decode(errors="replace")
+        with open(os.path.join(self.work, name + ".log"), errors="replace") as f:
+            return f.read()
 
     def set_up(self):
         self.ollama = StandInOllama()
@@ -196,22 +198,18 @@ class Desktop:
             f.write('#!/bin/sh\necho "$1" >> "%s/opened-urls"\n' % self.work)
         self.env = env
 
-        # Xvfb picks a display nobody holds and names it once it accepts connections, so a test beside
-        # this one never talks to a display about to go. The read end stays open for the whole run: a
-        # server that writes to it again and finds it closed ends itself.
+        # Xvfb names a display nobody holds once it accepts connections, so a test beside this one never
+        # talks to a display about to go. The read end stays open: a server that finds it closed ends.
         self.display_pipe, write_end = os.pipe()
         xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1280x800x24",
                                    "-nolisten", "tcp"], pass_fds=(write_end,))
         os.close(write_end)
-        ready, _, _ = select.select([self.display_pipe], [], [], 20)
-        display = os.read(self.display_pipe, 64).decode().strip() if ready else ""
+        display = first_line(self.display_pipe, 20)
         check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
         env["DISPLAY"] = ":" + display
         bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"], stdout=subprocess.PIPE)
-        ready, _, _ = select.select([bus.stdout], [], [], 20)
-        address = bus.stdout.readline().decode().strip() if ready else ""
-        check(address, "dbus-daemon gave no address")
-        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = address
+        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = first_line(bus.stdout, 20)
+        check(env["DBUS_SESSION_BUS_ADDRESS"], "dbus-daemon gave no address")
 
     def configure(self, **settings):
         path = self.home + "/.config/Tamlo/Tamlo.conf"
@@ -230,8 +228,7 @@ class Desktop:
         self.configure(convexURL=self.server_url)
 
     def server_cli(self, *arguments):
-        result = subprocess.run([self.args.server, "--data", self.server_data, *arguments],
-                                capture_output=True, text=True, env=self.env, timeout=30)
+        result = self.run(self.args.server, "--data", self.server_data, *arguments)
         check(result.returncode == 0, "tamlo-server %s failed: %s" % (arguments[0], result.stderr))
         return result.stdout
 
@@ -247,38 +244,40 @@ class Desktop:
         found = next((d for d in exported.get("days", []) if d.get("date") == day), None)
         return found and exported.get("devices") and {"day": found, "device": exported["devices"][0]}
 
-    def tamlo(self, *arguments):
-        return [self.args.tamlo, *arguments], dict(self.env, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+    def tamlo_env(self):
+        return dict(self.env, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
 
     def start_tamlo(self):
-        command, env = self.tamlo()
-        self.app = self.start("tamlo", command, env=env)
+        self.app = self.start("tamlo", [self.args.tamlo], env=self.tamlo_env())
 
     def open_url(self, url):
-        command, env = self.tamlo(url)
-        result = subprocess.run(command, env=env, capture_output=True, text=True, timeout=60)
+        """Tamlo started again, as the desktop does for a link or the launcher: it hands on to the one running."""
+        result = self.run(self.args.tamlo, *[url] if url else [], env=self.tamlo_env())
         check(result.returncode == 0, "tamlo %s exited %d: %s" % (url[:16], result.returncode, result.stderr))
 
     def still_running(self):
         check(self.app.poll() is None, "tamlo ended early with status %s" % self.app.returncode)
 
-    def snapshots(self):
+    def snapshots(self, description=None):
         try:
             with open(self.home + "/.local/share/Tamlo/snapshots.json") as f:
-                return json.load(f)
+                return [s for s in json.load(f) if description in (None, s.get("activityDescription"))]
         except (OSError, ValueError):
             return []
 
+    def on_panel(self, name, timeout):
+        return wait_for("%r on the panel" % name, lambda: name in self.panel_names() and self.panel_names(), timeout)
+
     def a11y(self, dest, path, method, *args, bus=None):
-        result = subprocess.run(["dbus-send", "--bus=" + (bus or self.a11y_bus), "--print-reply", "--dest=" + dest,
-                                 path, method, *args], capture_output=True, text=True, env=self.env, timeout=15)
+        result = self.run("dbus-send", "--bus=" + (bus or self.a11y_bus), "--print-reply", "--dest=" + dest, path,
+                          method, *args)
         return result.stdout if result.returncode == 0 else ""
 
     def panel_names(self):
         """The names of what Tamlo's windows show now, read as assistive technology reads them."""
         if not self.a11y_bus:
-            reply = self.a11y("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress", bus=self.env[
-                "DBUS_SESSION_BUS_ADDRESS"])
+            reply = self.a11y("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress",
+                              bus=self.env["DBUS_SESSION_BUS_ADDRESS"])
             self.a11y_bus = (re.findall(r'string "(.*)"', reply) or [None])[0]
             if not self.a11y_bus:
                 return set()
@@ -298,14 +297,13 @@ class Desktop:
         return names - {""}
 
     def screenshot(self, name):
-        dump = subprocess.run(["xwd", "-root", "-silent"], capture_output=True, env=self.env, timeout=30)
-        check(dump.returncode == 0, "xwd failed: " + dump.stderr.decode(errors="replace"))
+        dump = self.run("xwd", "-root", "-silent", text=False)
+        check(dump.returncode == 0, "xwd failed: %r" % dump.stderr)
         os.makedirs(self.args.out, exist_ok=True)
         xwd_to_png(dump.stdout, os.path.join(self.args.out, name + ".png"))
 
     def click(self, window, x, y):
-        subprocess.run(["xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1"], env=self.env,
-                       check=True)
+        self.run("xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1", check=True)
 
     def tear_down(self, failed):
         for process in reversed(self.processes):
@@ -320,28 +318,24 @@ class Desktop:
             self.ollama.shutdown()
         # What the bus started on its own (the accessibility bus and its registry) carries our marker too;
         # it ends by itself once the bus has gone, or is made to.
-        deadline = time.monotonic() + 3
-        while (marked := self.marked_processes()) and time.monotonic() < deadline:
-            time.sleep(0.1)
-        for pid in marked:
+        with contextlib.suppress(Failure):
+            wait_for("the bus's own processes to end", lambda: not self.marked_processes(), 3, interval=0.1)
+        for pid in self.marked_processes():
             with contextlib.suppress(OSError):
                 os.kill(pid, signal.SIGKILL)
         if failed:
-            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(), self.snapshots()))
+            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(),
+                                                             self.snapshots()))
             for path in self.logs:
-                with open(path, "rb") as f:
-                    print("----- %s -----\n%s" % (path, f.read().decode(errors="replace")[-6000:]), flush=True)
+                print("----- %s -----\n%s" % (path, self.log_text(os.path.basename(path)[:-4])[-6000:]), flush=True)
         shutil.rmtree(self.work, ignore_errors=True)
 
     def marked_processes(self):
         needle, found = ("%s=%s" % (RUN_MARKER, self.marker)).encode(), []
-        for entry in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                with open("/proc/%s/environ" % entry, "rb") as f:
-                    if needle in f.read().split(b"\0") and int(entry) != os.getpid():
-                        found.append(int(entry))
-            except OSError:
-                pass
+        for pid in filter(str.isdigit, os.listdir("/proc")):
+            with contextlib.suppress(OSError), open("/proc/%s/environ" % pid, "rb") as f:
+                if needle in f.read().split(b"\0") and int(pid) != os.getpid():
+                    found.append(int(pid))
         return found
 
 

@@ -3,12 +3,12 @@
 sign-in goes through the server's pages, the day is uploaded and tamlo://sync uploads again, and an
 account deleted on the server signs Tamlo out."""
 
+import contextlib
 import html
 import os
 import plistlib
 import re
 import stat
-import subprocess
 import sys
 import time
 import urllib.parse
@@ -35,23 +35,19 @@ class FirstRun(desktop.Desktop):
         return link
 
     def lock_screen(self, locked):
-        subprocess.run(["dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
-                        "org.freedesktop.ScreenSaver.ActiveChanged", "boolean:" + str(locked).lower()],
-                       env=self.env, check=True)
+        self.run("dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
+                 "org.freedesktop.ScreenSaver.ActiveChanged", "boolean:" + str(locked).lower(), check=True)
 
     def stored_session(self, path):
         # The file is made empty and owner-only first, then written whole: only a property list counts.
-        try:
-            with open(path, "rb") as f:
-                data = f.read()
+        with contextlib.suppress(OSError, ValueError), open(path, "rb") as f:
+            data = f.read()
             return data.startswith(b"bplist00") and plistlib.loads(data).get("sessionToken")
-        except (OSError, ValueError):
-            return None
 
     def scenario(self):
         self.start_tamlo()
         # Signed out, the panel asks for the sign-in, and monitoring records all the same.
-        wait_for("the sign-in screen", lambda: "Log in" in self.panel_names(), 60)
+        self.on_panel("Log in", 60)
         first = wait_for("an analysed snapshot", lambda: [s for s in self.snapshots() if s.get("imageHash")], 60)[0]
         sent = (self.ollama.analyses() or [{}])[0]
         check(first["imageHash"].lower() == sent.get("imageHash"),
@@ -62,10 +58,9 @@ class FirstRun(desktop.Desktop):
         self.screenshot("e2e-1-sign-in")
 
         # A locked screen: the next tick records the marker and sends no image.
-        images_before, records_before = len(self.ollama.analyses()), len(self.snapshots())
+        images_before = len(self.ollama.analyses())
         self.lock_screen(True)
-        locked = wait_for("a Screen Locked record", lambda: [s for s in self.snapshots()[records_before:]
-                                                             if s.get("activityDescription") == "Screen Locked"], 45)[0]
+        locked = wait_for("a Screen Locked record", lambda: self.snapshots("Screen Locked"), 45)[0]
         check(len(self.ollama.analyses()) == images_before, "an image was sent while the screen was locked")
         check(not locked.get("imageHash"), "the locked record has an image hash")
         self.lock_screen(False)
@@ -77,7 +72,7 @@ class FirstRun(desktop.Desktop):
         mode = stat.S_IMODE(os.stat(credentials).st_mode)
         check(mode == 0o600, "credentials.plist mode %o" % mode)
         # A new user's main screen opens on the first-launch setup.
-        wait_for("the main screen's first-launch setup", lambda: "Finish Setup" in self.panel_names(), 15)
+        self.on_panel("Finish Setup", 15)
 
         today = time.strftime("%Y-%m-%d")
         exported = wait_for("today's upload on the server", lambda: self.uploaded_day(today), 20)
@@ -105,7 +100,7 @@ class FirstRun(desktop.Desktop):
         self.server_cli("user", "delete", EMAIL)
         self.open_url("tamlo://sync")
         wait_for("the session to be forgotten", lambda: not os.path.exists(credentials), 20)
-        wait_for("the sign-in screen again", lambda: "Log in" in self.panel_names(), 20)
+        self.on_panel("Log in", 20)
         self.still_running()
 
 

@@ -68,10 +68,13 @@ protected:
         ASSERT_TRUE(QTest::qWaitFor([this] { return monitor->captureCount() == 1; }, 10000));
     }
 
-    [[nodiscard]] bool logged(const QString &prefix) const
+    // Whether the event log holds a message that starts so; the log itself when it does not.
+    [[nodiscard]] ::testing::AssertionResult logged(const QString &prefix) const
     {
         const QStringList all = messages();
-        return std::any_of(all.cbegin(), all.cend(), [&prefix](const QString &m) { return m.startsWith(prefix); });
+        const bool found
+            = std::any_of(all.cbegin(), all.cend(), [&](const QString &m) { return m.startsWith(prefix); });
+        return ::testing::AssertionResult(found) << all.join(u'\n').toStdString();
     }
 
     // The records in snapshots.json as any reader sees them; -1 when the file is not whole.
@@ -122,10 +125,8 @@ TEST_P(ModelFaultsTest, AFailureCostsItsTickAndNeverTheDay)
     const QString error = monitor->lastError();
     EXPECT_TRUE(error.startsWith(u"AI analysis failed: "_s) && error.size() > 20) << error.toStdString();
     EXPECT_TRUE(error.endsWith(QString::fromUtf8(GetParam().error))) << error.toStdString();
-    EXPECT_TRUE(logged(u"⚠️ AI analysis failed: "_s)) << messages().join(u'\n').toStdString();
-    EXPECT_EQ(snapshotStore->count(), 1);
-    EXPECT_EQ(recordsOnDisk(), 1);
-    EXPECT_EQ(monitor->captureCount(), 1);
+    EXPECT_TRUE(logged(u"⚠️ AI analysis failed: "_s));
+    EXPECT_EQ(std::tuple(snapshotStore->count(), recordsOnDisk(), monitor->captureCount()), std::tuple(1, 1, 1));
 
     analysis = goodAnalysis;
     tick();
@@ -199,12 +200,9 @@ TEST_P(BackendFaultsTest, AFailedUploadKeepsEverythingAndSaysWhy)
     EXPECT_TRUE(expected.isEmpty() ? !error.isEmpty() : error == expected) << error.toStdString();
     // No HTTP answer at all is an error of the transfer; an answer that refuses is a failed sync.
     const bool noAnswer = GetParam().reply.drop || GetParam().reply.silent;
-    EXPECT_TRUE(logged((noAnswer ? u"❌ Activity sync error: "_s : u"❌ Activity sync failed: "_s) + error))
-        << messages().join(u'\n').toStdString();
+    EXPECT_TRUE(logged((noAnswer ? u"❌ Activity sync error: "_s : u"❌ Activity sync failed: "_s) + error));
     EXPECT_FALSE(sync.isSyncing() || sync.lastSyncDate().has_value());
-    EXPECT_EQ(snapshotStore->count(), 2);
-    EXPECT_EQ(recordsOnDisk(), 2);
-    EXPECT_TRUE(auth.isAuthenticated());
+    EXPECT_EQ(std::tuple(snapshotStore->count(), recordsOnDisk(), auth.isAuthenticated()), std::tuple(2, 2, true));
 
     backend.on("POST", "/activity/sync", {200, R"({"ok":true})"});
     QCoro::waitFor(sync.syncNow());
@@ -327,15 +325,14 @@ TEST_P(DiskFaultsTest, NothingIsLostWhileTheDiskRefusesWrites)
     tick();
     tick();
     tick();
-    EXPECT_EQ(snapshotStore->count(), 5);
-    EXPECT_EQ(monitor->captureCount(), 5);
-    EXPECT_EQ(recordsOnDisk(), 2) << "the previous file must stay whole";
-    EXPECT_TRUE(logged(u"❌ Failed to save snapshots: "_s)) << messages().join(u'\n').toStdString();
+    EXPECT_EQ(std::tuple(snapshotStore->count(), monitor->captureCount(), recordsOnDisk()), std::tuple(5, 5, 2))
+        << "the previous file must stay whole";
+    EXPECT_TRUE(logged(u"❌ Failed to save snapshots: "_s));
     EXPECT_TRUE(monitor->lastError().isEmpty()) << "a failed write is the store's to report, not the tick's";
 
     clock.set(QDateTime(QDate(2026, 3, 10), QTime(0, 1)));
     QCoro::waitFor(monitor->checkDailyReset());
-    EXPECT_TRUE(logged(u"❌ Failed to save daily reports: "_s)) << messages().join(u'\n').toStdString();
+    EXPECT_TRUE(logged(u"❌ Failed to save daily reports: "_s));
     EXPECT_TRUE(monitor->isMonitoring());
 
     refuseWrites(false);
