@@ -69,8 +69,7 @@ class FirstRun(desktop.Desktop):
         self.open_url(self.sign_up_in_browser())
         credentials = self.home + "/.local/share/mirevon.Tamlo/credentials.plist"
         wait_for("the session in credentials.plist", lambda: self.stored_session(credentials), 15)
-        mode = stat.S_IMODE(os.stat(credentials).st_mode)
-        check(mode == 0o600, "credentials.plist mode %o" % mode)
+        check(stat.S_IMODE(os.stat(credentials).st_mode) == 0o600, "credentials.plist is not its owner's alone")
         # A new user's main screen opens on the first-launch setup.
         self.on_panel("Finish Setup", 15)
 

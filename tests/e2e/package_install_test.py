@@ -16,13 +16,11 @@ SERVER = ("127.0.0.1", 8787)
 LAYOUT = {
     "tamlo": {"/usr/bin/tamlo", "/usr/share/applications/tamlo.desktop", "/usr/share/man/man1/tamlo.1.gz",
               "/usr/share/metainfo/com.mirevon.Tamlo.metainfo.xml", "/usr/share/icons/hicolor/scalable/apps/tamlo.svg"}
-    | {"/usr/share/icons/hicolor/%dx%d/apps/tamlo.png" % (s, s) for s in (16, 22, 24, 32, 48, 64, 128, 256, 512)}
-    | {"/usr/share/doc/tamlo/copyright", "/usr/share/doc/tamlo/changelog.gz"},
+    | {"/usr/share/icons/hicolor/%dx%d/apps/tamlo.png" % (s, s) for s in (16, 22, 24, 32, 48, 64, 128, 256, 512)},
     "tamlo-server": {"/usr/bin/tamlo-server", "/lib/systemd/system/tamlo-server.service",
                      "/usr/lib/systemd/user/tamlo-server.service", "/usr/lib/sysusers.d/tamlo-server.conf",
                      "/usr/lib/tmpfiles.d/tamlo-server.conf", "/usr/share/man/man1/tamlo-server.1.gz",
-                     "/usr/share/doc/tamlo-server/server.md"}
-    | {"/usr/share/doc/tamlo-server/copyright", "/usr/share/doc/tamlo-server/changelog.gz"},
+                     "/usr/share/doc/tamlo-server/server.md"},
 }
 STATE = "/var/lib/tamlo-server"
 
@@ -59,6 +57,7 @@ class PackageInstall(desktop.Desktop):
         self.dpkg("--force-depends", "-i", *glob.glob(debs + "/*.deb"))
         for package, expected in LAYOUT.items():
             files = {p for p in self.dpkg("-L", package).splitlines() if os.path.isfile(self.root + p)}
+            expected |= {"/usr/share/doc/%s/%s" % (package, doc) for doc in ("copyright", "changelog.gz")}
             check(files == expected, "%s: extra %s, missing %s" % (package, files - expected, expected - files))
 
         # The system service's command, run as its user, keeps its database in its state folder.
@@ -106,10 +105,9 @@ class PackageInstall(desktop.Desktop):
         self.dpkg("-r", "tamlo")
         self.dpkg("-P", "tamlo-server")
         check(os.path.exists(self.home + "/.local/share/Tamlo/snapshots.json"), "removal took the user's records")
-        left = {os.path.relpath(os.path.join(d, f), self.root) for d, dirs, files in os.walk(self.root)
-                for f in dirs + files}
-        left = {p for p in left if p not in ("etc", "var", "var/lib", "var/lib/dpkg")
-                and not p.startswith(("var/lib/dpkg/", "etc/"))}
+        left = {p for d, dirs, files in os.walk(self.root) for f in dirs + files
+                if not (p := os.path.relpath(os.path.join(d, f), self.root)).startswith(("etc", "var/lib/dpkg"))
+                and p not in ("var", "var/lib")}
         check(left == {STATE[1:], STATE[1:] + "/tamlo-server.sqlite3"}, "left after purging: %s" % sorted(left))
 
 
