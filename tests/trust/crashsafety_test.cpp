@@ -29,16 +29,15 @@ constexpr int requiredKills = 200;
 std::optional<QHash<QString, QJsonObject>> readWhole(const QString &path, const QString &key)
 {
     QFile file(path);
-    QHash<QString, QJsonObject> objects;
-    if (!file.exists()) {
-        return objects;
-    }
-    QJsonParseError error;
-    const QJsonDocument document
-        = QJsonDocument::fromJson(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), &error);
+    QJsonParseError error {};
+    const QJsonDocument document = QJsonDocument::fromJson(!file.exists() ? "[]"
+            : file.open(QIODevice::ReadOnly)                              ? file.readAll()
+                                                                          : QByteArray(),
+        &error);
     if (error.error != QJsonParseError::NoError || !document.isArray()) {
         return std::nullopt;
     }
+    QHash<QString, QJsonObject> objects;
     for (const QJsonValue &value : document.array()) {
         objects.insert(value.toObject().value(key).toString(), value.toObject());
     }

@@ -15,9 +15,6 @@
 
 #include <QBuffer>
 #include <QDirIterator>
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QLoggingCategory>
 #include <QMutex>
 
@@ -25,7 +22,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 using namespace Qt::StringLiterals;
@@ -67,7 +63,6 @@ protected:
         ASSERT_TRUE(QTest::qWaitFor([this] { return monitor->captureCount() == 1; }, 10000));
     }
 
-    // Whether the event log holds a message that starts so; the log itself when it does not.
     [[nodiscard]] ::testing::AssertionResult logged(const QString &prefix) const
     {
         const QStringList all = messages();
@@ -106,16 +101,19 @@ std::string nameOf(const ::testing::TestParamInfo<Fault> &info)
     return info.param.name;
 }
 
-const StandInServer::Reply dies {200, {}, "application/json", 50, true};
 const StandInServer::Reply neverAnswers {200, {}, "application/json", 0, false, true};
 
-class ModelFaultsTest : public FaultFixture, public ::testing::WithParamInterface<Fault>
+class FaultsTest : public FaultFixture, public ::testing::WithParamInterface<Fault>
 {
+protected:
+    static constexpr BackendTimeouts timeouts {.verifyToken = 2s, .upload = 2s, .status = 2s, .sessionCheck = 2s};
+    StandInServer backend;
 };
+using ModelFaultsTest = FaultsTest;
+using BackendFaultsTest = FaultsTest;
 
-// However the model server fails, a tick records nothing and says why while monitoring goes on, the
-// next good answer clears the error, and at the day's close the report is written all the same
-// (a narrative composed from the figures) before the records leave the store.
+// However the model server fails, a tick records nothing and says why while monitoring goes on, the next
+// good answer clears the error, and the day's close writes its report all the same.
 TEST_P(ModelFaultsTest, AFailureCostsItsTickAndNeverTheDay)
 {
     startMonitor();
@@ -143,8 +141,8 @@ TEST_P(ModelFaultsTest, AFailureCostsItsTickAndNeverTheDay)
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, ModelFaultsTest,
-    ::testing::Values(Fault {"DiesMidRequest", dies}, Fault {"AnswersGarbage", {200, "<html>Bad Gateway</html>"}},
-        Fault {"AnswersNothing", {200, ""}},
+    ::testing::Values(Fault {"DiesMidRequest", {200, {}, "application/json", 50, true}},
+        Fault {"AnswersGarbage", {200, "<html>Bad Gateway</html>"}}, Fault {"AnswersNothing", {200, ""}},
         Fault {"AnswersProseForJson", {200, R"({"message":{"content":"I cannot tell what is on the screen."}})"}},
         Fault {"Answers5xx", {500, R"({"error":"out of memory"})"}}, Fault {"Answers5xxWithoutBody", {503, ""}},
         Fault {"NeverAnswers", neverAnswers, "The request timed out."}),
@@ -160,13 +158,6 @@ TEST_F(ModelFaultsTest, NoModelListIsAsNoServer)
         u"AI analysis failed: Ollama is not running. Start the Ollama service or run `ollama serve` in a terminal."_s);
     EXPECT_EQ(snapshotStore->count(), 0);
 }
-
-class BackendFaultsTest : public FaultFixture, public ::testing::WithParamInterface<Fault>
-{
-protected:
-    static constexpr BackendTimeouts timeouts {.verifyToken = 2s, .upload = 2s, .status = 2s, .sessionCheck = 2s};
-    StandInServer backend;
-};
 
 // A failed upload keeps every record, the session and the last good sync date, and says what
 // happened in lastError and the event log; the next run once the backend is back goes through.
@@ -246,8 +237,7 @@ TEST_F(BackendFaultsTest, OverlongTextsAndLabelsAreCutToWhatTheServerTakesSoTheD
     ASSERT_EQ(days.size(), 1);
     ASSERT_EQ(days[0].snapshots.size(), 2);
     const UploadedSnapshot analysed = days[0].snapshots[0];
-    // The model's description without control characters and cut after a whole word, the note as
-    // well, and the project the settings name, whose name the server takes.
+    // Control characters gone, texts cut after a whole word, the project the settings name kept.
     EXPECT_TRUE(analysed.activityDescription->startsWith(u"Reading the docs word word"_s));
     EXPECT_TRUE(analysed.activityDescription->endsWith(u" word…"_s));
     EXPECT_TRUE(analysed.userNote->endsWith(u"note note…"_s));
@@ -255,8 +245,7 @@ TEST_F(BackendFaultsTest, OverlongTextsAndLabelsAreCutToWhatTheServerTakesSoTheD
     EXPECT_EQ(days[0].snapshots[1].activityDescription, QString(TextLimits::maxTextLength - 1, u'd') + u'…');
 }
 
-// A small tmpfs of the test's own over the data folder, so that the disk can fill up or turn
-// read-only without touching anything else. Needs root.
+// A small tmpfs (mounted by root) over the data folder, to fill up or turn read-only.
 class DiskFaultsTest : public FaultFixture, public ::testing::WithParamInterface<bool>
 {
 protected:
@@ -352,10 +341,9 @@ void captureOutput(QtMsgType, const QMessageLogContext &context, const QString &
 
 using PrivacyTest = FaultFixture;
 
-// A day of capture, a sign-in and every way an upload can end leave nothing private behind: no
-// picture under the home or temporary folders, the session token in no output, no request body or
-// query and no file but credentials.plist; the folders of the records and the session are their
-// owner's alone whatever the umask.
+// A day of capture, a sign-in and every way an upload can end leave nothing private behind: no picture
+// under the home or temporary folders, the token in no output, request body or query, nor in a file but
+// credentials.plist; the folders of the records and the session are their owner's alone whatever the umask.
 TEST_F(PrivacyTest, NothingPrivateIsLeftBehind)
 {
     const QString token = u"tok-Secret-7f3a9c1e5b"_s;
