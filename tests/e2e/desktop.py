@@ -66,16 +66,15 @@ def isolate_network():
 
 
 class StandInOllama(http.server.ThreadingHTTPServer):
-    """Two models, and chat replies in Ollama's shapes; every request kept."""
+    """Two models, and chat replies in Ollama's shapes; every request kept (a list's append is atomic)."""
 
     def __init__(self):
         super().__init__(OLLAMA_ADDRESS, OllamaHandler)
-        self.lock, self.requests = threading.Lock(), []
+        self.requests = []
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
     def recorded(self):
-        with self.lock:
-            return list(self.requests)
+        return list(self.requests)
 
     def analyses(self):
         return [r for r in self.recorded() if r.get("imageHash")]
@@ -86,8 +85,7 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
         pass
 
     def reply(self, entry, body):
-        with self.server.lock:
-            self.server.requests.append(dict(entry, path=self.path))
+        self.server.requests.append(dict(entry, path=self.path))
         data = json.dumps(body).encode()
         self.send_response(200 if body else 404)
         self.send_header("Content-Type", "application/json")
@@ -114,13 +112,18 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
 
 
 def xwd_to_png(xwd, png_path):
-    """Converts the dump xwd gives of Xvfb's 24-bit screen (little-endian 32-bit pixels: blue, green, red, pad)."""
-    header_size, _, _, _, width, height, _, byte_order, _, _, _, bits, line_bytes = struct.unpack(">13I", xwd[:52])
-    check(bits == 32 and byte_order == 0, "xwd dump of a format unknown here")
-    pixels, rows = xwd[header_size + 12 * struct.unpack(">I", xwd[76:80])[0]:], []
+    """Converts xwd's 24/32-bit TrueColor dump (what Xvfb gives) to PNG."""
+    fields = struct.unpack(">25I", xwd[:100])
+    header_size, width, height, byte_order, bits, line_bytes = (fields[i] for i in (0, 4, 5, 7, 11, 12))
+    size = bits // 8
+    check(size in (3, 4) and fields[14:17] == (0xFF0000, 0xFF00, 0xFF), "xwd dump of a format unknown here")
+    pixels, rows = xwd[header_size + 12 * fields[19]:], []
+    # Little-endian pixels are blue, green, red(, pad) in memory; big-endian ones the reverse.
+    order = (2, 1, 0) if byte_order == 0 else (size - 3, size - 2, size - 1)
     for y in range(height):
-        line, rgb = pixels[y * line_bytes:y * line_bytes + width * 4], bytearray(width * 3)
-        rgb[0::3], rgb[1::3], rgb[2::3] = line[2::4], line[1::4], line[0::4]
+        line, rgb = pixels[y * line_bytes:y * line_bytes + width * size], bytearray(width * 3)
+        for colour, offset in enumerate(order):
+            rgb[colour::3] = line[offset::size]
         rows.append(b"\0" + bytes(rgb))
 
     def chunk(kind, data):
@@ -180,10 +183,9 @@ class Desktop:
                if not k.startswith(("XDG_", "DBUS_", "WAYLAND_")) and k not in ("DISPLAY", "XAUTHORITY")}
         for folder in ("home", "run", "tmp", "bin"):
             os.makedirs(os.path.join(self.work, folder), mode=0o700)
-        env.update({"HOME": self.home, "TMPDIR": os.path.join(self.work, "tmp"),
-                    "XDG_RUNTIME_DIR": os.path.join(self.work, "run"), "XDG_SESSION_TYPE": "x11",
-                    "XDG_DATA_HOME": self.home + "/.local/share", "XDG_CONFIG_HOME": self.home + "/.config",
-                    "XDG_CACHE_HOME": self.home + "/.cache", "PATH": self.work + "/bin:" + env.get("PATH", "/bin")})
+        env.update(HOME=self.home, TMPDIR=self.work + "/tmp", XDG_RUNTIME_DIR=self.work + "/run",
+                   XDG_SESSION_TYPE="x11", PATH=self.work + "/bin:" + env.get("PATH", "/bin"), QT_QPA_PLATFORM="xcb",
+                   QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
         os.symlink(shutil.which("true"), self.work + "/bin/xdg-open")  # no real browser ever opens
         self.env = env
 
@@ -210,12 +212,9 @@ class Desktop:
             f.write(header + "".join("%s=%s\n" % setting for setting in settings.items()))
 
     def start_server(self):
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            port = probe.getsockname()[1]
-        self.server_url = "http://127.0.0.1:%d" % port
-        self.start("server", [self.args.server, "--listen", "127.0.0.1:%d" % port, "--data", self.server_data])
-        wait_for("tamlo-server on port %d" % port, lambda: port_taken(("127.0.0.1", port)), 30)
+        self.start("server", [self.args.server, "--listen", "127.0.0.1:0", "--data", self.server_data])
+        self.server_url = wait_for("tamlo-server to listen", lambda: re.findall(
+            r"listening on [\d.:]+, public URL (\S+),", self.log_text("server")), 30)[0]
         self.configure(convexURL=self.server_url)
 
     def server_cli(self, *arguments):
@@ -235,15 +234,12 @@ class Desktop:
         found = next((d for d in exported.get("days", []) if d.get("date") == day), None)
         return found and exported.get("devices") and {"day": found, "device": exported["devices"][0]}
 
-    def tamlo_env(self):
-        return dict(self.env, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
-
     def start_tamlo(self):
-        self.app = self.start("tamlo", [self.args.tamlo], env=self.tamlo_env())
+        self.app = self.start("tamlo", [self.args.tamlo])
 
     def open_url(self, url):
         """Tamlo started again, as the desktop does for a link or the launcher: it hands on to the one running."""
-        result = self.run(self.args.tamlo, *[url] if url else [], env=self.tamlo_env())
+        result = self.run(self.args.tamlo, *[url] if url else [])
         check(result.returncode == 0, "tamlo %s exited %d: %s" % (url[:16], result.returncode, result.stderr))
 
     def still_running(self):
@@ -295,6 +291,7 @@ class Desktop:
 
     def click(self, window, x, y):
         self.run("xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1", check=True)
+        time.sleep(1)
 
     def tear_down(self, failed):
         for process in reversed(self.processes):
@@ -326,13 +323,12 @@ def main(run_class, options=("tamlo", "server", "out")):
     if port_taken(OLLAMA_ADDRESS) or (run_class.needs_own_network and not os.environ.get(ISOLATED)):
         print("SKIPPED: 127.0.0.1:11434 is taken (a real Ollama?) or this run has no network of its own, "
               "which only root gets", flush=True)
-        return 77
+        sys.exit(77)
     missing = [t for t in ("Xvfb", "dbus-daemon", "dbus-send", "xwd") + run_class.tools if not shutil.which(t)]
     # The panel is read over the accessibility bus, which the session bus starts on demand.
     missing += ["at-spi2-core"] * (not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"))
     if missing:
-        print("Missing %s: run scripts/install-deps.sh" % ", ".join(missing), flush=True)
-        return 1
+        sys.exit("Missing %s: run scripts/install-deps.sh" % ", ".join(missing))
     run, failed = run_class(args), True
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
@@ -344,4 +340,4 @@ def main(run_class, options=("tamlo", "server", "out")):
     finally:
         run.tear_down(failed)
     run.say("failed" if failed else "passed")
-    return int(failed)
+    sys.exit(int(failed))

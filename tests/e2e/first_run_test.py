@@ -9,7 +9,6 @@ import os
 import plistlib
 import re
 import stat
-import sys
 import time
 import urllib.parse
 import urllib.request
@@ -104,4 +103,4 @@ class FirstRun(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(FirstRun))
+    desktop.main(FirstRun)

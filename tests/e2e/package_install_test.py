@@ -6,7 +6,6 @@ own (the server on 127.0.0.1:8787); then removed and purged. Skipped unless root
 import glob
 import os
 import shlex
-import sys
 import time
 
 import desktop
@@ -112,4 +111,4 @@ class PackageInstall(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(PackageInstall, options=("build", "out")))
+    desktop.main(PackageInstall, options=("build", "out"))

@@ -2,7 +2,6 @@
 """Time away and unchanged screens with the real program: Xvfb's screen saver extension gives the
 input's idle time, the stand-in Ollama counts the pictures. The away threshold is one minute."""
 
-import sys
 
 import desktop
 from desktop import check, wait_for
@@ -46,4 +45,4 @@ class Presence(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(Presence, options=("tamlo",)))
+    desktop.main(Presence, options=("tamlo",))

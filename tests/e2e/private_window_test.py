@@ -4,7 +4,6 @@ windows: while a window of the class KeePassXC is on screen the Activity tab rec
 stand-in Ollama is sent nothing; once it closes, the ticks look again. Then a timed pause."""
 
 import os
-import sys
 import time
 
 import desktop
@@ -13,10 +12,6 @@ from desktop import check, wait_for
 
 class PrivateWindow(desktop.Desktop):
     tools = ("openbox", "xlogo", "xdotool", "xprop")
-
-    def click(self, window, x, y):
-        super().click(window, x, y)
-        time.sleep(1)
 
     def scenario(self):
         self.start("openbox", ["openbox", "--sm-disable"])
@@ -61,4 +56,4 @@ class PrivateWindow(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(PrivateWindow))
+    desktop.main(PrivateWindow)

@@ -9,7 +9,6 @@ import json
 import os
 import plistlib
 import re
-import sys
 import time
 import urllib.parse
 import urllib.request
@@ -94,4 +93,4 @@ class Tray(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(Tray))
+    desktop.main(Tray)
