@@ -158,7 +158,7 @@ class Desktop:
     def start(self, name, command, **kwargs):
         # Should this script be killed outright, its children go with it (1: PR_SET_PDEATHSIG).
         with open(os.path.join(self.work, name + ".log"), "wb") as log:
-            self.logs.append(log.name)
+            self.logs.append(name)
             process = subprocess.Popen(command, env=kwargs.pop("env", self.env), stdout=kwargs.pop("stdout", log),
                                        stderr=subprocess.STDOUT, **kwargs,
                                        preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGKILL))
@@ -295,13 +295,10 @@ class Desktop:
 
     def tear_down(self, failed):
         for process in reversed(self.processes):
-            if process.poll() is None:
-                process.terminate()
-        for process in reversed(self.processes):
-            try:
+            process.terminate()
+            with contextlib.suppress(subprocess.TimeoutExpired):
                 process.wait(timeout=5)
-            except subprocess.TimeoutExpired:
-                process.kill()
+            process.kill()
         if self.ollama:
             self.ollama.shutdown()
         with contextlib.suppress(AttributeError, OSError):
@@ -309,8 +306,8 @@ class Desktop:
         if failed:
             print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(),
                                                              self.snapshots()))
-            for path in self.logs:
-                print("----- %s -----\n%s" % (path, self.log_text(os.path.basename(path)[:-4])[-6000:]), flush=True)
+            for name in self.logs:
+                print("----- %s.log -----\n%s" % (name, self.log_text(name)[-6000:]), flush=True)
         shutil.rmtree(self.work, ignore_errors=True)
 
 

@@ -52,8 +52,8 @@ class FirstRun(desktop.Desktop):
         check(first["imageHash"].lower() == sent.get("imageHash"),
               "record's imageHash %r is not the SHA-256 of the PNG sent (%r)" % (first["imageHash"], sent))
         check(any(r["path"] == "/api/tags" for r in self.ollama.recorded()), "the model list was never asked for")
-        # The 1280-wide display, scaled down to the 1200 the model is sent.
-        check(sent.get("imageSize") == (1200, 750), "the model was sent a picture of %r" % (sent.get("imageSize"),))
+        check(sent.get("imageSize") == (1200, 750), "the 1280-wide screen reached the model as %r, not 1200 wide"
+              % (sent.get("imageSize"),))
         self.screenshot("e2e-1-sign-in")
 
         # A locked screen: the next tick records the marker and sends no image.
@@ -64,12 +64,10 @@ class FirstRun(desktop.Desktop):
         check(not locked.get("imageHash"), "the locked record has an image hash")
         self.lock_screen(False)
 
-        # The browser registers on the server, which hands back to Tamlo.
         self.open_url(self.sign_up_in_browser())
         credentials = self.home + "/.local/share/mirevon.Tamlo/credentials.plist"
         wait_for("the session in credentials.plist", lambda: self.stored_session(credentials), 15)
         check(stat.S_IMODE(os.stat(credentials).st_mode) == 0o600, "credentials.plist is not its owner's alone")
-        # A new user's main screen opens on the first-launch setup.
         self.on_panel("Finish Setup", 15)
 
         today = time.strftime("%Y-%m-%d")

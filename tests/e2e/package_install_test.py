@@ -85,8 +85,7 @@ class PackageInstall(desktop.Desktop):
         names = self.on_panel("Try again", 60)
         check("Log in" not in names, "the sign-in screen offers a page that cannot load")
         self.screenshot("package-1-start-server")
-        # The user unit as `systemctl --user enable --now tamlo-server` starts it, then Tamlo from the
-        # launcher again: the running one shows its panel and looks again.
+        # The user unit started as systemd would, then Tamlo from the launcher again: the running one looks again.
         self.start("server", self.unit_command("/usr/lib/systemd/user/tamlo-server.service"))
         wait_for("tamlo-server on %s:%d" % SERVER, lambda: desktop.port_taken(SERVER), 30)
         self.open_url("")

@@ -21,8 +21,7 @@ class Presence(desktop.Desktop):
             count = len(self.snapshots())
             return wait_for(what, lambda: self.snapshots()[count:] and self.snapshots()[count], 45)
 
-        # A still screen with recent input: the analysis stands in again. The panel may still be
-        # drawing at the first tick, so a second analysis may follow it.
+        # A still screen with recent input reuses the analysis (a second may follow a panel still drawing).
         wait_for("a reused record", lambda: len(labelled()) > sent(), 75)
         first, reused = labelled()[-2:]
         check(sent() <= 2 and reused["id"] != first["id"] and reused.get("activityDescription") == first.get(
