@@ -1,11 +1,7 @@
-"""The desktop of the end-to-end scenarios, every part a real process: Xvfb on a free display, a
-private dbus-daemon (session and system bus at once), a stand-in Ollama on 127.0.0.1:11434 that keeps
-what it is sent, tamlo-server on a free port named by the convexURL setting, and a home of its own.
-As root the run first moves into a network of its own, where no real Ollama can answer.
-
-A scenario subclasses Desktop, writes scenario() and calls main(). Exit status: 0 passed, 1 failed,
-77 skipped (port 11434 taken and no network of our own).
-"""
+"""The desktop of the end-to-end scenarios, every part a real process: Xvfb, a private dbus-daemon (session
+and system bus at once), a stand-in Ollama on 127.0.0.1:11434 that keeps what it is sent, tamlo-server on a
+free port, a home of its own. As root the run first moves into a network of its own, where no real Ollama
+answers. A scenario subclasses Desktop, writes scenario() and calls main(): 0 passed, 1 failed, 77 skipped."""
 
 import argparse
 import base64
@@ -30,8 +26,6 @@ import zlib
 
 OLLAMA_ADDRESS = ("127.0.0.1", 11434)
 EMAIL = "ada@example.org"
-# Every process a run starts carries this in its environment, so none is left behind.
-RUN_MARKER = "TAMLO_E2E_RUN"
 ISOLATED = "TAMLO_E2E_ISOLATED"
 
 
@@ -71,16 +65,16 @@ def isolate_network():
         os.execvp(command[0], command)
 
 
-# The stand-in Ollama: two models, and chat replies in Ollama's shapes; every request kept.
 class StandInOllama(http.server.ThreadingHTTPServer):
+    """Two models, and chat replies in Ollama's shapes; every request kept (a list's append is atomic)."""
+
     def __init__(self):
         super().__init__(OLLAMA_ADDRESS, OllamaHandler)
-        self.lock, self.requests = threading.Lock(), []
+        self.requests = []
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
     def recorded(self):
-        with self.lock:
-            return list(self.requests)
+        return list(self.requests)
 
     def analyses(self):
         return [r for r in self.recorded() if r.get("imageHash")]
@@ -91,8 +85,7 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
         pass
 
     def reply(self, entry, body):
-        with self.server.lock:
-            self.server.requests.append(dict(entry, path=self.path))
+        self.server.requests.append(dict(entry, path=self.path))
         data = json.dumps(body).encode()
         self.send_response(200 if body else 404)
         self.send_header("Content-Type", "application/json")
@@ -124,10 +117,9 @@ def xwd_to_png(xwd, png_path):
     header_size, width, height, byte_order, bits, line_bytes = (fields[i] for i in (0, 4, 5, 7, 11, 12))
     size = bits // 8
     check(size in (3, 4) and fields[14:17] == (0xFF0000, 0xFF00, 0xFF), "xwd dump of a format unknown here")
-    pixels = xwd[header_size + 12 * fields[19]:]
+    pixels, rows = xwd[header_size + 12 * fields[19]:], []
     # Little-endian pixels are blue, green, red(, pad) in memory; big-endian ones the reverse.
     order = (2, 1, 0) if byte_order == 0 else (size - 3, size - 2, size - 1)
-    rows = []
     for y in range(height):
         line, rgb = pixels[y * line_bytes:y * line_bytes + width * size], bytearray(width * 3)
         for colour, offset in enumerate(order):
@@ -142,9 +134,9 @@ def xwd_to_png(xwd, png_path):
                   + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
 
 
-def end_with_parent():
-    # Should this script be killed outright, its children go with it (1: PR_SET_PDEATHSIG).
-    ctypes.CDLL(None).prctl(1, signal.SIGKILL)
+def first_line(stream, timeout):
+    ready, _, _ = select.select([stream], [], [], timeout)
+    return (os.read(stream, 64) if isinstance(stream, int) else stream.readline()).decode().strip() if ready else ""
 
 
 class Desktop:
@@ -154,7 +146,6 @@ class Desktop:
     def __init__(self, args):
         self.args = args
         self.work = tempfile.mkdtemp(prefix="tamlo-e2e-")
-        self.marker = "%d-%d" % (os.getpid(), time.time_ns())
         self.processes, self.logs = [], []
         self.ollama = self.env = self.app = self.a11y_bus = None
         self.home = os.path.join(self.work, "home")
@@ -165,16 +156,21 @@ class Desktop:
         print("[%5.1f s] %s" % (time.monotonic() - self.started, message), flush=True)
 
     def start(self, name, command, **kwargs):
+        # Should this script be killed outright, its children go with it (1: PR_SET_PDEATHSIG).
         with open(os.path.join(self.work, name + ".log"), "wb") as log:
-            self.logs.append(log.name)
+            self.logs.append(name)
             process = subprocess.Popen(command, env=kwargs.pop("env", self.env), stdout=kwargs.pop("stdout", log),
-                                       stderr=subprocess.STDOUT, preexec_fn=end_with_parent, **kwargs)
+                                       stderr=subprocess.STDOUT, **kwargs,
+                                       preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGKILL))
         self.processes.append(process)
         return process
 
+    def run(self, *command, env=None, text=True, timeout=60, **kwargs):
+        return subprocess.run(command, env=env or self.env, capture_output=True, text=text, timeout=timeout, **kwargs)
+
     def log_text(self, name):
-        with open(os.path.join(self.work, name + ".log"), "rb") as f:
-            return f.read().decode(errors="replace")
+        with open(os.path.join(self.work, name + ".log"), errors="replace") as f:
+            return f.read()
 
     def set_up(self):
         self.ollama = StandInOllama()
@@ -187,31 +183,26 @@ class Desktop:
                if not k.startswith(("XDG_", "DBUS_", "WAYLAND_")) and k not in ("DISPLAY", "XAUTHORITY")}
         for folder in ("home", "run", "tmp", "bin"):
             os.makedirs(os.path.join(self.work, folder), mode=0o700)
-        env.update({RUN_MARKER: self.marker, "HOME": self.home, "TMPDIR": os.path.join(self.work, "tmp"),
-                    "XDG_RUNTIME_DIR": os.path.join(self.work, "run"), "XDG_SESSION_TYPE": "x11",
-                    "XDG_DATA_HOME": self.home + "/.local/share", "XDG_CONFIG_HOME": self.home + "/.config",
-                    "XDG_CACHE_HOME": self.home + "/.cache", "PATH": self.work + "/bin:" + env.get("PATH", "/bin")})
-        # Whatever Tamlo hands to the browser is only written down: no real browser ever opens.
-        with open(os.open(self.work + "/bin/xdg-open", os.O_WRONLY | os.O_CREAT, 0o755), "w") as f:
-            f.write('#!/bin/sh\necho "$1" >> "%s/opened-urls"\n' % self.work)
+        env.update(HOME=self.home, TMPDIR=self.work + "/tmp", XDG_RUNTIME_DIR=self.work + "/run",
+                   XDG_SESSION_TYPE="x11", PATH=self.work + "/bin:" + env.get("PATH", "/bin"), QT_QPA_PLATFORM="xcb",
+                   QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+        os.symlink(shutil.which("true"), self.work + "/bin/xdg-open")  # no real browser ever opens
         self.env = env
 
-        # Xvfb picks a display nobody holds and names it once it accepts connections, so a test beside
-        # this one never talks to a display about to go. The read end stays open for the whole run: a
-        # server that writes to it again and finds it closed ends itself.
+        # Xvfb names a display nobody holds once it accepts connections, so a test beside this one never
+        # talks to a display about to go. The read end stays open: a server that finds it closed ends.
         self.display_pipe, write_end = os.pipe()
         xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1280x800x24",
                                    "-nolisten", "tcp"], pass_fds=(write_end,))
         os.close(write_end)
-        ready, _, _ = select.select([self.display_pipe], [], [], 20)
-        display = os.read(self.display_pipe, 64).decode().strip() if ready else ""
+        display = first_line(self.display_pipe, 20)
         check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
         env["DISPLAY"] = ":" + display
-        bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"], stdout=subprocess.PIPE)
-        ready, _, _ = select.select([bus.stdout], [], [], 20)
-        address = bus.stdout.readline().decode().strip() if ready else ""
-        check(address, "dbus-daemon gave no address")
-        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = address
+        # A group of its own, with what it starts on demand (the accessibility bus and its registry).
+        self.bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"],
+                              stdout=subprocess.PIPE, process_group=0)
+        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = first_line(self.bus.stdout, 20)
+        check(env["DBUS_SESSION_BUS_ADDRESS"], "dbus-daemon gave no address")
 
     def configure(self, **settings):
         path = self.home + "/.config/Tamlo/Tamlo.conf"
@@ -221,17 +212,13 @@ class Desktop:
             f.write(header + "".join("%s=%s\n" % setting for setting in settings.items()))
 
     def start_server(self):
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            port = probe.getsockname()[1]
-        self.server_url = "http://127.0.0.1:%d" % port
-        self.start("server", [self.args.server, "--listen", "127.0.0.1:%d" % port, "--data", self.server_data])
-        wait_for("tamlo-server on port %d" % port, lambda: port_taken(("127.0.0.1", port)), 30)
+        self.start("server", [self.args.server, "--listen", "127.0.0.1:0", "--data", self.server_data])
+        self.server_url = wait_for("tamlo-server to listen", lambda: re.findall(
+            r"listening on [\d.:]+, public URL (\S+),", self.log_text("server")), 30)[0]
         self.configure(convexURL=self.server_url)
 
     def server_cli(self, *arguments):
-        result = subprocess.run([self.args.server, "--data", self.server_data, *arguments],
-                                capture_output=True, text=True, env=self.env, timeout=30)
+        result = self.run(self.args.server, "--data", self.server_data, *arguments)
         check(result.returncode == 0, "tamlo-server %s failed: %s" % (arguments[0], result.stderr))
         return result.stdout
 
@@ -247,41 +234,38 @@ class Desktop:
         found = next((d for d in exported.get("days", []) if d.get("date") == day), None)
         return found and exported.get("devices") and {"day": found, "device": exported["devices"][0]}
 
-    def tamlo(self, *arguments):
-        return [self.args.tamlo, *arguments], dict(self.env, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
-
     def start_tamlo(self):
-        command, env = self.tamlo()
-        self.app = self.start("tamlo", command, env=env)
+        self.app = self.start("tamlo", [self.args.tamlo])
 
     def open_url(self, url):
-        command, env = self.tamlo(url)
-        result = subprocess.run(command, env=env, capture_output=True, text=True, timeout=60)
+        """Tamlo started again, as the desktop does for a link or the launcher: it hands on to the one running."""
+        result = self.run(self.args.tamlo, *[url] if url else [])
         check(result.returncode == 0, "tamlo %s exited %d: %s" % (url[:16], result.returncode, result.stderr))
 
     def still_running(self):
         check(self.app.poll() is None, "tamlo ended early with status %s" % self.app.returncode)
 
-    def snapshots(self):
+    def snapshots(self, description=None):
         try:
             with open(self.home + "/.local/share/Tamlo/snapshots.json") as f:
-                return json.load(f)
+                return [s for s in json.load(f) if description in (None, s.get("activityDescription"))]
         except (OSError, ValueError):
             return []
 
+    def on_panel(self, name, timeout):
+        return wait_for("%r on the panel" % name, lambda: name in self.panel_names() and self.panel_names(), timeout)
+
     def a11y(self, dest, path, method, *args, bus=None):
-        result = subprocess.run(["dbus-send", "--bus=" + (bus or self.a11y_bus), "--print-reply", "--dest=" + dest,
-                                 path, method, *args], capture_output=True, text=True, env=self.env, timeout=15)
+        result = self.run("dbus-send", "--bus=" + (bus or self.a11y_bus), "--print-reply", "--dest=" + dest, path,
+                          method, *args)
         return result.stdout if result.returncode == 0 else ""
 
     def panel_names(self):
         """The names of what Tamlo's windows show now, read as assistive technology reads them."""
+        self.a11y_bus = self.a11y_bus or "".join(re.findall(r'string "(.*)"', self.a11y(
+            "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress", bus=self.env["DBUS_SESSION_BUS_ADDRESS"])))
         if not self.a11y_bus:
-            reply = self.a11y("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress", bus=self.env[
-                "DBUS_SESSION_BUS_ADDRESS"])
-            self.a11y_bus = (re.findall(r'string "(.*)"', reply) or [None])[0]
-            if not self.a11y_bus:
-                return set()
+            return set()
         names, children = set(), r'string "([^"]*)"\s+object path "([^"]*)"'
         pending = re.findall(children, self.a11y("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root",
                                                  "org.a11y.atspi.Accessible.GetChildren"))
@@ -298,51 +282,31 @@ class Desktop:
         return names - {""}
 
     def screenshot(self, name):
-        dump = subprocess.run(["xwd", "-root", "-silent"], capture_output=True, env=self.env, timeout=30)
-        check(dump.returncode == 0, "xwd failed: " + dump.stderr.decode(errors="replace"))
+        dump = self.run("xwd", "-root", "-silent", text=False)
+        check(dump.returncode == 0, "xwd failed: %r" % dump.stderr)
         os.makedirs(self.args.out, exist_ok=True)
         xwd_to_png(dump.stdout, os.path.join(self.args.out, name + ".png"))
 
     def click(self, window, x, y):
-        subprocess.run(["xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1"], env=self.env,
-                       check=True)
+        self.run("xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1", check=True)
+        time.sleep(1)
 
     def tear_down(self, failed):
         for process in reversed(self.processes):
-            if process.poll() is None:
-                process.terminate()
-        for process in reversed(self.processes):
-            try:
+            process.terminate()
+            with contextlib.suppress(subprocess.TimeoutExpired):
                 process.wait(timeout=5)
-            except subprocess.TimeoutExpired:
-                process.kill()
+            process.kill()
         if self.ollama:
             self.ollama.shutdown()
-        # What the bus started on its own (the accessibility bus and its registry) carries our marker too;
-        # it ends by itself once the bus has gone, or is made to.
-        deadline = time.monotonic() + 3
-        while (marked := self.marked_processes()) and time.monotonic() < deadline:
-            time.sleep(0.1)
-        for pid in marked:
-            with contextlib.suppress(OSError):
-                os.kill(pid, signal.SIGKILL)
+        with contextlib.suppress(AttributeError, OSError):
+            os.killpg(self.bus.pid, signal.SIGKILL)
         if failed:
-            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(), self.snapshots()))
-            for path in self.logs:
-                with open(path, "rb") as f:
-                    print("----- %s -----\n%s" % (path, f.read().decode(errors="replace")[-6000:]), flush=True)
+            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(),
+                                                             self.snapshots()))
+            for name in self.logs:
+                print("----- %s.log -----\n%s" % (name, self.log_text(name)[-6000:]), flush=True)
         shutil.rmtree(self.work, ignore_errors=True)
-
-    def marked_processes(self):
-        needle, found = ("%s=%s" % (RUN_MARKER, self.marker)).encode(), []
-        for entry in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                with open("/proc/%s/environ" % entry, "rb") as f:
-                    if needle in f.read().split(b"\0") and int(entry) != os.getpid():
-                        found.append(int(entry))
-            except OSError:
-                pass
-        return found
 
 
 def main(run_class, options=("tamlo", "server", "out")):
@@ -354,17 +318,14 @@ def main(run_class, options=("tamlo", "server", "out")):
     if port_taken(OLLAMA_ADDRESS) or (run_class.needs_own_network and not os.environ.get(ISOLATED)):
         print("SKIPPED: 127.0.0.1:11434 is taken (a real Ollama?) or this run has no network of its own, "
               "which only root gets", flush=True)
-        return 77
+        sys.exit(77)
     missing = [t for t in ("Xvfb", "dbus-daemon", "dbus-send", "xwd") + run_class.tools if not shutil.which(t)]
     # The panel is read over the accessibility bus, which the session bus starts on demand.
-    if not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"):
-        missing.append("the accessibility bus (at-spi2-core)")
+    missing += ["at-spi2-core"] * (not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"))
     if missing:
-        print("Missing %s: run scripts/install-deps.sh" % ", ".join(missing), flush=True)
-        return 1
-    run = run_class(args)
+        sys.exit("Missing %s: run scripts/install-deps.sh" % ", ".join(missing))
+    run, failed = run_class(args), True
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
-    failed = True
     try:
         run.set_up()
         run.scenario()
@@ -373,5 +334,5 @@ def main(run_class, options=("tamlo", "server", "out")):
         run.say("FAILED: %s" % failure)
     finally:
         run.tear_down(failed)
-    run.say("passed" if not failed else "failed")
-    return 1 if failed else 0
+    run.say("failed" if failed else "passed")
+    sys.exit(int(failed))

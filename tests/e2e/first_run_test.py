@@ -3,13 +3,12 @@
 sign-in goes through the server's pages, the day is uploaded and tamlo://sync uploads again, and an
 account deleted on the server signs Tamlo out."""
 
+import contextlib
 import html
 import os
 import plistlib
 import re
 import stat
-import subprocess
-import sys
 import time
 import urllib.parse
 import urllib.request
@@ -35,49 +34,41 @@ class FirstRun(desktop.Desktop):
         return link
 
     def lock_screen(self, locked):
-        subprocess.run(["dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
-                        "org.freedesktop.ScreenSaver.ActiveChanged", "boolean:" + str(locked).lower()],
-                       env=self.env, check=True)
+        self.run("dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
+                 "org.freedesktop.ScreenSaver.ActiveChanged", "boolean:" + str(locked).lower(), check=True)
 
     def stored_session(self, path):
         # The file is made empty and owner-only first, then written whole: only a property list counts.
-        try:
-            with open(path, "rb") as f:
-                data = f.read()
+        with contextlib.suppress(OSError, ValueError), open(path, "rb") as f:
+            data = f.read()
             return data.startswith(b"bplist00") and plistlib.loads(data).get("sessionToken")
-        except (OSError, ValueError):
-            return None
 
     def scenario(self):
         self.start_tamlo()
         # Signed out, the panel asks for the sign-in, and monitoring records all the same.
-        wait_for("the sign-in screen", lambda: "Log in" in self.panel_names(), 60)
+        self.on_panel("Log in", 60)
         first = wait_for("an analysed snapshot", lambda: [s for s in self.snapshots() if s.get("imageHash")], 60)[0]
         sent = (self.ollama.analyses() or [{}])[0]
         check(first["imageHash"].lower() == sent.get("imageHash"),
               "record's imageHash %r is not the SHA-256 of the PNG sent (%r)" % (first["imageHash"], sent))
         check(any(r["path"] == "/api/tags" for r in self.ollama.recorded()), "the model list was never asked for")
-        # The 1280-wide display, scaled down to the 1200 the model is sent.
-        check(sent.get("imageSize") == (1200, 750), "the model was sent a picture of %r" % (sent.get("imageSize"),))
+        check(sent.get("imageSize") == (1200, 750), "the 1280-wide screen reached the model as %r, not 1200 wide"
+              % (sent.get("imageSize"),))
         self.screenshot("e2e-1-sign-in")
 
         # A locked screen: the next tick records the marker and sends no image.
-        images_before, records_before = len(self.ollama.analyses()), len(self.snapshots())
+        images_before = len(self.ollama.analyses())
         self.lock_screen(True)
-        locked = wait_for("a Screen Locked record", lambda: [s for s in self.snapshots()[records_before:]
-                                                             if s.get("activityDescription") == "Screen Locked"], 45)[0]
+        locked = wait_for("a Screen Locked record", lambda: self.snapshots("Screen Locked"), 45)[0]
         check(len(self.ollama.analyses()) == images_before, "an image was sent while the screen was locked")
         check(not locked.get("imageHash"), "the locked record has an image hash")
         self.lock_screen(False)
 
-        # The browser registers on the server, which hands back to Tamlo.
         self.open_url(self.sign_up_in_browser())
         credentials = self.home + "/.local/share/mirevon.Tamlo/credentials.plist"
         wait_for("the session in credentials.plist", lambda: self.stored_session(credentials), 15)
-        mode = stat.S_IMODE(os.stat(credentials).st_mode)
-        check(mode == 0o600, "credentials.plist mode %o" % mode)
-        # A new user's main screen opens on the first-launch setup.
-        wait_for("the main screen's first-launch setup", lambda: "Finish Setup" in self.panel_names(), 15)
+        check(stat.S_IMODE(os.stat(credentials).st_mode) == 0o600, "credentials.plist is not its owner's alone")
+        self.on_panel("Finish Setup", 15)
 
         today = time.strftime("%Y-%m-%d")
         exported = wait_for("today's upload on the server", lambda: self.uploaded_day(today), 20)
@@ -105,9 +96,9 @@ class FirstRun(desktop.Desktop):
         self.server_cli("user", "delete", EMAIL)
         self.open_url("tamlo://sync")
         wait_for("the session to be forgotten", lambda: not os.path.exists(credentials), 20)
-        wait_for("the sign-in screen again", lambda: "Log in" in self.panel_names(), 20)
+        self.on_panel("Log in", 20)
         self.still_running()
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(FirstRun))
+    desktop.main(FirstRun)

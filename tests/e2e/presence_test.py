@@ -2,8 +2,6 @@
 """Time away and unchanged screens with the real program: Xvfb's screen saver extension gives the
 input's idle time, the stand-in Ollama counts the pictures. The away threshold is one minute."""
 
-import subprocess
-import sys
 
 import desktop
 from desktop import check, wait_for
@@ -14,7 +12,7 @@ class Presence(desktop.Desktop):
 
     def scenario(self):
         self.configure(awayThresholdMinutes=1)
-        subprocess.run(["xdotool", "mousemove", "1", "1"], env=self.env, check=True)
+        self.run("xdotool", "mousemove", "1", "1", check=True)
         self.start_tamlo()
         sent = lambda: len(self.ollama.analyses())  # noqa: E731
         labelled = lambda: [s for s in self.snapshots() if s.get("imageHash")]  # noqa: E731
@@ -23,8 +21,7 @@ class Presence(desktop.Desktop):
             count = len(self.snapshots())
             return wait_for(what, lambda: self.snapshots()[count:] and self.snapshots()[count], 45)
 
-        # A still screen with recent input: the analysis stands in again. The panel may still be
-        # drawing at the first tick, so a second analysis may follow it.
+        # A still screen with recent input reuses the analysis (a second may follow a panel still drawing).
         wait_for("a reused record", lambda: len(labelled()) > sent(), 75)
         first, reused = labelled()[-2:]
         check(sent() <= 2 and reused["id"] != first["id"] and reused.get("activityDescription") == first.get(
@@ -32,8 +29,7 @@ class Presence(desktop.Desktop):
         pictures = sent()
 
         # A minute without input on the still screen: Away, and nothing sent.
-        away = wait_for("an Away record", lambda: next(
-            (s for s in self.snapshots() if s.get("activityDescription") == "Away"), None), 75)
+        away = wait_for("an Away record", lambda: self.snapshots("Away"), 75)[0]
         check(sent() == pictures and not away.get("imageHash"), "away: %r after %d pictures" % (away, sent()))
 
         # Still no input, but a new window: the first changed screen is analysed at once.
@@ -42,10 +38,10 @@ class Presence(desktop.Desktop):
         check(changed.get("imageHash") and sent() == pictures + 1, "new window: %r, %d pictures" % (changed, sent()))
 
         # Input on the same screen: not away, and the analysis stands in.
-        subprocess.run(["xdotool", "mousemove", "700", "700"], env=self.env, check=True)
+        self.run("xdotool", "mousemove", "700", "700", check=True)
         back = next_record("the record after the input")
         check(back.get("imageHash") and sent() == pictures + 1, "after input: %r, %d pictures" % (back, sent()))
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(Presence, options=("tamlo",)))
+    desktop.main(Presence, options=("tamlo",))

@@ -4,8 +4,6 @@ windows: while a window of the class KeePassXC is on screen the Activity tab rec
 stand-in Ollama is sent nothing; once it closes, the ticks look again. Then a timed pause."""
 
 import os
-import subprocess
-import sys
 import time
 
 import desktop
@@ -15,32 +13,26 @@ from desktop import check, wait_for
 class PrivateWindow(desktop.Desktop):
     tools = ("openbox", "xlogo", "xdotool", "xprop")
 
-    def click(self, window, x, y):
-        super().click(window, x, y)
-        time.sleep(1)
-
     def scenario(self):
         self.start("openbox", ["openbox", "--sm-disable"])
-        wait_for("openbox to manage the screen", lambda: b"window id" in subprocess.run(
-            ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, env=self.env).stdout, 20)
+        wait_for("openbox to manage the screen",
+                 lambda: "window id" in self.run("xprop", "-root", "_NET_SUPPORTING_WM_CHECK").stdout, 20)
         self.configure(didCompleteInitialSetup="true")
         vault = self.start("keepassxc", ["xlogo", "-name", "keepassxc", "-title", "Passwords.kdbx - KeePassXC",
                                          "-geometry", "600x500+600+200"])
         self.start_tamlo()
-        wait_for("the sign-in screen", lambda: "Log in" in self.panel_names(), 60)
+        self.on_panel("Log in", 60)
         self.sign_in_by_link()
-        wait_for("the main screen", lambda: "Pause" in self.panel_names(), 30)
+        self.on_panel("Pause", 30)
 
-        private = wait_for("a Private record", lambda: [
-            s for s in self.snapshots() if s.get("activityDescription") == "Private"], 45)
+        private = wait_for("a Private record", lambda: self.snapshots("Private"), 45)
         check(all(not s.get("imageHash") and s.get("aiCategory") == "Other" for s in private),
               "a private record has an image hash or a category: %r" % private)
         chats = [r for r in self.ollama.recorded() if r["path"] == "/api/chat"]
         check(not chats, "the model was sent %d requests while KeePassXC was on screen" % len(chats))
 
         # The panel's Activity tab, as the user clicks it.
-        panel = subprocess.run(["xdotool", "search", "--name", "^Tamlo$"], capture_output=True, text=True,
-                               env=self.env).stdout.split()[-1]
+        panel = self.run("xdotool", "search", "--name", "^Tamlo$").stdout.split()[-1]
         self.click(panel, 160, 69)
         self.screenshot("e2e-private-1-activity")
 
@@ -55,8 +47,8 @@ class PrivateWindow(desktop.Desktop):
         # The timer beside Pause, its first entry: paused for 30 minutes, and the panel says until when.
         self.click(panel, 289, 575)
         self.screenshot("e2e-private-3-pause-menu")
-        subprocess.run(["xdotool", "key", "Down", "Return"], env=self.env, check=True)
-        wait_for("Resume in place of Pause", lambda: "Resume" in self.panel_names(), 15)
+        self.run("xdotool", "key", "Down", "Return", check=True)
+        self.on_panel("Resume", 15)
         with open(os.path.join(self.home, ".config", "Tamlo", "Tamlo.conf")) as f:
             check("pausedUntil=" in f.read(), "the pause's end was not stored")
         self.screenshot("e2e-private-4-paused")
@@ -64,4 +56,4 @@ class PrivateWindow(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(PrivateWindow))
+    desktop.main(PrivateWindow)

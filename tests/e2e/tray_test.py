@@ -9,8 +9,6 @@ import json
 import os
 import plistlib
 import re
-import subprocess
-import sys
 import time
 import urllib.parse
 import urllib.request
@@ -29,28 +27,22 @@ class Tray(desktop.Desktop):
         self.server_cli("user", "add", EMAIL)
         link = self.server_cli("login-link", EMAIL).strip()
         token = urllib.parse.parse_qs(urllib.parse.urlsplit(link).query)["token"][0]
-        request = urllib.request.Request(self.server_url + "/auth/verify-token", method="POST",
-                                         data=json.dumps({"token": token}).encode(),
-                                         headers={"Content-Type": "application/json"})
-        with urllib.request.urlopen(request, timeout=10) as response:
+        with urllib.request.urlopen(urllib.request.Request(self.server_url + "/auth/verify-token", json.dumps(
+                {"token": token}).encode(), {"Content-Type": "application/json"}), timeout=10) as response:
             session = json.load(response)
-        folder = os.path.join(self.home, ".local/share/mirevon.Tamlo")
+        folder = self.home + "/.local/share/mirevon.Tamlo"
         os.makedirs(folder, mode=0o700)
-        with open(os.open(os.path.join(folder, "credentials.plist"), os.O_WRONLY | os.O_CREAT, 0o600), "wb") as f:
+        with open(os.open(folder + "/credentials.plist", os.O_WRONLY | os.O_CREAT, 0o600), "wb") as f:
             plistlib.dump({"sessionToken": session["sessionToken"], "userData": json.dumps(session["user"])}, f,
                           fmt=plistlib.FMT_BINARY)
         self.configure(selectedOllamaModel=STORED_MODEL, didCompleteInitialSetup="true")
 
     def windows(self, visible_only=True):
         """Tamlo's own top-level and embedded windows with their sizes."""
-        command = ["xdotool", "search"] + (["--onlyvisible"] if visible_only else []) + ["--pid", str(self.app.pid)]
-        found = []
-        for wid in subprocess.run(command, env=self.env, capture_output=True, text=True).stdout.split():
-            info = subprocess.run(["xwininfo", "-id", wid], env=self.env, capture_output=True, text=True).stdout
-            size = re.search(r"Width: (\d+)\s+Height: (\d+)", info)
-            if size:
-                found.append((wid, int(size.group(1)), int(size.group(2))))
-        return found
+        found = self.run("xdotool", "search", *["--onlyvisible"] * visible_only, "--pid", str(self.app.pid)).stdout
+        sizes = [(w, re.search(r"Width: (\d+)\s+Height: (\d+)", self.run("xwininfo", "-id", w).stdout)) for w in
+                 found.split()]
+        return [(w, int(size.group(1)), int(size.group(2))) for w, size in sizes if size]
 
     def panel(self, visible_only=True):
         return any(width >= 300 and height >= 500 for _, width, height in self.windows(visible_only))
@@ -67,8 +59,7 @@ class Tray(desktop.Desktop):
         self.start("trayer", ["trayer", "--edge", "top", "--align", "right", "--widthtype", "request",
                               "--height", "24", "--SetDockType", "true"])
         # trayer takes the tray's selection once its window is up.
-        wait_for("trayer's window", lambda: subprocess.run(
-            ["xdotool", "search", "--class", "trayer"], env=self.env, capture_output=True).returncode == 0, 20)
+        wait_for("trayer's window", lambda: self.run("xdotool", "search", "--class", "trayer").returncode == 0, 20)
         time.sleep(0.5)
         self.start_tamlo()
 
@@ -102,4 +93,4 @@ class Tray(desktop.Desktop):
 
 
 if __name__ == "__main__":
-    sys.exit(desktop.main(Tray))
+    desktop.main(Tray)
