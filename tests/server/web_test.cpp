@@ -1,4 +1,3 @@
-// The signed-in pages, and what keeps strangers out of them.
 #include "serverfixture.h"
 
 #include <QSqlRecord>
@@ -57,7 +56,6 @@ TEST_F(WebTest, EveryReplyCarriesTheSecurityHeadersAndCookiesAreHttpOnlyLaxAndSe
     const QByteArray session = signedIn.header("Set-Cookie");
     EXPECT_TRUE(session.startsWith("tamlo_session=")) << session.toStdString();
     EXPECT_TRUE(session.endsWith("; Path=/; HttpOnly; SameSite=Lax; Max-Age=2592000")) << session.toStdString();
-    // Stored as a digest only.
     const QString token = QString::fromLatin1(session.mid(14, 43));
     EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM sessions WHERE token_digest = '%1'"_s.arg(token)).toInt(), 0);
 
@@ -216,7 +214,6 @@ TEST_F(WebTest, PagesShowExactlyWhatWasUploadedAndRevokingOrDeletingEndsAccessAn
             EXPECT_EQ(query.value(0).toInt(), 0) << table.toStdString() << "." << columns.fieldName(i).toStdString();
         }
     }
-    // Eve's rows all stay.
     for (const auto &[table, rows] : {std::pair {u"snapshots"_s, 2}, {u"devices"_s, 1}, {u"sessions"_s, 1}}) {
         EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM %1"_s.arg(table)).toInt(), rows) << table.toStdString();
     }
