@@ -6,7 +6,7 @@
 #include <QThread>
 
 namespace {
-// dayCount days from first, perDay records a day 30 s apart, with ids numbered from firstId.
+// perDay records a day, 30 s apart.
 QByteArray uploadRequest(const QString &session, QDate first, int dayCount, int perDay, int firstId)
 {
     QJsonArray days;
@@ -28,7 +28,6 @@ QByteArray uploadRequest(const QString &session, QDate first, int dayCount, int 
 class CrashTest : public BackendTest
 {
 protected:
-    // On a port of its own choosing, which it names once it listens.
     void startServer()
     {
         process.setReadChannel(QProcess::StandardError);

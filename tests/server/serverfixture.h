@@ -32,8 +32,7 @@ using namespace Qt::StringLiterals;
 
 inline const QString deviceA = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
 
-// The database the tests run on, as the server opens it: PostgreSQL where postgres-cluster.sh
-// started a cluster for this process, SQLite in a folder of its own otherwise.
+// PostgreSQL where postgres-cluster.sh started a cluster for this process, SQLite otherwise.
 class TestBackend
 {
 public:
@@ -54,7 +53,7 @@ public:
         return networked() ? QStringList {u"--database"_s, m_cluster.toString()}
                            : QStringList {u"--data"_s, m_dir.path()};
     }
-    // One statement on a connection of the test's own, past the server's code; its first value.
+    // Past the server's code, on a connection of the test's own.
     QVariant scalar(const QString &sql) const
     {
         QVariant result;
@@ -107,7 +106,7 @@ struct HttpResult
     }
 };
 
-// One record as the app uploads it (an Other record has the project Other), and uploads of them.
+// As the app uploads them; an Other record has the project Other.
 inline QJsonObject record(const QString &id, const QString &timestamp, const QString &type = u"Coding"_s,
     const QString &description = u"Editing checkout.css, in the editor."_s)
 {
@@ -137,7 +136,7 @@ inline QByteArray oneDay()
         upload({day(u"2026-11-16"_s, {record(u"6F1C0E2A-8B3D-4E57-9A10-2C4D7B1E3F90"_s, u"2026-11-16T09:30:12Z"_s)})}));
 }
 
-// Bytes exactly as given, for requests a well-behaved client never sends; the head of the answer.
+// For requests a well-behaved client never sends; the head of the answer.
 inline QByteArray rawExchange(quint16 port, const QByteArray &bytes, int timeoutMs = 5000)
 {
     QTcpSocket socket;
@@ -158,7 +157,7 @@ inline QByteArray rawExchange(quint16 port, const QByteArray &bytes, int timeout
     return answer;
 }
 
-// A client with cookies of its own that follows no redirect, so that every reply is seen.
+// Cookies of its own, and no redirect followed, so that every reply is seen.
 class Client
 {
 public:
@@ -187,7 +186,7 @@ public:
         return result;
     }
     HttpResult get(const QString &path) { return send("GET", path); }
-    // A form posted: its fields percent-encoded (tokens and test addresses hold no plus sign).
+    // Tokens and test addresses hold no plus sign.
     HttpResult post(const QString &path, const QList<std::pair<QString, QString>> &fields)
     {
         QUrlQuery query;
@@ -195,7 +194,6 @@ public:
         return send("POST", path, query.toString(QUrl::FullyEncoded).toUtf8(), {}, "application/x-www-form-urlencoded");
     }
     QString formToken(const QString &path) { return get(path).formToken(); }
-    // In local mode, without a redirect, the form signs the browser itself in.
     void signIn(const QString &email)
     {
         const HttpResult reply = post(u"/register"_s, {{u"csrf"_s, formToken(u"/register"_s)}, {u"email"_s, email}});
@@ -208,8 +206,7 @@ private:
     QNetworkAccessManager m_nam;
 };
 
-// A real server on 127.0.0.1 on the run's database, put together as tamlo-server puts itself
-// together, with a clock the test moves.
+// Put together as tamlo-server puts itself together, with a clock the test moves.
 class ServerTest : public BackendTest
 {
 protected:
@@ -245,14 +242,14 @@ protected:
     QByteArray sendRaw(const QByteArray &bytes) { return rawExchange(server->port(), bytes); }
     HttpResult verify(const QString &token)
     {
-        return send("POST", u"/auth/verify-token"_s, bytes(QJsonObject {{u"token"_s, token}}));
+        return send("POST", u"/auth/verify-token"_s, bytes({{u"token"_s, token}}));
     }
-    HttpResult sync(const QByteArray &body, const std::optional<QString> &session)
+    HttpResult sync(const QByteArray &body, const QString &session)
     {
         return send("POST", u"/activity/sync"_s, body, session);
     }
 
-    // The browser's part of signing the app in: the form posted, the link taken from the page.
+    // The browser's part of signing the app in.
     QString linkToken(const QString &email, const QString &path = u"/register"_s)
     {
         const QString csrf = http->formToken(path + u"?redirect=tamlo://auth"_s);

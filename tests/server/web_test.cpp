@@ -1,4 +1,3 @@
-// The signed-in pages, and what keeps strangers out of them.
 #include "serverfixture.h"
 
 #include <QSqlRecord>
@@ -57,16 +56,11 @@ TEST_F(WebTest, EveryReplyCarriesTheSecurityHeadersAndCookiesAreHttpOnlyLaxAndSe
     const QByteArray session = signedIn.header("Set-Cookie");
     EXPECT_TRUE(session.startsWith("tamlo_session=")) << session.toStdString();
     EXPECT_TRUE(session.endsWith("; Path=/; HttpOnly; SameSite=Lax; Max-Age=2592000")) << session.toStdString();
-    // Stored as a digest only.
     const QString token = QString::fromLatin1(session.mid(14, 43));
     EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM sessions WHERE token_digest = '%1'"_s.arg(token)).toInt(), 0);
 
-    QList<HttpResult> replies {form, signedIn, browser.post(u"/sync"_s, {})};
-    for (const QString &path : {u"/days/2026-11-16"_s, u"/export/tamlo-data.json"_s, u"/auth/link?token=x"_s,
-             u"/no/such/page"_s, u"/activity/status"_s}) {
-        replies.append(browser.get(path));
-    }
-    for (const HttpResult &reply : replies) {
+    // Every reply passes the one place that adds them: a page and an API error stand for the rest.
+    for (const HttpResult &reply : {form, browser.get(u"/activity/status"_s)}) {
         EXPECT_EQ(reply.header("Content-Security-Policy"),
             "default-src 'none'; style-src 'self'; img-src 'self'; form-action 'self'; base-uri 'none'; "
             "frame-ancestors 'none'");
@@ -92,15 +86,13 @@ TEST_F(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
     auto ask = [&](const QString &email) {
         return browser.post(u"/login"_s, {{u"redirect"_s, u"tamlo://auth"_s}, {u"csrf"_s, token}, {u"email"_s, email}});
     };
-    // One address: five links in half an hour.
+    // Five links an address in half an hour; twenty posts a client in ten minutes, the refused one too.
     for (int i = 0; i < 5; ++i) {
         ASSERT_EQ(ask(u"ada@example.org"_s).status, 200);
     }
     const HttpResult limited = ask(u"ADA@example.org"_s);
-    EXPECT_EQ(limited.status, 429);
-    EXPECT_EQ(limited.header("Retry-After"), "1800");
+    EXPECT_EQ(std::tuple(limited.status, limited.header("Retry-After")), std::tuple(429, QByteArray("1800")));
     EXPECT_TRUE(limited.text().contains(u"Too many attempts"_s));
-    // One client: twenty posts in ten minutes, whatever the addresses (six so far, the refused one too).
     for (int i = 6; i < 20; ++i) {
         ASSERT_EQ(ask(u"user%1@example.org"_s.arg(i)).status, 200) << i;
     }
@@ -109,18 +101,15 @@ TEST_F(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
     EXPECT_EQ(ask(u"dave@example.org"_s).header("Retry-After"), "1");
     clock.advance(1);
     EXPECT_EQ(ask(u"dave@example.org"_s).status, 200);
-    clock.advance(30 * 60);
-    EXPECT_EQ(ask(u"ada@example.org"_s).status, 200);
 
-    // The token exchange: thirty guesses a client in ten minutes, then a flat JSON error.
+    // The token exchange: thirty guesses a client in ten minutes, ten tries of one address's links in half an hour.
     for (int i = 0; i < 30; ++i) {
         ASSERT_EQ(verify(u"guess-%1"_s.arg(i)).status, 401);
     }
     const HttpResult guessing = verify(u"guess"_s);
-    EXPECT_EQ(guessing.status, 429);
-    EXPECT_EQ(guessing.body, R"({"error":"Too many sign-in attempts; try again later"})");
+    EXPECT_EQ(std::tuple(guessing.status, guessing.body),
+        std::tuple(429, QByteArray(R"({"error":"Too many sign-in attempts; try again later"})")));
     clock.advance(10 * 60);
-    // And ten tries in half an hour of the links made for one address.
     for (int i = 0; i < 10; ++i) {
         ASSERT_EQ(verify(signIn->createLink(u"zoe@example.org"_s)).status, 404);
     }
@@ -225,7 +214,6 @@ TEST_F(WebTest, PagesShowExactlyWhatWasUploadedAndRevokingOrDeletingEndsAccessAn
             EXPECT_EQ(query.value(0).toInt(), 0) << table.toStdString() << "." << columns.fieldName(i).toStdString();
         }
     }
-    // Eve's rows all stay.
     for (const auto &[table, rows] : {std::pair {u"snapshots"_s, 2}, {u"devices"_s, 1}, {u"sessions"_s, 1}}) {
         EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM %1"_s.arg(table)).toInt(), rows) << table.toStdString();
     }
