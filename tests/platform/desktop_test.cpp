@@ -88,9 +88,7 @@ protected:
     ScreenCaptureService portalCapture {&portalGrabber, nullptr, ScreenCaptureService::SessionType::Wayland};
 };
 
-// Asked without a dialog, under a request token of its own each time, the portal's answer decides;
-// an answer after the time-out has its request closed and the picture it names deleted; no portal
-// on the bus at all is said once, with what to install, and stops monitoring.
+// An answer after the time-out has its request closed and the picture it names deleted.
 TEST_F(PortalCaptureTest, EachAnswerOfThePortalALateOneAndNoPortalAtAll)
 {
     using Kind = ScreenCaptureError::Kind;
@@ -125,7 +123,6 @@ TEST_F(PortalCaptureTest, EachAnswerOfThePortalALateOneAndNoPortalAtAll)
     EXPECT_EQ(messages().filter(u"then log in again"_s).size(), 1);
 }
 
-// The buses' subscriptions follow the observers, and none is left once the last one goes.
 TEST(DBusScreenEventsTest, SubscriptionsFollowTheObservers)
 {
     PrivateDBus bus;
@@ -159,8 +156,6 @@ bool fromAnotherProcess(Call call)
     return QTest::qWaitFor(ready, 5000) && result.get();
 }
 
-// The second process hands its URL or its wish to see the panel to the first, which alone listens;
-// a socket left by a crash is taken over.
 TEST(SingleInstanceTest, SecondProcessHandsOverToTheFirstAndACrashedOnesSocketIsTakenOver)
 {
     QTemporaryDir dir;
@@ -191,8 +186,7 @@ TEST(SingleInstanceTest, SecondProcessHandsOverToTheFirstAndACrashedOnesSocketIs
     EXPECT_EQ(SingleInstance::urlFromMessage(received.first().first().toString()), url);
 }
 
-// Without a tray the panel is a window of its own, built when first shown; closed, it only hides,
-// and hidden for the delay it is released, to be built afresh when shown again.
+// Closed, the panel only hides; hidden for the delay it is released, to be built afresh when shown.
 TEST(TrayPanelTest, WithoutATrayThePanelIsAWindowThatHidesAndIsReleasedAfterTheDelay)
 {
     int built = 0;

@@ -138,8 +138,6 @@ protected:
     std::list<QProcess> windows;
 };
 
-// A screen wider than 1200 comes out 1200 wide with its height in proportion; one of 1200 or
-// less comes out as it is.
 TEST_F(X11Test, GrabsTheWholeScreenAndScalesOnlyWhatIsWiderThanTwelveHundred)
 {
     const QSize screen = display->screen;

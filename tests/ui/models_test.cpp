@@ -55,8 +55,7 @@ TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
     }
 }
 
-// Each export asks where to save under the day's name and writes only there; the report finishing
-// while the work log's dialog is open waits for it, so each dialog saves its own content.
+// A report finishing while the work log's dialog is open waits, so each dialog saves its own content.
 TEST_F(MainScreenModelTest, ExportsAskOneAtATimeAndEachSavesItsOwnContent)
 {
     makeMain();
@@ -96,8 +95,7 @@ TEST_F(MainScreenModelTest, ExportsAskOneAtATimeAndEachSavesItsOwnContent)
     EXPECT_TRUE(messages().last().startsWith(u"❌ Daily report export failed: "_s));
 }
 
-// Today's records from before a restart: exports, but no note for this launch's cards; closing the
-// day while paused moves no counter the screen follows, and its log entries still refresh it.
+// Closing the day while paused moves no counter the screen follows: its log entries refresh it.
 TEST_F(MainScreenModelTest, RecordsFromBeforeARestartThenTheDayClosedWhilePaused)
 {
     snapshotStore->add(ActivitySnapshot {
@@ -271,8 +269,7 @@ TEST(ActivityLabelStyleTest, FirstMatchingKeywordGroupDecides)
     }
 }
 
-// Durations drop their seconds and count hours from sixty minutes; the ring's segments run on
-// without normalising; a bar is clamped, its label keeps the number.
+// The ring's segments run on without normalising; a bar is clamped, its label keeps the number.
 TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
 {
     const std::pair<int, QString> durations[]
@@ -310,8 +307,7 @@ TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
     EXPECT_EQ(ReportViewModel::projectChartColor(9), ReportViewModel::projectChartColor(1));
 }
 
-// Whichever of the panel's wiring and the end of the launch comes second starts the launch
-// sequence, once, however often the panel is wired again.
+// Once, however often the panel is wired again.
 TEST(AppDelegateTest, ConfiguresOnceWhicheverOfPanelAndLaunchComesSecond)
 {
     for (const bool panelFirst : {true, false}) {

@@ -102,7 +102,6 @@ protected:
 using ScreensSmokeTest = QmlScreenTest;
 } // namespace
 
-// A new user's way from the setup to the settings and the About sheet, with what each screen says.
 TEST_F(ScreensSmokeTest, FirstLaunchThenAnEmptyDayThenSettingsAndAbout)
 {
     settings->setString(SettingsKey::selectedOllamaModel, u"llava:7b"_s);
@@ -170,8 +169,6 @@ TEST_F(ScreensSmokeTest, FirstLaunchThenAnEmptyDayThenSettingsAndAbout)
     EXPECT_FALSE(sheet->isVisible());
 }
 
-// A day's report while running, its cards of each kind with the note field, each banner with what
-// it offers, the pause and the save dialog over the panel.
 TEST_F(ScreensSmokeTest, ARecordedDayItsCardsEachBannerAndTheSaveDialog)
 {
     settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
@@ -264,7 +261,6 @@ TEST_F(ScreensSmokeTest, ARecordedDayItsCardsEachBannerAndTheSaveDialog)
     capture(u"13-export-save-dialog"_s);
 }
 
-// The privacy section where exclusions apply, and on GNOME on Wayland, where they cannot.
 TEST_F(ScreensSmokeTest, PrivacySectionOnEachKindOfDesktop)
 {
     settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
@@ -318,8 +314,7 @@ protected:
 };
 } // namespace
 
-// One user's way through the sign-in: each phase drawn, with the page it opened and what the gate
-// made of it (the error texts themselves: the auth service's tests; signing out: end to end).
+// The error texts themselves: the auth service's tests; the local server missing and signing out: end to end.
 TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
 {
     QList<Phase> phases;

@@ -8,7 +8,6 @@
 
 #include "monitorrig.h"
 
-// Records what the screens asked of the desktop.
 class RecordingDesktop final : public DesktopActions
 {
 public:
