@@ -34,9 +34,8 @@ QColor blockColor(int column, int row)
 
 constexpr auto ownerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
 
-// sway on two headless outputs (run as nobody when we are root: it refuses root), pipewire, and
-// session buses on which the real portal starts when first asked. The first output shows a grid of
-// known colours, the second one plain green.
+// sway on two headless outputs (as nobody when we are root, which it refuses), pipewire, and session
+// buses on which the real portal starts when first asked. The first output shows a grid, the second green.
 struct Desktop
 {
     QTemporaryDir work {u"/tmp/tamlo-wl-XXXXXX"_s};
@@ -44,7 +43,7 @@ struct Desktop
     QProcess pipewire;
     QProcessEnvironment busEnvironment;
     QString socket;
-    QString ipcSocket; // sway's own, for its window tree and for driving it
+    QString ipcSocket;
     std::string problem; // why the desktop is not there
     bool missingPackage = false;
 
@@ -101,7 +100,6 @@ struct Desktop
                 10000)) {
             return fail("sway did not open its sockets");
         }
-        // The compositor's account lets us in; as root that is explicit rather than by override.
         QFile::setPermissions(path(u"sway"_s), ownerOnly | QFile::ExeOther);
         for (const QString &file : {socket, ipcSocket}) {
             QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther | QFile::WriteOther);
@@ -129,12 +127,12 @@ struct Desktop
             u"<busconfig><type>session</type><listen>unix:tmpdir=%1</listen><auth>EXTERNAL</auth>"
             "<servicedir>%1/services</servicedir><policy context=\"default\"><allow send_destination=\"*\" "
             "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
-            // Room for the portal to outwait its own 25 s time-out on a loaded machine (see startPortal).
+            // Room for the portal to outwait its own 25 s time-out on a loaded machine.
             "<limit name=\"service_start_timeout\">90000</limit></busconfig>"_s.arg(work.path()));
         return true;
     }
 
-    // A session bus of its own; portalDir, when given, replaces the portal's list of backends.
+    // portalDir, when given, replaces the portal's list of backends.
     [[nodiscard]] std::unique_ptr<PrivateDBus> bus(const QString &portalDir = {}) const
     {
         QProcessEnvironment environment = busEnvironment;
@@ -154,7 +152,6 @@ struct Desktop
         return bus;
     }
 
-    // A sway command, as swaymsg sends it; false when sway refuses it.
     [[nodiscard]] bool swaymsg(const QString &command) const
     {
         QProcess tool;
@@ -162,8 +159,7 @@ struct Desktop
         return tool.waitForFinished(10000) && tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
     }
 
-    // Picture files anywhere a portal could have left one: its home, temporary and runtime folders,
-    // and the wlroots backend's fixed file.
+    // Pictures anywhere a portal could leave one, and the wlr backend's fixed file.
     [[nodiscard]] QStringList pictures() const
     {
         QStringList found;
@@ -209,8 +205,7 @@ private:
     }
 };
 
-// A StatusNotifierWatcher on a test bus, as KDE's panel and GNOME's AppIndicator extension run one:
-// tray items register with it, and it tells them that a host is there to show them.
+// A StatusNotifierWatcher, as KDE's panel and GNOME's AppIndicator extension run one.
 class StandInWatcher : public QObject
 {
     Q_OBJECT
@@ -238,21 +233,12 @@ public Q_SLOTS:
     void RegisterStatusNotifierHost(const QString &) { }
 };
 
-// Whether the first output shows its grid, with no window over it.
-bool gridShown()
-{
-    WlrScreencopyGrabber screencopy;
-    const std::optional<ScreenGrab> grab = QCoro::waitFor(screencopy.capture());
-    return grab && grab->ok() && grab->image.pixelColor(240, 135).rgb() == blockColor(0, 0).rgb();
-}
-
 Desktop *desktop = nullptr;
 std::unique_ptr<PrivateDBus> sessionBus; // the program's own session bus, for the portal, the tray and the screen saver
 StandInWatcher *watcher = nullptr;
 
-// A Screenshot backend put behind the real portal (which also takes it for the Access backend it
-// needs): it answers with the code set, after the delay, and writes a picture only for a request
-// that was not closed first.
+// A Screenshot (and so Access) backend behind the real portal: the code set, after the delay; a
+// picture only for a request not closed first.
 class StandInBackend : public QObject
 {
     Q_OBJECT
@@ -291,7 +277,6 @@ private:
     QString m_dir;
 };
 
-// The monitor on a real compositor, sending what it captures to the stand-in Ollama.
 class WaylandTest : public MonitorRig
 {
 protected:
@@ -304,12 +289,10 @@ protected:
         }
         ASSERT_TRUE(desktop->problem.empty()) << desktop->problem;
         MonitorRig::SetUp();
-        // Every tick here is meant to reach the model, still screen or not.
         settings->setBoolean(SettingsKey::skipUnchangedScreens, false);
         buildParts();
     }
 
-    // The monitor capturing through the portal on bus, after screencopy when one is given.
     void capturingThrough(PrivateDBus &bus, WlrScreencopyGrabber *screencopy, std::chrono::milliseconds timeout = 20s)
     {
         ASSERT_TRUE(bus.isRunning()) << bus.errorText().toStdString();
@@ -326,8 +309,7 @@ protected:
     std::unique_ptr<ScreenCaptureService> service;
 };
 
-// The picture the model gets is the first output's, scaled to 1200 wide, by either way; and the
-// portal's file never outlives the tick (screencopy never asks the portal at all).
+// The model gets the first output scaled to 1200 wide either way; no portal file outlives the tick.
 TEST_F(WaylandTest, TheModelGetsTheFirstOutputScaledAndNoPictureIsLeft)
 {
     WlrScreencopyGrabber screencopy;
@@ -351,18 +333,15 @@ TEST_F(WaylandTest, TheModelGetsTheFirstOutputScaledAndNoPictureIsLeft)
     }
 }
 
-// A portal whose backends offer no Screenshot (as with wlr alone, without its Access backend) says
-// what to install, once; a refusal stops monitoring with the permission text; a backend slower than
-// the time-out gets its request closed and writes no file. The real portal, with a backend of the
-// test's own: the real wlr backend alone at times keeps the portal from starting on a loaded machine.
+// No Screenshot behind the portal (wlr without an Access backend) says what to install, once; a
+// refusal stops monitoring; a backend slower than the time-out has its request closed and writes nothing.
 TEST_F(WaylandTest, RealPortalFailuresAreSaidOnceAndLeaveNoFile)
 {
     QTemporaryDir standIn;
     std::unique_ptr<PrivateDBus> bus;
     std::unique_ptr<StandInBackend> backend;
-    // The real portal 1.16, started on a loaded machine, at times waits out a 25 s D-Bus time-out
-    // for one of its own helpers before it answers anyone: started here, with room for that, and
-    // with the event loop running, as the backend answers it from there.
+    // The portal at times waits out a 25 s time-out of its own before answering anyone: started with
+    // room for that, and with the event loop running, from which the backend answers.
     const auto startPortal = [&](bool withBackend) {
         bus = desktop->bus(standIn.path());
         if (withBackend) {
@@ -407,8 +386,7 @@ TEST_F(WaylandTest, RealPortalFailuresAreSaidOnceAndLeaveNoFile)
     EXPECT_FALSE(QFile::exists(standIn.filePath(u"late.png"_s)));
 }
 
-// An hour of ticks through the default path records every one and leaves nothing on disk; the
-// desktop's lock pauses them as on X11.
+// An hour of ticks records every one and leaves nothing on disk; the lock pauses them.
 TEST_F(WaylandTest, AHundredTicksRecordEachScreenAndTheLockPausesThem)
 {
     WlrScreencopyGrabber screencopy;
@@ -432,7 +410,6 @@ TEST_F(WaylandTest, AHundredTicksRecordEachScreenAndTheLockPausesThem)
     }
 }
 
-// The tray icon reaches the desktop's StatusNotifierWatcher, and activating it opens the panel.
 TEST_F(WaylandTest, TheTrayIconRegistersAndActivationOpensThePanel)
 {
     TrayPanel tray([] { return std::make_unique<QQuickWindow>(); }, 1h);
@@ -445,9 +422,7 @@ TEST_F(WaylandTest, TheTrayIconRegistersAndActivationOpensThePanel)
     ASSERT_TRUE(QTest::qWaitFor([&] { return tray.panel() && tray.panel()->isVisible(); }, 5000));
 }
 
-// Windows that sway itself starts, so they live in its session: Xwayland ones named by their
-// WM_CLASS instance, and native ones named by their app_id. The monitor asks sway's IPC tree and
-// grabs through screencopy.
+// Windows started by sway, in its session: Xwayland ones by WM_CLASS instance, native ones by app_id.
 class SwayPrivacyTest : public WaylandTest
 {
 protected:
@@ -476,8 +451,8 @@ protected:
     ScreenCaptureService screen {&grabs, nullptr, ScreenCaptureService::SessionType::Wayland};
 };
 
-// KeePassXC, a native window, beside a focused Xwayland editor and focused itself; then in each
-// place sway can put it; KeePassXC again through Xwayland. Title words and edited lists: the X11 walk.
+// KeePassXC, native, beside a focused Xwayland editor and focused; in each place sway can put it;
+// then through Xwayland.
 TEST_F(SwayPrivacyTest, AnExcludedWindowOnAnyShownWorkspaceStopsTheGrab)
 {
     open(u"xlogo -name editor -title Notes"_s, u"Notes"_s);
@@ -526,7 +501,10 @@ int main(int argc, char **argv)
         qputenv("QT_QUICK_BACKEND", "software");
     }
     QApplication app(argc, argv);
-    // The first output shows its grid once swaybg has drawn it.
+    const auto gridShown = [] {
+        const std::optional<ScreenGrab> grab = QCoro::waitFor(WlrScreencopyGrabber().capture());
+        return grab && grab->ok() && grab->image.pixelColor(240, 135).rgb() == blockColor(0, 0).rgb();
+    };
     if (sessionBus && !QTest::qWaitFor(gridShown, 10000)) {
         session.problem = "the first output never showed its background";
     }

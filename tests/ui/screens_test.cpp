@@ -7,14 +7,11 @@
 #include "uirig.h"
 
 #include <QDir>
-#include <QFontInfo>
 #include <QKeyEvent>
-#include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QtQml/qqmlextensionplugin.h>
 
 Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
@@ -22,9 +19,7 @@ Q_IMPORT_QML_PLUGIN(Tamlo_UiPlugin)
 using namespace Qt::StringLiterals;
 
 namespace {
-// A screen of the panel drawn offscreen in software over real services: every warning QML reports
-// while it is up fails the picture it was reported for, and each picture is written to the build's
-// screenshot folder.
+// A screen of the panel drawn offscreen over real services; a QML warning fails the picture it came with.
 class QmlScreenTest : public UiRig
 {
 protected:
@@ -53,7 +48,6 @@ protected:
         UiRig::TearDown();
     }
 
-    // The file of Tamlo.Ui, 320 by 600, over these models.
     void show(const QString &file, const QVariantMap &models)
     {
         m_view = std::make_unique<QQuickView>();
@@ -78,7 +72,6 @@ protected:
         QSignalSpy(m_view.get(), &QQuickWindow::frameSwapped).wait(100);
     }
 
-    // Writes what the window (the view when null) drew as <name>.png, of the size given.
     void capture(const QString &name, QSize size = QSize(320, 600), QQuickWindow *window = nullptr)
     {
         settle();
@@ -90,7 +83,6 @@ protected:
         s_warnings.clear();
     }
 
-    // Whether an item of that name is on screen now.
     [[nodiscard]] bool shows(const char *objectName) const
     {
         const auto *item = m_view->rootObject()->findChild<QQuickItem *>(QString::fromLatin1(objectName));
@@ -110,7 +102,6 @@ protected:
 using ScreensSmokeTest = QmlScreenTest;
 } // namespace
 
-// A new user's way from the setup to the settings and the About sheet, with what each screen says.
 TEST_F(ScreensSmokeTest, FirstLaunchThenAnEmptyDayThenSettingsAndAbout)
 {
     settings->setString(SettingsKey::selectedOllamaModel, u"llava:7b"_s);
@@ -178,8 +169,6 @@ TEST_F(ScreensSmokeTest, FirstLaunchThenAnEmptyDayThenSettingsAndAbout)
     EXPECT_FALSE(sheet->isVisible());
 }
 
-// A day's report while running, its cards of each kind with the note field, each banner with what
-// it offers, the pause and the save dialog over the panel.
 TEST_F(ScreensSmokeTest, ARecordedDayItsCardsEachBannerAndTheSaveDialog)
 {
     settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
@@ -263,7 +252,6 @@ TEST_F(ScreensSmokeTest, ARecordedDayItsCardsEachBannerAndTheSaveDialog)
     main->pauseFor(2);
     EXPECT_EQ(main->statusText(), u"Paused until 12:00 AM"_s);
 
-    // Export asks where to save, offering the day's file name.
     main->exportTodayLogs();
     QObject *dialog = m_view->rootObject()->findChild<QObject *>(u"saveDialog"_s);
     ASSERT_NE(dialog, nullptr);
@@ -273,7 +261,6 @@ TEST_F(ScreensSmokeTest, ARecordedDayItsCardsEachBannerAndTheSaveDialog)
     capture(u"13-export-save-dialog"_s);
 }
 
-// The privacy section where exclusions apply, and on GNOME on Wayland, where they cannot.
 TEST_F(ScreensSmokeTest, PrivacySectionOnEachKindOfDesktop)
 {
     settings->setBoolean(SettingsKey::didCompleteInitialSetup, true);
@@ -296,32 +283,10 @@ TEST_F(ScreensSmokeTest, PrivacySectionOnEachKindOfDesktop)
     }
 }
 
-// Figures keep their width on a desktop whose font has proportional digits (GNOME's Cantarell).
-TEST(FigureTextTest, EveryDigitTakesTheSameWidthInAProportionalFont)
-{
-    const QFont previous = QGuiApplication::font();
-    QGuiApplication::setFont(QFont(u"Cantarell"_s));
-    ASSERT_EQ(QFontInfo(QGuiApplication::font()).family(), u"Cantarell"_s) << "install fonts-cantarell";
-    QQmlEngine engine;
-    engine.addImportPath(u"qrc:/"_s);
-    QQmlComponent component(&engine);
-    component.setData("import Tamlo.Ui\nFigureText { textStyle: \"caption2\" }", QUrl());
-    QList<qreal> widths;
-    for (const QString &text : {u"11%"_s, u"00%"_s, u"84%"_s}) {
-        std::unique_ptr<QObject> figure(component.createWithInitialProperties({{u"text"_s, text}}));
-        ASSERT_NE(figure, nullptr) << component.errorString().toStdString();
-        widths.append(figure->property("implicitWidth").toReal());
-    }
-    QGuiApplication::setFont(previous);
-    EXPECT_GT(widths[0], 0);
-    EXPECT_EQ(widths, QList<qreal>(3, widths[0]));
-}
-
 namespace {
 using Phase = LoginViewModel::Phase;
 
-// The panel's gate over real services: the sign-in screen until the stand-in backend accepts a
-// token, the main screen after.
+// The sign-in screen until the stand-in backend accepts a token, the main screen after.
 class SignInScreensTest : public QmlScreenTest
 {
 protected:
@@ -336,14 +301,6 @@ protected:
         login = std::make_unique<LoginViewModel>(auth.get(), config, &desktop);
     }
 
-    void showGate(LoginViewModel *model)
-    {
-        show(u"AppGateView.qml"_s,
-            {{u"gate"_s, QVariant::fromValue(gate.get())}, {u"login"_s, QVariant::fromValue(model)},
-                {u"main"_s, QVariant::fromValue(main.get())}});
-    }
-
-    // A callback's token exchange, which the stand-in backend answers so.
     void verify(const StandInServer::Reply &reply)
     {
         backend.on("POST", "/auth/verify-token", reply);
@@ -355,19 +312,16 @@ protected:
     std::unique_ptr<AppGateModel> gate;
     std::unique_ptr<LoginViewModel> login;
 };
-
-const StandInServer::Reply signedIn {.status = 200,
-    .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"ada@example.com"}})",
-    .delayMs = 1500};
 } // namespace
 
-// One user's way through the sign-in: each phase drawn, with the page it opened and what the gate
-// made of it (the error texts themselves: the auth service's tests; signing out: end to end).
+// The error texts themselves: the auth service's tests; the local server missing and signing out: end to end.
 TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
 {
     QList<Phase> phases;
     QObject::connect(login.get(), &LoginViewModel::phaseChanged, login.get(), [&] { phases.append(login->phase()); });
-    ASSERT_NO_FATAL_FAILURE(showGate(login.get()));
+    ASSERT_NO_FATAL_FAILURE(show(u"AppGateView.qml"_s,
+        {{u"gate"_s, QVariant::fromValue(gate.get())}, {u"login"_s, QVariant::fromValue(login.get())},
+            {u"main"_s, QVariant::fromValue(main.get())}}));
     EXPECT_TRUE(shows("logInButton") && !shows("openAgainButton"));
     EXPECT_EQ(gate->menuBarSymbol(), u"circle.dotted"_s);
     capture(u"signin-1-login"_s);
@@ -398,13 +352,15 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     EXPECT_EQ(desktop.openedUrls.size(), 2);
 
     login->openWebLogin();
-    backend.on("POST", "/auth/verify-token", signedIn);
+    backend.on("POST", "/auth/verify-token",
+        {.status = 200,
+            .body = R"({"sessionToken":"sess-1","user":{"id":"u1","email":"a@example.com"}})",
+            .delayMs = 1500});
     auto verification = auth->verifyMagicLinkToken(u"magic"_s);
     ASSERT_TRUE(auth->isLoading());
     EXPECT_FALSE(shows("logInButton"));
     capture(u"signin-5-verifying"_s);
 
-    // Signed in: the main screen and the filled tray icon, the waiting over.
     QCoro::waitFor(std::move(verification));
     EXPECT_EQ(gate->screen(), AppGateModel::Screen::Content);
     EXPECT_EQ(gate->menuBarSymbol(), u"circle.fill"_s);
@@ -412,29 +368,4 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     capture(u"signin-6-main-screen"_s);
     auth->logout();
     EXPECT_EQ(gate->menuBarSymbol(), u"circle.dotted"_s);
-}
-
-// A build whose own server on this machine is not running says how to start it, rather than
-// offering a page that cannot load, and offers "Log in" once something answers there.
-TEST_F(SignInScreensTest, TellsHowToStartTheLocalServerUntilItAnswers)
-{
-    QTcpServer server;
-    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
-    const quint16 port = server.serverPort();
-    server.close();
-    const QString address = u"127.0.0.1:%1"_s.arg(port);
-    LoginViewModel local(auth.get(), AppConfig(settings.get(), {}, u"http://"_s + address, {}), &desktop);
-    QSignalSpy changes(&local, &LoginViewModel::localServerMissingChanged);
-    ASSERT_TRUE(changes.wait());
-    ASSERT_NO_FATAL_FAILURE(showGate(&local));
-    EXPECT_TRUE(shows("startServerSection") && !shows("logInButton"));
-    EXPECT_TRUE(local.localServerText().contains(address));
-    capture(u"signin-7-start-server"_s);
-
-    // Signing out looks again.
-    verify({.body = signedIn.body});
-    ASSERT_TRUE(server.listen(QHostAddress::LocalHost, port));
-    auth->logout();
-    EXPECT_TRUE(QTest::qWaitFor([&] { return shows("logInButton") && !shows("startServerSection"); }, 5000));
-    m_view.reset();
 }

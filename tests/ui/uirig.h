@@ -8,7 +8,6 @@
 
 #include "monitorrig.h"
 
-// Records what the screens asked of the desktop instead of opening a browser or its settings.
 class RecordingDesktop final : public DesktopActions
 {
 public:
@@ -21,7 +20,6 @@ public:
     int privacySettingsOpened = 0;
 };
 
-// Input idle for as long as the test says.
 struct SetIdleTime final : IdleTimeSource
 {
     std::chrono::milliseconds idle {0};
@@ -42,7 +40,6 @@ protected:
         MonitorRig::SetUp();
         settings->remove(SettingsKey::userProjects);
         settings->remove(SettingsKey::categorizeBy);
-        // Each capture stands for a new screen that the model describes.
         settings->setBoolean(SettingsKey::skipUnchangedScreens, false);
         buildParts();
         idleTime = &idle;
@@ -69,7 +66,6 @@ protected:
         llm->invalidateInstalledModelsCache();
     }
 
-    // One tick, of a screen that the model describes so.
     void tickWith(const QString &category, const QString &project, const QString &description)
     {
         analysis = {200,
