@@ -7,7 +7,9 @@
 #include "uirig.h"
 
 #include <QDir>
+#include <QFontInfo>
 #include <QKeyEvent>
+#include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
@@ -281,6 +283,27 @@ TEST_F(ScreensSmokeTest, PrivacySectionOnEachKindOfDesktop)
         }
         capture(type == u"x11"_s ? u"14-settings-privacy"_s : u"15-settings-privacy-gnome-wayland"_s);
     }
+}
+
+// Figures side by side line up: every digit takes the same width, in a proportional font too.
+TEST(FigureTextTest, EveryDigitTakesTheSameWidthInAProportionalFont)
+{
+    const QFont previous = QGuiApplication::font();
+    QGuiApplication::setFont(QFont(u"Cantarell"_s));
+    ASSERT_EQ(QFontInfo(QGuiApplication::font()).family(), u"Cantarell"_s) << "install fonts-cantarell";
+    QQmlEngine engine;
+    engine.addImportPath(u"qrc:/"_s);
+    QQmlComponent component(&engine);
+    component.setData("import Tamlo.Ui\nFigureText { textStyle: \"caption2\" }", QUrl());
+    QList<qreal> widths;
+    for (const QString &text : {u"11%"_s, u"00%"_s, u"84%"_s}) {
+        std::unique_ptr<QObject> figure(component.createWithInitialProperties({{u"text"_s, text}}));
+        ASSERT_NE(figure, nullptr) << component.errorString().toStdString();
+        widths.append(figure->property("implicitWidth").toReal());
+    }
+    QGuiApplication::setFont(previous);
+    EXPECT_GT(widths[0], 0);
+    EXPECT_EQ(widths, QList<qreal>(3, widths[0]));
 }
 
 namespace {
