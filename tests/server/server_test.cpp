@@ -191,7 +191,7 @@ TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndWithoutAWayToSignI
     EXPECT_EQ(page.status, 400);
     EXPECT_TRUE(page.text().contains(u"only returns to the Tamlo app"_s));
     const HttpResult posted
-        = http->post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}});
+        = post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}});
     EXPECT_EQ(posted.status, 400);
     EXPECT_FALSE(posted.text().contains(u"token="_s));
     EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM sign_in_links"_s).toInt(), 0);
