@@ -31,6 +31,8 @@
 using namespace Qt::StringLiterals;
 
 inline const QString deviceA = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
+inline const QString adaMail = u"ada@example.org"_s;
+inline const QString eveMail = u"eve@example.org"_s;
 
 // PostgreSQL where postgres-cluster.sh started a cluster for this process, SQLite otherwise.
 class TestBackend

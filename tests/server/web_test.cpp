@@ -19,25 +19,25 @@ using WebTest = ServerTest;
 TEST_F(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
 {
     Client eve(base);
-    signIn(u"ada@example.org"_s);
-    eve.signIn(u"eve@example.org"_s);
-    const QString adaId = storage->userByEmail(u"ada@example.org"_s)->id;
+    signIn(adaMail);
+    eve.signIn(eveMail);
+    const QString adaId = storage->userByEmail(adaMail)->id;
     QString firstWrong = formToken(u"/sync"_s);
     firstWrong[0] = firstWrong[0] == u'A' ? u'B' : u'A';
     for (const QString &token : {QString(), eve.formToken(u"/sync"_s), firstWrong}) {
         EXPECT_EQ(post(u"/sync"_s, {{u"csrf"_s, token}}).status, 403);
-        EXPECT_EQ(post(u"/account/delete"_s, {{u"csrf"_s, token}, {u"confirm"_s, u"ada@example.org"_s}}).status, 403);
+        EXPECT_EQ(post(u"/account/delete"_s, {{u"csrf"_s, token}, {u"confirm"_s, adaMail}}).status, 403);
     }
     EXPECT_EQ(storage->syncRequestedAt(adaId), std::nullopt);
-    EXPECT_TRUE(storage->userByEmail(u"ada@example.org"_s).has_value());
+    EXPECT_TRUE(storage->userByEmail(adaMail).has_value());
     EXPECT_EQ(post(u"/sync"_s, {{u"csrf"_s, formToken(u"/sync"_s)}}).status, 303);
     EXPECT_EQ(storage->syncRequestedAt(adaId), clock.now().toMSecsSinceEpoch());
 
     // Before signing in, a sign-in post, and a mailed link's, needs the token its own form set in this browser.
     Client stranger(base);
     const QString foreign = formToken(u"/login"_s);
-    EXPECT_EQ(stranger.post(u"/login"_s, {{u"csrf"_s, foreign}, {u"email"_s, u"ada@example.org"_s}}).status, 403);
-    const QString link = links.createLink(u"ada@example.org"_s);
+    EXPECT_EQ(stranger.post(u"/login"_s, {{u"csrf"_s, foreign}, {u"email"_s, adaMail}}).status, 403);
+    const QString link = links.createLink(adaMail);
     EXPECT_EQ(stranger.post(u"/auth/link"_s, {{u"csrf"_s, foreign}, {u"token"_s, link}}).status, 403);
 }
 
@@ -47,8 +47,7 @@ TEST_F(WebTest, EveryReplyCarriesTheSecurityHeadersAndCookiesAreHttpOnlyLaxAndSe
     const HttpResult form = browser.get(u"/login"_s);
     EXPECT_EQ(
         form.header("Set-Cookie"), "tamlo_form=" + form.formToken().toLatin1() + "; Path=/; HttpOnly; SameSite=Lax");
-    const HttpResult signedIn
-        = browser.post(u"/register"_s, {{u"csrf"_s, form.formToken()}, {u"email"_s, u"ada@example.org"_s}});
+    const HttpResult signedIn = browser.post(u"/register"_s, {{u"csrf"_s, form.formToken()}, {u"email"_s, adaMail}});
     const QByteArray session = signedIn.header("Set-Cookie");
     EXPECT_TRUE(session.startsWith("tamlo_session=")) << session.toStdString();
     EXPECT_TRUE(session.endsWith("; Path=/; HttpOnly; SameSite=Lax; Max-Age=2592000")) << session.toStdString();
@@ -70,8 +69,7 @@ TEST_F(WebTest, EveryReplyCarriesTheSecurityHeadersAndCookiesAreHttpOnlyLaxAndSe
     const HttpResult httpsForm = secure.get(u"/login"_s);
     EXPECT_TRUE(httpsForm.header("Set-Cookie").endsWith("; HttpOnly; SameSite=Lax; Secure"));
     const QByteArray secureSession
-        = secure.post(u"/register"_s, {{u"csrf"_s, httpsForm.formToken()}, {u"email"_s, u"eve@example.org"_s}})
-              .header("Set-Cookie");
+        = secure.post(u"/register"_s, {{u"csrf"_s, httpsForm.formToken()}, {u"email"_s, eveMail}}).header("Set-Cookie");
     EXPECT_TRUE(secureSession.contains("; Secure")) << secureSession.toStdString();
 }
 
@@ -84,7 +82,7 @@ TEST_F(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
     };
     // Five links an address in half an hour; twenty posts a client in ten minutes, the refused one too.
     for (int i = 0; i < 5; ++i) {
-        ASSERT_EQ(ask(u"ada@example.org"_s).status, 200);
+        ASSERT_EQ(ask(adaMail).status, 200);
     }
     const HttpResult limited = ask(u"ADA@example.org"_s);
     EXPECT_EQ(std::tuple(limited.status, limited.header("Retry-After")), std::tuple(429, QByteArray("1800")));
@@ -117,13 +115,13 @@ TEST_F(WebTest, RateLimitsAnswer429WithRetryAfterAndRecover)
 // deleted, which ends their access and leaves no row of Ada's data.
 TEST_F(WebTest, PagesShowExactlyWhatWasUploadedAndRevokingOrDeletingEndsAccessAndLeavesNoRow)
 {
-    const QString appSession = sessionFor(u"ada@example.org"_s);
+    const QString appSession = sessionFor(adaMail);
     clock.advance(60 * 60);
     ASSERT_EQ(sync(adasDay(), appSession).status, 200);
-    const QString eveSession = sessionFor(u"eve@example.org"_s);
+    const QString eveSession = sessionFor(eveMail);
     ASSERT_EQ(sync(adasDay(), eveSession).status, 200);
     Client browser(base);
-    browser.signIn(u"ada@example.org"_s);
+    browser.signIn(adaMail);
 
     const HttpResult json = browser.get(u"/export/tamlo-data.json"_s);
     EXPECT_EQ(json.header("Content-Disposition"), "attachment; filename=\"tamlo-data.json\"");
@@ -146,7 +144,7 @@ TEST_F(WebTest, PagesShowExactlyWhatWasUploadedAndRevokingOrDeletingEndsAccessAn
     // Every time names its zone: the device's last upload in its own, the app's sign-in and last call in UTC.
     EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 12:00 Europe/Berlin</td>"_s));
     EXPECT_TRUE(devices.contains(u"<td>16 Nov 2026, 10:00 UTC</td><td>16 Nov 2026, 11:00 UTC</td>"_s));
-    const QString app = appSessionOf(u"ada@example.org"_s);
+    const QString app = appSessionOf(adaMail);
 
     // Later that day: a run of one marker is one gap named for it, a run of private ticks one row.
     QJsonArray markers;
@@ -172,13 +170,12 @@ TEST_F(WebTest, PagesShowExactlyWhatWasUploadedAndRevokingOrDeletingEndsAccessAn
     const QString token = browser.formToken(u"/devices"_s);
     EXPECT_EQ(browser.post(u"/sessions/sign-out"_s, {{u"csrf"_s, token}, {u"session"_s, app}}).status, 303);
     EXPECT_EQ(send("GET", u"/auth/me"_s, {}, appSession).status, 401);
-    browser.post(u"/sessions/sign-out"_s, {{u"csrf"_s, token}, {u"session"_s, appSessionOf(u"eve@example.org"_s)}});
+    browser.post(u"/sessions/sign-out"_s, {{u"csrf"_s, token}, {u"session"_s, appSessionOf(eveMail)}});
     EXPECT_EQ(send("GET", u"/auth/me"_s, {}, eveSession).status, 200);
 
-    const ServerUser ada = *storage->userByEmail(u"ada@example.org"_s);
+    const ServerUser ada = *storage->userByEmail(adaMail);
     storage->requestSync(ada.id, 1);
-    EXPECT_EQ(
-        browser.post(u"/account/delete"_s, {{u"csrf"_s, token}, {u"confirm"_s, u"eve@example.org"_s}}).status, 400);
+    EXPECT_EQ(browser.post(u"/account/delete"_s, {{u"csrf"_s, token}, {u"confirm"_s, eveMail}}).status, 400);
     const HttpResult deleted
         = browser.post(u"/account/delete"_s, {{u"csrf"_s, token}, {u"confirm"_s, u" Ada@Example.org"_s}});
     EXPECT_EQ(deleted.status, 200);
