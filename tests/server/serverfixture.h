@@ -65,11 +65,9 @@ public:
             db.setHostName(m_cluster.host());
             db.setPort(m_cluster.port());
             db.setUserName(m_cluster.userName());
-            if (db.open()) {
-                QSqlQuery query(db);
-                if (query.exec(sql) && query.next()) {
-                    result = query.value(0);
-                }
+            QSqlQuery query(db);
+            if (db.open() && query.exec(sql) && query.next()) {
+                result = query.value(0);
             }
         }
         QSqlDatabase::removeDatabase(u"test-side"_s);
