@@ -27,7 +27,7 @@ protected:
 TEST_F(AdminCommandsTest, ManagesAccountsAndRefusesBadInputWithAMessage)
 {
     EXPECT_EQ(run({u"user"_s, u"add"_s, u"Ada@Example.org"_s}, u"Ada Lovelace"_s), 0);
-    EXPECT_EQ(run({u"user"_s, u"add"_s, u"ada@example.org"_s}), 1);
+    EXPECT_EQ(run({u"user"_s, u"add"_s, adaMail}), 1);
     EXPECT_TRUE(errors.contains(u"exists already"_s));
     for (const QStringList &bad : {QStringList {u"user"_s, u"add"_s, u"not-an-address"_s},
              QStringList {u"user"_s, u"add"_s, u"ada@"_s}, QStringList {u"user"_s, u"list"_s, u"extra"_s},
@@ -39,23 +39,22 @@ TEST_F(AdminCommandsTest, ManagesAccountsAndRefusesBadInputWithAMessage)
     EXPECT_TRUE(output.startsWith(u"ada@example.org\tAda Lovelace\t"_s)) << output.toStdString();
 
     EXPECT_EQ(run({u"request-sync"_s, u"ADA@example.org"_s}), 0);
-    EXPECT_EQ(
-        storage->syncRequestedAt(storage->userByEmail(u"ada@example.org"_s)->id), clock.now().toMSecsSinceEpoch());
+    EXPECT_EQ(storage->syncRequestedAt(storage->userByEmail(adaMail)->id), clock.now().toMSecsSinceEpoch());
     // The link printed is the app's callback, and its token signs in.
-    EXPECT_EQ(run({u"login-link"_s, u"ada@example.org"_s}), 0);
+    EXPECT_EQ(run({u"login-link"_s, adaMail}), 0);
     ASSERT_TRUE(output.startsWith(u"tamlo://auth?token="_s)) << output.toStdString();
     EXPECT_EQ(signIn.verify(output.trimmed().mid(19)).outcome, SignInService::Outcome::SignedIn);
-    EXPECT_EQ(run({u"export"_s, u"ada@example.org"_s}), 0);
+    EXPECT_EQ(run({u"export"_s, adaMail}), 0);
     EXPECT_EQ(QJsonDocument::fromJson(output.toUtf8())[u"user"_s][u"name"_s].toString(), u"Ada Lovelace"_s);
 
-    EXPECT_EQ(run({u"user"_s, u"delete"_s, u"ada@example.org"_s}), 0);
-    EXPECT_EQ(run({u"user"_s, u"delete"_s, u"ada@example.org"_s}), 1);
+    EXPECT_EQ(run({u"user"_s, u"delete"_s, adaMail}), 0);
+    EXPECT_EQ(run({u"user"_s, u"delete"_s, adaMail}), 1);
     EXPECT_TRUE(storage->users().isEmpty());
 }
 
 TEST_F(AdminCommandsTest, BackupWritesAPrivateConsistentCopyAndNeverOverwrites)
 {
-    run({u"user"_s, u"add"_s, u"ada@example.org"_s});
+    run({u"user"_s, u"add"_s, adaMail});
     const QString copy = dir.filePath(u"copy.sqlite3"_s);
     EXPECT_EQ(run({u"backup"_s, copy}), 0);
     EXPECT_FALSE(QFile::permissions(copy)

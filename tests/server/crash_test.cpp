@@ -49,7 +49,7 @@ protected:
 
 TEST_F(CrashTest, AKillInTheMiddleOfAnUploadLosesNothingCommittedAndStoresNoneOfIt)
 {
-    const ServerUser ada = storage->createUser(u"ada@example.org"_s, std::nullopt, 0);
+    const ServerUser ada = storage->createUser(adaMail, std::nullopt, 0);
     const QString session = SecretToken::generate();
     storage->createSession(SecretToken::digest(session), ada.id, 0);
     startServer();

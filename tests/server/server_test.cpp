@@ -7,24 +7,23 @@ TEST_F(ServerTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddress
     const HttpResult missing = verify(early);
     EXPECT_EQ(missing.status, 404);
     EXPECT_EQ(missing.body, R"({"error":"User not found"})");
-    linkToken(u"ada@example.org"_s, u"/register"_s);
+    linkToken(adaMail, u"/register"_s);
     const HttpResult verified = verify(early);
     ASSERT_EQ(verified.status, 200);
     const QString session = verified.json().value(u"sessionToken"_s).toString();
     const QJsonObject user = verified.json().value(u"user"_s).toObject();
-    EXPECT_EQ(user,
-        (QJsonObject {{u"id"_s, storage->userByEmail(u"ada@example.org"_s)->id}, {u"email"_s, u"ada@example.org"_s}}));
+    EXPECT_EQ(user, (QJsonObject {{u"id"_s, storage->userByEmail(adaMail)->id}, {u"email"_s, adaMail}}));
     EXPECT_EQ(send("GET", u"/auth/me"_s, {}, session).json(), user);
     const HttpResult again = verify(early);
     EXPECT_EQ(again.status, 410);
     EXPECT_EQ(again.body, R"({"error":"This sign-in link has expired or was already used"})");
 
     // Fifteen minutes old is too old, whatever has become of the account since.
-    const QString stale = linkToken(u"ada@example.org"_s, u"/login"_s);
+    const QString stale = linkToken(adaMail, u"/login"_s);
     clock.advance(15 * 60 - 1);
-    const QString fresh = linkToken(u"ada@example.org"_s, u"/login"_s);
+    const QString fresh = linkToken(adaMail, u"/login"_s);
     clock.advance(1);
-    storage->deleteUser(u"ada@example.org"_s);
+    storage->deleteUser(adaMail);
     EXPECT_EQ(verify(stale).status, 410);
     EXPECT_EQ(verify(fresh).status, 404);
     EXPECT_EQ(send("GET", u"/auth/me"_s, {}, session).status, 401);
@@ -34,7 +33,7 @@ TEST_F(ServerTest, ALinkSignsInOnceWithinFifteenMinutesAndOnlyARegisteredAddress
 // its status, and no token or address.
 TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
 {
-    const QString session = sessionFor(u"ada@example.org"_s);
+    const QString session = sessionFor(adaMail);
     const QByteArray unauthorized = R"({"error":"Unauthorized"})";
     const QList<std::tuple<QByteArray, QString, QByteArray, std::optional<QString>, int, QByteArray>> cases {
         {"POST", u"/activity/sync"_s, oneDay(), session, 200, R"({"days":1,"snapshots":1})"},
@@ -63,20 +62,20 @@ TEST_F(ServerTest, EachEndpointAnswersItsStatusAndBodyAndIsLoggedWithoutSecrets)
     EXPECT_TRUE(lines[4].contains(u" GET /activity/status 200 "_s)) << lines[4].toStdString();
     EXPECT_TRUE(lines[9].contains(u" GET (other) 404 "_s)) << lines[9].toStdString();
     EXPECT_TRUE(lines.last().contains(u" POST /activity/sync 413 "_s)) << lines.last().toStdString();
-    for (const QString &secret : {session, u"ada@example.org"_s}) {
+    for (const QString &secret : {session, adaMail}) {
         EXPECT_FALSE(logText.contains(secret)) << secret.toStdString();
     }
 }
 
 TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
 {
-    const QString session = sessionFor(u"ada@example.org"_s);
-    const QString laptop = sessionFor(u"ada@example.org"_s);
+    const QString session = sessionFor(adaMail);
+    const QString laptop = sessionFor(adaMail);
     const QByteArray laptopUpload = bytes(upload({}, u"0C9E4B52-7A31-4E0D-9F6B-3D8A2C5E1F07"_s));
     EXPECT_EQ(sync(laptopUpload, laptop).status, 200);
     EXPECT_EQ(sync(bytes(upload({})), session).status, 200);
 
-    const ServerUser ada = *storage->userByEmail(u"ada@example.org"_s);
+    const ServerUser ada = *storage->userByEmail(adaMail);
     storage->requestSync(ada.id, 1763287200000);
     const QByteArray requested = R"({"syncRequestedAt":1763287200000})";
     auto status = [&](const QString &bearer) { return send("GET", u"/activity/status"_s, {}, bearer).body; };
@@ -87,7 +86,7 @@ TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
     // Served for this device only: the laptop, and a computer signed in since, are still asked.
     EXPECT_EQ(status(session), "{}");
     EXPECT_EQ(status(laptop), requested);
-    const QString newcomer = sessionFor(u"ada@example.org"_s);
+    const QString newcomer = sessionFor(adaMail);
     EXPECT_EQ(status(newcomer), requested);
     EXPECT_EQ(sync(laptopUpload, laptop).status, 200);
     EXPECT_EQ(status(laptop), "{}");
@@ -98,7 +97,7 @@ TEST_F(ServerTest, UploadIsStoredAndARequestStandsForEachDeviceUntilItUploads)
 
 TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
 {
-    const QString session = sessionFor(u"ada@example.org"_s);
+    const QString session = sessionFor(adaMail);
     const QJsonObject good = QJsonDocument::fromJson(oneDay()).object();
     const QJsonArray records = good[u"days"_s][0][u"snapshots"_s].toArray();
     auto withTop = [&](const QString &key, const QJsonValue &value) {
@@ -150,7 +149,7 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
         EXPECT_EQ(result.status, 400);
         EXPECT_TRUE(result.json().value(u"error"_s).toString().contains(fault)) << result.text().toStdString();
     }
-    const QString ada = storage->userByEmail(u"ada@example.org"_s)->id;
+    const QString ada = storage->userByEmail(adaMail)->id;
     EXPECT_TRUE(storage->days(ada).isEmpty());
     EXPECT_TRUE(storage->devices(ada).isEmpty());
 
@@ -164,7 +163,7 @@ TEST_F(ServerTest, EveryBadBodyIs400AndStoresNothingAndOnlyTheExactFormsPass)
 // Size and framing are held at the socket, before a request is read.
 TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeOrUnframedAndPassesTheRest)
 {
-    const QString session = sessionFor(u"ada@example.org"_s);
+    const QString session = sessionFor(adaMail);
     const QByteArray head = "POST /activity/sync HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " + session.toUtf8()
         + "\r\nContent-Type: application/json\r\n";
     const QList<std::pair<QByteArray, QByteArray>> refused {
@@ -182,7 +181,7 @@ TEST_F(ServerTest, TheSocketTurnsAwayWhatIsTooLargeOrUnframedAndPassesTheRest)
     const QByteArray request = head + "Content-Length: " + QByteArray::number(oneDay().size()) + "\r\n\r\n" + oneDay();
     const QByteArray twice = sendRaw(request + request);
     EXPECT_TRUE(twice.startsWith("HTTP/1.1 200")) << twice.toStdString();
-    EXPECT_EQ(storage->days(storage->userByEmail(u"ada@example.org"_s)->id).size(), 1);
+    EXPECT_EQ(storage->days(storage->userByEmail(adaMail)->id).size(), 1);
 }
 
 TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndWithoutAWayToSignInThePagesAnswer403)
@@ -190,8 +189,7 @@ TEST_F(ServerTest, TheRedirectGuardRefusesAnythingButTheAppAndWithoutAWayToSignI
     const HttpResult page = send("GET", u"/login?redirect=tamlo://auth.evil"_s);
     EXPECT_EQ(page.status, 400);
     EXPECT_TRUE(page.text().contains(u"only returns to the Tamlo app"_s));
-    const HttpResult posted
-        = http->post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, u"ada@example.org"_s}});
+    const HttpResult posted = post(u"/login"_s, {{u"redirect"_s, u"https://evil.example"_s}, {u"email"_s, adaMail}});
     EXPECT_EQ(posted.status, 400);
     EXPECT_FALSE(posted.text().contains(u"token="_s));
     EXPECT_EQ(backend.scalar(u"SELECT COUNT(*) FROM sign_in_links"_s).toInt(), 0);

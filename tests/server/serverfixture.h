@@ -31,6 +31,8 @@
 using namespace Qt::StringLiterals;
 
 inline const QString deviceA = u"5D0A3C7E-1B42-4F6A-8E9D-7C21B04F6A11"_s;
+inline const QString adaMail = u"ada@example.org"_s;
+inline const QString eveMail = u"eve@example.org"_s;
 
 // PostgreSQL where postgres-cluster.sh started a cluster for this process, SQLite otherwise.
 class TestBackend
@@ -63,11 +65,9 @@ public:
             db.setHostName(m_cluster.host());
             db.setPort(m_cluster.port());
             db.setUserName(m_cluster.userName());
-            if (db.open()) {
-                QSqlQuery query(db);
-                if (query.exec(sql) && query.next()) {
-                    result = query.value(0);
-                }
+            QSqlQuery query(db);
+            if (db.open() && query.exec(sql) && query.next()) {
+                result = query.value(0);
             }
         }
         QSqlDatabase::removeDatabase(u"test-side"_s);
@@ -84,10 +84,8 @@ private:
 class BackendTest : public ::testing::Test
 {
 protected:
-    void SetUp() override { storage = backend.openEmpty(); }
-
     TestBackend backend;
-    std::unique_ptr<SqlStorage> storage;
+    std::unique_ptr<SqlStorage> storage = backend.openEmpty();
 };
 
 struct HttpResult
@@ -161,12 +159,12 @@ inline QByteArray rawExchange(quint16 port, const QByteArray &bytes, int timeout
 class Client
 {
 public:
-    explicit Client(QUrl base) : m_base(std::move(base)) { }
+    explicit Client(QUrl base = {}) : base(std::move(base)) { }
 
     HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
         const std::optional<QString> &bearer = std::nullopt, const QByteArray &contentType = "application/json")
     {
-        QNetworkRequest request(m_base.resolved(QUrl(path)));
+        QNetworkRequest request(base.resolved(QUrl(path)));
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
         if (!body.isEmpty() || method == "POST") {
             request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
@@ -201,44 +199,36 @@ public:
         EXPECT_TRUE(reply.header("Location").endsWith("/days"));
     }
 
+    QUrl base;
+
 private:
-    QUrl m_base;
     QNetworkAccessManager m_nam;
 };
 
-// Put together as tamlo-server puts itself together, with a clock the test moves.
-class ServerTest : public BackendTest
+// Put together as tamlo-server puts itself together, with a clock the test moves; the fixture is
+// itself the test's first browser.
+class ServerTest : public BackendTest, public Client
 {
 protected:
     void SetUp() override
     {
-        BackendTest::SetUp();
         logBuffer.open(QIODevice::ReadWrite);
+        api.setRateLimiter(&limiter);
         start();
     }
 
     void start()
     {
-        signIn = std::make_unique<SignInService>(storage.get(), &clock);
-        api = std::make_unique<ApiEndpoints>(storage.get(), signIn.get(), &clock);
-        pages = std::make_unique<WebPages>(signIn.get(), QUrl(), localSignIn);
-        log = std::make_unique<RequestLog>(&logBuffer);
-        server = std::make_unique<TamloHttpServer>(api.get(), pages.get(), log.get());
+        pages = std::make_unique<WebPages>(&links, QUrl(), localSignIn);
+        server = std::make_unique<TamloHttpServer>(&api, pages.get(), &log);
         account = std::make_unique<AccountPages>(storage.get(), pages.get(), &clock);
-        api->setRateLimiter(&limiter);
         pages->setRateLimiter(&limiter);
         server->setAccountPages(account.get());
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0));
-        baseUrl = QUrl(u"http://127.0.0.1:%1"_s.arg(server->port()));
-        pages->setPublicUrl(baseUrl);
-        http = std::make_unique<Client>(baseUrl);
+        base = QUrl(u"http://127.0.0.1:%1"_s.arg(server->port()));
+        pages->setPublicUrl(base);
     }
 
-    HttpResult send(const QByteArray &method, const QString &path, const QByteArray &body = {},
-        const std::optional<QString> &bearer = std::nullopt)
-    {
-        return http->send(method, path, body, bearer);
-    }
     QByteArray sendRaw(const QByteArray &bytes) { return rawExchange(server->port(), bytes); }
     HttpResult verify(const QString &token)
     {
@@ -252,9 +242,9 @@ protected:
     // The browser's part of signing the app in.
     QString linkToken(const QString &email, const QString &path = u"/register"_s)
     {
-        const QString csrf = http->formToken(path + u"?redirect=tamlo://auth"_s);
+        const QString csrf = formToken(path + u"?redirect=tamlo://auth"_s);
         const HttpResult page
-            = http->post(path, {{u"redirect"_s, u"tamlo://auth"_s}, {u"csrf"_s, csrf}, {u"email"_s, email}});
+            = post(path, {{u"redirect"_s, u"tamlo://auth"_s}, {u"csrf"_s, csrf}, {u"email"_s, email}});
         EXPECT_EQ(page.status, 200) << page.text().toStdString();
         static const QRegularExpression callback(u"tamlo://auth\\?token=([A-Za-z0-9_-]+)"_s);
         return callback.match(page.text()).captured(1);
@@ -270,12 +260,10 @@ protected:
     FakeClock clock {QDateTime(QDate(2026, 11, 16), QTime(10, 0), Qt::UTC)};
     RateLimiter limiter {&clock};
     QBuffer logBuffer;
-    std::unique_ptr<SignInService> signIn;
-    std::unique_ptr<ApiEndpoints> api;
+    RequestLog log {&logBuffer};
+    SignInService links {storage.get(), &clock};
+    ApiEndpoints api {storage.get(), &links, &clock};
     std::unique_ptr<WebPages> pages;
-    std::unique_ptr<RequestLog> log;
     std::unique_ptr<TamloHttpServer> server;
     std::unique_ptr<AccountPages> account;
-    QUrl baseUrl;
-    std::unique_ptr<Client> http;
 };

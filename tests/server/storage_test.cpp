@@ -19,7 +19,7 @@ using StorageTest = BackendTest;
 TEST_F(StorageTest, UploadsUpsertByIdVerbatimInOrderAndRecordTheDevice)
 {
     const QString unicode = u"Grüße, 東京 🚀 \"quoted\" \\ back\u200Bslash"_s;
-    const ServerUser ada = storage->createUser(u"ada@example.org"_s, unicode, 1000);
+    const ServerUser ada = storage->createUser(adaMail, unicode, 1000);
     const UploadedSnapshot b = snapshot(u"A14B9E33-0C5D-4D21-B7F8-90E6C3D2F118"_s, u"2026-11-16T09:30:42Z"_s);
     storage->storeUpload(
         ada.id, upload({{u"2026-11-16"_s, {snapshot(idA, u"2026-11-16T09:30:12Z"_s), b}}}, true), 2000);
@@ -51,9 +51,9 @@ class LostConnection : public BackendTest
             QSqlQuery query(storage->database());
             return query.exec(u"SELECT pg_backend_pid()"_s) && query.next() ? query.value(0).toInt() : -1;
         };
-        storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
+        storage->createUser(adaMail, std::nullopt, 1000);
         const int before = serverProcess();
-        EXPECT_THROW(storage->createUser(u"ada@example.org"_s, std::nullopt, 1000), StorageError);
+        EXPECT_THROW(storage->createUser(adaMail, std::nullopt, 1000), StorageError);
         (void)storage->users(); // the statement is now prepared on the connection about to be lost
         EXPECT_EQ(serverProcess(), before);
         // As a restart of the database server leaves it.
@@ -73,7 +73,7 @@ class LostConnection : public BackendTest
 
 TEST_F(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
 {
-    storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
+    storage->createUser(adaMail, std::nullopt, 1000);
     QSqlQuery(storage->database()).exec(u"UPDATE schema_version SET version = 99"_s);
     storage.reset();
 
@@ -89,7 +89,7 @@ TEST_F(StorageTest, ADatabaseNewerThanTheBinaryIsRefusedAndLeftUntouched)
 
 TEST_F(StorageTest, ADatabaseOfTheFirstVersionKeepsItsSessionsDaysAndRequestWhenMigrated)
 {
-    const ServerUser ada = storage->createUser(u"ada@example.org"_s, std::nullopt, 1000);
+    const ServerUser ada = storage->createUser(adaMail, std::nullopt, 1000);
     storage->createSession(u"digest-of-an-old-session-token-0123456789"_s, ada.id, 1500);
     storage->storeUpload(ada.id, upload({{u"2026-11-16"_s, {snapshot(idA, u"2026-11-16T09:30:12Z"_s)}}}), 2000);
     storage->requestSync(ada.id, 2500);

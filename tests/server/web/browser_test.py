@@ -278,18 +278,17 @@ def main():
         if not shutil.which(program):
             print(f"SKIP: {program} is not installed (Debian: chromium, chromium-driver)")
             return SKIP
-    workdir = tempfile.mkdtemp(prefix="tamlo-browser-")
-    round_ = Round(args, workdir)
-    try:
-        round_.start()
-        round_.run()
-    except Exception:
-        if os.path.exists(log := os.path.join(workdir, "server.log")):
-            sys.stderr.write(open(log).read()[-4000:])
-        raise
-    finally:
-        round_.stop()
-        shutil.rmtree(workdir, ignore_errors=True)
+    with tempfile.TemporaryDirectory(prefix="tamlo-browser-", ignore_cleanup_errors=True) as workdir:
+        round_ = Round(args, workdir)
+        try:
+            round_.start()
+            round_.run()
+        except Exception:
+            if os.path.exists(log := os.path.join(workdir, "server.log")):
+                sys.stderr.write(open(log).read()[-4000:])
+            raise
+        finally:
+            round_.stop()
     print(f"PASS: {len(round_.shots)} screenshots in {args.screenshots}")
     return 0
 
