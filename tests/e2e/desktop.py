@@ -102,8 +102,7 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
         entry, content = {"model": request.get("model")}, {"summary": "A focused day on the checkout page."}
         images = [image for message in request.get("messages", []) for image in message.get("images", [])]
         if images:
-            png = base64.b64decode(images[0])
-            entry.update(imageHash=hashlib.sha256(png).hexdigest(), imageSize=struct.unpack(">II", png[16:24]))
+            entry["imageHash"] = hashlib.sha256(base64.b64decode(images[0])).hexdigest()
             content = {"category": "Coding", "projectName": "Website",
                        "activityDescription": "Editing checkout.css in the editor"}
         self.reply(entry, self.path == "/api/chat" and {
@@ -251,6 +250,9 @@ class Desktop:
                 return [s for s in json.load(f) if description in (None, s.get("activityDescription"))]
         except (OSError, ValueError):
             return []
+
+    def analysed(self):
+        return [s for s in self.snapshots() if s.get("imageHash")]
 
     def on_panel(self, name, timeout):
         return wait_for("%r on the panel" % name, lambda: name in self.panel_names() and self.panel_names(), timeout)

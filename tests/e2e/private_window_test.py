@@ -38,8 +38,7 @@ class PrivateWindow(desktop.Desktop):
 
         # KeePassXC closed: the next tick looks at the screen again.
         vault.terminate()
-        wait_for("an analysed record after KeePassXC closed",
-                 lambda: any(s.get("imageHash") for s in self.snapshots()), 45)
+        wait_for("an analysed record after KeePassXC closed", self.analysed, 45)
         check(self.ollama.analyses(), "no image reached the model after KeePassXC closed")
         time.sleep(1)
         self.screenshot("e2e-private-2-closed")
