@@ -228,10 +228,9 @@ class Desktop:
         self.server_cli("user", "add", EMAIL)
         self.open_url(self.server_cli("login-link", EMAIL).strip())
 
-    def uploaded_day(self, day):
-        exported = json.loads(self.server_cli("export", EMAIL))
-        found = next((d for d in exported.get("days", []) if d.get("date") == day), None)
-        return found and exported.get("devices") and {"day": found, "device": exported["devices"][0]}
+    def uploaded_today(self):
+        days = json.loads(self.server_cli("export", EMAIL)).get("days", [])
+        return next((d for d in days if d.get("date") == time.strftime("%Y-%m-%d")), None)
 
     def start_tamlo(self):
         self.app = self.start("tamlo", [self.args.tamlo])
