@@ -12,7 +12,6 @@ import http.server
 import json
 import os
 import re
-import select
 import shutil
 import signal
 import socket
@@ -73,11 +72,8 @@ class StandInOllama(http.server.ThreadingHTTPServer):
         self.requests = []
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
-    def recorded(self):
-        return list(self.requests)
-
     def analyses(self):
-        return [r for r in self.recorded() if r.get("imageHash")]
+        return [r for r in list(self.requests) if r.get("imageHash")]
 
 
 class OllamaHandler(http.server.BaseHTTPRequestHandler):
@@ -131,11 +127,6 @@ def xwd_to_png(xwd, png_path):
     with open(png_path, "wb") as out:
         out.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
                   + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
-
-
-def first_line(stream, timeout):
-    ready, _, _ = select.select([stream], [], [], timeout)
-    return (os.read(stream, 64) if isinstance(stream, int) else stream.readline()).decode().strip() if ready else ""
 
 
 class Desktop:
@@ -194,13 +185,13 @@ class Desktop:
         xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1280x800x24",
                                    "-nolisten", "tcp"], pass_fds=(write_end,))
         os.close(write_end)
-        display = first_line(self.display_pipe, 20)
+        display = os.read(self.display_pipe, 64).decode().strip()  # nothing if Xvfb ends first
         check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
         env["DISPLAY"] = ":" + display
         # A group of its own, with what it starts on demand (the accessibility bus and its registry).
         self.bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                               stdout=subprocess.PIPE, process_group=0)
-        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = first_line(self.bus.stdout, 20)
+        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = self.bus.stdout.readline().decode().strip()
         check(env["DBUS_SESSION_BUS_ADDRESS"], "dbus-daemon gave no address")
 
     def configure(self, **settings):
@@ -303,7 +294,7 @@ class Desktop:
         with contextlib.suppress(AttributeError, OSError):
             os.killpg(self.bus.pid, signal.SIGKILL)
         if failed:
-            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(),
+            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.requests,
                                                              self.snapshots()))
             for name in self.logs:
                 print("----- %s.log -----\n%s" % (name, self.log_text(name)[-6000:]), flush=True)

@@ -195,7 +195,6 @@ TEST_P(BackendFaultsTest, AFailedUploadKeepsEverythingAndSaysWhy)
 INSTANTIATE_TEST_SUITE_P(Faults, BackendFaultsTest,
     ::testing::Values(Fault {"Resets", {200, {}, "application/json", 20, true}},
         Fault {"Answers500WithMessage", {500, R"({"error":"Database unavailable"})"}, "Database unavailable"},
-        Fault {"Answers502Html", {502, "<html>Bad Gateway</html>", "text/html"}, "Sync failed (HTTP 502)"},
         Fault {"NeverAnswers", neverAnswers, "The request timed out."}),
     nameOf);
 
