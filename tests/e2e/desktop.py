@@ -12,7 +12,6 @@ import http.server
 import json
 import os
 import re
-import select
 import shutil
 import signal
 import socket
@@ -73,11 +72,8 @@ class StandInOllama(http.server.ThreadingHTTPServer):
         self.requests = []
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
-    def recorded(self):
-        return list(self.requests)
-
     def analyses(self):
-        return [r for r in self.recorded() if r.get("imageHash")]
+        return [r for r in list(self.requests) if r.get("imageHash")]
 
 
 class OllamaHandler(http.server.BaseHTTPRequestHandler):
@@ -102,8 +98,7 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
         entry, content = {"model": request.get("model")}, {"summary": "A focused day on the checkout page."}
         images = [image for message in request.get("messages", []) for image in message.get("images", [])]
         if images:
-            png = base64.b64decode(images[0])
-            entry.update(imageHash=hashlib.sha256(png).hexdigest(), imageSize=struct.unpack(">II", png[16:24]))
+            entry["imageHash"] = hashlib.sha256(base64.b64decode(images[0])).hexdigest()
             content = {"category": "Coding", "projectName": "Website",
                        "activityDescription": "Editing checkout.css in the editor"}
         self.reply(entry, self.path == "/api/chat" and {
@@ -132,11 +127,6 @@ def xwd_to_png(xwd, png_path):
     with open(png_path, "wb") as out:
         out.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
                   + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
-
-
-def first_line(stream, timeout):
-    ready, _, _ = select.select([stream], [], [], timeout)
-    return (os.read(stream, 64) if isinstance(stream, int) else stream.readline()).decode().strip() if ready else ""
 
 
 class Desktop:
@@ -195,13 +185,13 @@ class Desktop:
         xvfb = self.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1280x800x24",
                                    "-nolisten", "tcp"], pass_fds=(write_end,))
         os.close(write_end)
-        display = first_line(self.display_pipe, 20)
+        display = os.read(self.display_pipe, 64).decode().strip()  # nothing if Xvfb ends first
         check(display.isdigit() and xvfb.poll() is None, "Xvfb gave no display: " + self.log_text("xvfb"))
         env["DISPLAY"] = ":" + display
         # A group of its own, with what it starts on demand (the accessibility bus and its registry).
         self.bus = self.start("dbus", ["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                               stdout=subprocess.PIPE, process_group=0)
-        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = first_line(self.bus.stdout, 20)
+        env["DBUS_SESSION_BUS_ADDRESS"] = env["DBUS_SYSTEM_BUS_ADDRESS"] = self.bus.stdout.readline().decode().strip()
         check(env["DBUS_SESSION_BUS_ADDRESS"], "dbus-daemon gave no address")
 
     def configure(self, **settings):
@@ -229,10 +219,9 @@ class Desktop:
         self.server_cli("user", "add", EMAIL)
         self.open_url(self.server_cli("login-link", EMAIL).strip())
 
-    def uploaded_day(self, day):
-        exported = json.loads(self.server_cli("export", EMAIL))
-        found = next((d for d in exported.get("days", []) if d.get("date") == day), None)
-        return found and exported.get("devices") and {"day": found, "device": exported["devices"][0]}
+    def uploaded_today(self):
+        days = json.loads(self.server_cli("export", EMAIL)).get("days", [])
+        return next((d for d in days if d.get("date") == time.strftime("%Y-%m-%d")), None)
 
     def start_tamlo(self):
         self.app = self.start("tamlo", [self.args.tamlo])
@@ -251,6 +240,9 @@ class Desktop:
                 return [s for s in json.load(f) if description in (None, s.get("activityDescription"))]
         except (OSError, ValueError):
             return []
+
+    def analysed(self):
+        return [s for s in self.snapshots() if s.get("imageHash")]
 
     def on_panel(self, name, timeout):
         return wait_for("%r on the panel" % name, lambda: name in self.panel_names() and self.panel_names(), timeout)
@@ -302,7 +294,7 @@ class Desktop:
         with contextlib.suppress(AttributeError, OSError):
             os.killpg(self.bus.pid, signal.SIGKILL)
         if failed:
-            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.recorded(),
+            print("Ollama was sent: %s\nsnapshots.json: %s" % (self.ollama and self.ollama.requests,
                                                              self.snapshots()))
             for name in self.logs:
                 print("----- %s.log -----\n%s" % (name, self.log_text(name)[-6000:]), flush=True)

@@ -2,7 +2,6 @@
 """Time away and unchanged screens with the real program: Xvfb's screen saver extension gives the
 input's idle time, the stand-in Ollama counts the pictures. The away threshold is one minute."""
 
-
 import desktop
 from desktop import check, wait_for
 
@@ -15,15 +14,14 @@ class Presence(desktop.Desktop):
         self.run("xdotool", "mousemove", "1", "1", check=True)
         self.start_tamlo()
         sent = lambda: len(self.ollama.analyses())  # noqa: E731
-        labelled = lambda: [s for s in self.snapshots() if s.get("imageHash")]  # noqa: E731
 
         def next_record(what):
             count = len(self.snapshots())
             return wait_for(what, lambda: self.snapshots()[count:] and self.snapshots()[count], 45)
 
         # A still screen with recent input reuses the analysis (a second may follow a panel still drawing).
-        wait_for("a reused record", lambda: len(labelled()) > sent(), 75)
-        first, reused = labelled()[-2:]
+        wait_for("a reused record", lambda: len(self.analysed()) > sent(), 75)
+        first, reused = self.analysed()[-2:]
         check(sent() <= 2 and reused["id"] != first["id"] and reused.get("activityDescription") == first.get(
             "activityDescription"), "%d pictures; %r does not repeat %r" % (sent(), reused, first))
         pictures = sent()

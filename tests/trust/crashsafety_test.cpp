@@ -170,8 +170,6 @@ TEST(CrashSafetyTest, EveryPromisedWriteSurvivesSigkill)
     // DELETE day -> "".
     std::map<QString, QHash<QString, QString>> promised;
     const auto &added = promised[u"ADD"_s], &notes = promised[u"NOTE"_s], &deleted = promised[u"DELETE"_s];
-    QElapsedTimer elapsed;
-    elapsed.start();
 
     for (int kills = 0; kills < requiredKills; ++kills) {
         const QByteArray output = runAndKill(dir.path(), random);
@@ -206,21 +204,12 @@ TEST(CrashSafetyTest, EveryPromisedWriteSurvivesSigkill)
         }
     }
 
-    // What the files hold also loads into the stores without a complaint or a file set aside.
-    FakeClock clock;
-    LogManager logManager(&clock);
-    Settings settings(dir.filePath(u"check.conf"_s));
-    const ActivitySnapshotStore store(snapshotsPath, &logManager, &settings, &clock);
-    const DailyReportStore reportStore(reportsPath, &logManager);
-    EXPECT_FALSE(QFile::exists(snapshotsPath + u".unreadable"_s) || QFile::exists(reportsPath + u".unreadable"_s));
+    // Each life of the worker loaded what the last one left: no store set a file aside as unreadable.
+    EXPECT_EQ(QDir(dir.path()).entryList({u"*.unreadable*"_s}), QStringList());
 
-    // A run that promised little proves little. The kill windows are fixed in time, so a loaded
-    // machine gets through fewer steps between kills; these floors still catch a stalled worker.
+    // A run that promised little proves little; floors a loaded machine still reaches catch a stalled worker.
     EXPECT_GT(added.size(), 100);
     EXPECT_GT(notes.size(), 20);
     EXPECT_GT(promised[u"REPORT"_s].size(), 5);
-    std::printf("%d kills in %.1f s: %lld records, %lld notes, %lld days finalised\n", requiredKills,
-        double(elapsed.elapsed()) / 1000.0, qlonglong(added.size()), qlonglong(notes.size()),
-        qlonglong(promised[u"REPORT"_s].size()));
 }
 #endif
