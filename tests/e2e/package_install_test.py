@@ -92,6 +92,8 @@ class PackageInstall(desktop.Desktop):
 
         self.sign_in_by_link()
         self.on_panel("Finish Setup", 30)
+        day = wait_for("today's upload on the installed server", self.uploaded_today, 60)
+        check(day.get("snapshots"), "the upload stored no record")
         self.screenshot("package-2-signed-in")
 
         for process in reversed(self.processes):
