@@ -83,7 +83,6 @@ TEST_F(AuthServiceTest, EveryRejectionShowsItsText)
              {200, "not json", wrongFormat}}) {
         m_backend.on("POST", "/auth/verify-token", StandInServer::Reply {.status = row.status, .body = row.body});
         verify(*auth);
-        // That nothing is stored nor shown as signed in, the backend replies' fuzz replay checks.
         EXPECT_EQ(auth->error(), row.expected) << row.status << " " << row.body.toStdString();
     }
 

@@ -10,8 +10,7 @@
 class PrivateDBus
 {
 public:
-    // arguments choose the configuration (a bus of the session kind by default); activated
-    // services get environment.
+    // arguments choose the configuration; activated services get environment.
     explicit PrivateDBus(const QStringList &arguments = {QStringLiteral("--session")},
         const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
     ~PrivateDBus();
@@ -25,8 +24,7 @@ public:
     // A new private connection; closed when the daemon object goes.
     [[nodiscard]] QDBusConnection connect(const QString &name);
 
-    // ActiveChanged of a screen saver interface (org.freedesktop.ScreenSaver, org.gnome.ScreenSaver)
-    // from its object path; true once the daemon has it.
+    // A screen saver interface's ActiveChanged from its object path; true once the daemon has it.
     bool sendScreenSaverActive(const QString &interface, bool active);
     // logind's PrepareForSleep.
     bool sendPrepareForSleep(bool sleeping);

@@ -3,11 +3,11 @@
 #include "ai/llmservice.h"
 #include "core/settings.h"
 #include "fakeclock.h"
+#include "files.h"
 #include "records.h"
 #include "reports/dailyreportstore.h"
 #include "standinollama.h"
 #include "standinserver.h"
-#include "files.h"
 
 #include <QCoroTask>
 #include <QJsonArray>
@@ -208,7 +208,6 @@ TEST_F(DailyReportServiceTest, ExportFailuresSayWhyAndLeaveEarlierFilesWhole)
         << underAFileError->description.toStdString();
     EXPECT_EQ(readBytes(m_root + u"/Daily-Reports.csv"_s), table);
 
-    // A folder in place of the table makes the atomic rename fail.
     QFile::remove(m_root + u"/Daily-Reports.csv"_s);
     QDir().mkpath(m_root + u"/Daily-Reports.csv"_s);
     const auto tableError = m_service.exportDailyReportsCSV({});

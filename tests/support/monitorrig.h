@@ -30,9 +30,7 @@
 #include <algorithm>
 #include <memory>
 
-// The monitor and the services under it on real parts: settings and stores in a temporary home,
-// the model client against a stand-in Ollama, a still screen and a fake clock. The fixture built
-// on it brings the screen events and decides when the parts are built.
+// The monitor and the services under it on real parts, a stand-in Ollama, a still screen and a fake clock.
 class MonitorRig : public ::testing::Test
 {
 protected:
