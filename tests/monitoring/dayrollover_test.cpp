@@ -9,7 +9,6 @@ namespace {
 class DayRolloverTest : public MonitorFixture
 {
 protected:
-    // Runs configure() and waits for the end of the launch sequence; then for the first capture.
     void launch(bool andCapture = true)
     {
         monitor->configure();

@@ -14,8 +14,6 @@ public:
     explicit PrivateDBus(const QStringList &arguments = {QStringLiteral("--session")},
         const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
     ~PrivateDBus();
-    PrivateDBus(const PrivateDBus &) = delete;
-    PrivateDBus &operator=(const PrivateDBus &) = delete;
 
     [[nodiscard]] bool isRunning() const { return !m_address.isEmpty(); }
     [[nodiscard]] QString errorText() const { return m_error; }
@@ -26,7 +24,6 @@ public:
 
     // A screen saver interface's ActiveChanged from its object path; true once the daemon has it.
     bool sendScreenSaverActive(const QString &interface, bool active);
-    // logind's PrepareForSleep.
     bool sendPrepareForSleep(bool sleeping);
 
     // Returns once the daemon has handled everything the connection sent before, match rules included.

@@ -44,7 +44,10 @@ public:
     [[nodiscard]] QUrl url() const;
     // Routes by "METHOD /path"; an unknown route answers 404.
     void on(const QByteArray &method, const QByteArray &path, Handler handler);
-    void on(const QByteArray &method, const QByteArray &path, Reply reply);
+    void on(const QByteArray &method, const QByteArray &path, Reply reply)
+    {
+        on(method, path, [reply](const Request &) { return reply; });
+    }
     [[nodiscard]] QList<Request> requests() const { return m_requests; }
     [[nodiscard]] QList<Request> requestsTo(const QByteArray &path) const;
     void clearRequests() { m_requests.clear(); }
