@@ -23,7 +23,6 @@ QStringList compacted(const QList<ActivitySnapshot> &snapshots, int limit = 50)
     return ActivityLogCompactor::compactLines(snapshots, limit, userProjects);
 }
 
-// n records a minute apart from start, each differing from the one before, or all the same.
 QList<ActivitySnapshot> run(int n, bool distinct, QTime start = QTime(8, 0))
 {
     QList<ActivitySnapshot> result;

@@ -9,7 +9,6 @@ namespace {
 class DayRolloverTest : public MonitorFixture
 {
 protected:
-    // Runs configure() and waits for the end of the launch sequence; then for the first capture.
     void launch(bool andCapture = true)
     {
         monitor->configure();
@@ -25,22 +24,12 @@ protected:
         QCoro::waitFor(monitor->checkDailyReset());
     }
 
-    [[nodiscard]] QStringList reportDates() const
-    {
-        QStringList dates;
-        for (const DailyReport &report : reportStore->reports()) {
-            dates.append(report.date);
-        }
-        return dates;
-    }
+    [[nodiscard]] QStringList reportDates() const { return mapped(reportStore->reports(), &DailyReport::date); }
 
-    // The days of the stored records, each once, in stored order.
     [[nodiscard]] QStringList storedDays() const
     {
-        QStringList days;
-        for (const ActivitySnapshot &snapshot : snapshotStore->fetchAll()) {
-            days.append(TamloDataPaths::dateLabel(snapshot.timestamp));
-        }
+        QStringList days = mapped(snapshotStore->fetchAll(),
+            [](const ActivitySnapshot &record) { return TamloDataPaths::dateLabel(record.timestamp); });
         days.removeDuplicates();
         return days;
     }

@@ -40,7 +40,6 @@ protected:
         buildMonitor();
     }
 
-    // A new monitor on the same parts, taking its screenshots through the given service.
     void buildMonitor(ScreenCaptureService *screenCapture = nullptr)
     {
         MonitorRig::buildMonitor(screenCapture, events.get());
@@ -62,7 +61,6 @@ protected:
 
     [[nodiscard]] qsizetype countOf(const QString &message) const { return messages().count(message); }
 
-    // The monitor's timer of that name while it runs.
     [[nodiscard]] QTimer *timer(const QString &name) const
     {
         QTimer *found = monitor->findChild<QTimer *>(name);
@@ -87,7 +85,6 @@ protected:
         ASSERT_TRUE(bus.sendPrepareForSleep(sleeping));
     }
 
-    // An analysed record of coding on Tamlo, as an earlier tick would have stored it.
     void addRecord(const QDateTime &time, const QString &description = u"Writing code"_s)
     {
         snapshotStore->add(recordAt(time, u"Coding"_s, u"Tamlo"_s, description));

@@ -1,6 +1,4 @@
-// Time away and unchanged screens, tick by tick: the monitor on real parts, its idle time from
-// stand-ins of the desktop's idle services on a private bus, the model's work counted in the
-// requests that reach the stand-in Ollama.
+// Time away and unchanged screens, with idle time from stand-ins of the desktop's idle services.
 #include "monitorfixture.h"
 #include "screenpairs.h"
 
@@ -9,7 +7,6 @@
 #include "monitoring/pngencoder.h"
 #include "platform/dbusidletime.h"
 #include "platform/x11idletime.h"
-#include "reports/activityreportcalculator.h"
 
 using namespace MonitorTest;
 using namespace std::chrono_literals;
@@ -39,7 +36,6 @@ public Q_SLOTS:
     uint GetSessionIdleTime() { return idleMs; }
 };
 
-// Tamlo's panel, open where the test puts it.
 class OpenPanel final : public OwnWindowSource
 {
 public:
@@ -80,7 +76,6 @@ protected:
         return monitor->latestSnapshots().value(0).activityDescription.value_or(QString());
     }
 
-    // How many of that many ticks asked the model.
     qsizetype ticksAsking(int ticks)
     {
         const qsizetype before = analysisRequests();
@@ -104,14 +99,9 @@ protected:
 TEST_F(PresenceTest, AStillScreenIsAnalysedOnceAndIdleInputOnItIsAwayUntilTheScreenOrTheInputMoves)
 {
     tick();
-    const ActivitySnapshot analysed = monitor->latestSnapshots().value(0);
     setIdle(10s);
     EXPECT_EQ(ticksAsking(1), 0);
-    const ActivitySnapshot reused = monitor->latestSnapshots().value(0);
-    EXPECT_NE(reused.id, analysed.id);
-    EXPECT_EQ(reused.timestamp, clock.now());
-    EXPECT_EQ(std::tie(reused.aiCategory, reused.projectName, reused.activityDescription, reused.imageHash),
-        std::tie(analysed.aiCategory, analysed.projectName, analysed.activityDescription, analysed.imageHash));
+    EXPECT_EQ(monitor->latestSnapshots().value(0).imageHash, snapshotStore->fetchAll().first().imageHash);
     EXPECT_EQ(countOf(u"♻️ Screen unchanged - reused [Coding] Editing activitymonitor.cpp"_s), 1);
     EXPECT_EQ(std::tuple(monitor->aiAnalysisCount(), monitor->captureCount()), std::tuple(1, 2));
 
@@ -130,12 +120,6 @@ TEST_F(PresenceTest, AStillScreenIsAnalysedOnceAndIdleInputOnItIsAwayUntilTheScr
     EXPECT_EQ(monitor->screenState(), ScreenState::Active);
     tick();
     EXPECT_EQ(latest(), u"Away"_s);
-
-    // Back at the keyboard: no longer away, and the screen is the one analysed last.
-    setIdle(2s);
-    EXPECT_EQ(ticksAsking(1), 0);
-    EXPECT_EQ(monitor->screenState(), ScreenState::Active);
-    EXPECT_EQ(ActivityReportCalculator::activeSnapshots(snapshotStore->fetchAll()).size(), 4);
 }
 
 TEST_F(PresenceTest, AnAnalysisStandsInForTenMinutesForItsLabelsAndNotForTamlosOwnWindows)
@@ -148,7 +132,6 @@ TEST_F(PresenceTest, AnAnalysisStandsInForTenMinutesForItsLabelsAndNotForTamlosO
     analysis = {500, "{}"};
     EXPECT_EQ(ticksAsking(19), 0);
     EXPECT_EQ(ticksAsking(2), 2);
-    EXPECT_EQ(monitor->latestSnapshots().value(0).timestamp, clock.now().addSecs(-60));
     analysis = goodAnalysis;
     EXPECT_EQ(ticksAsking(2), 1);
 
@@ -188,29 +171,17 @@ TEST_F(PresenceTest, TheDesktopsSourcesAreAskedInOrderAndNoAnswerIsSaidOnce)
         1);
 }
 
-// A thumbnail's pixel is its cell's grey, ignored areas read black, and every tile counts.
-TEST(ScreenChangeTest, ThumbnailCellsAreGreysAndEveryTileCounts)
+// A grey that moves by the tolerance and no more has not visibly changed.
+TEST(ScreenChangeTest, AGreyThatMovesByTheToleranceAndNoMoreHasNotChanged)
 {
-    QImage screen(64, 32, QImage::Format_RGB32); // 8 x 4 cells, 2 x 1 tiles
-    screen.fill(Qt::white);
-    QPainter(&screen).fillRect(8, 0, 8, 8, Qt::black);
-    const ScreenThumbnail thumbnail = ScreenThumbnail::of(screen, u"a"_s, {QRect(60, 28, 2, 2)});
-    EXPECT_EQ(std::tuple(thumbnail.grey.left(3), thumbnail.grey.back()), std::tuple(QByteArray("\xff\0\xff", 3), '\0'));
-    screen.fill(Qt::white);
-    const auto changed = [&](const QImage &after, const QList<QRect> &ignored = {}) {
-        return ScreenChangeDetector::changedShare(thumbnail, ScreenThumbnail::of(after, u"b"_s, ignored));
+    const auto thumbnailOf = [](int grey) {
+        QImage screen(64, 32, QImage::Format_RGB32);
+        screen.fill(QColor(grey, grey, grey));
+        return ScreenThumbnail::of(screen, QString::number(grey));
     };
-    EXPECT_EQ(changed(screen), 1.0);
-    EXPECT_EQ(changed(screen, {QRect(60, 28, 2, 2)}), 0.5);
-    EXPECT_EQ(changed(screen.copy(0, 0, 56, 32)), 1.0);
-    // A grey that moves by the tolerance and no more has not visibly changed.
     const int lighter = 100 + ScreenChangeDetector::greyTolerance;
-    QImage grey = screen;
-    grey.fill(QColor(100, 100, 100));
-    screen.fill(QColor(lighter, lighter, lighter));
-    EXPECT_EQ(
-        ScreenChangeDetector::changedShare(ScreenThumbnail::of(grey, u"d"_s), ScreenThumbnail::of(screen, u"e"_s)),
-        0.0);
+    EXPECT_EQ(ScreenChangeDetector::changedShare(thumbnailOf(100), thumbnailOf(lighter)), 0.0);
+    EXPECT_EQ(ScreenChangeDetector::changedShare(thumbnailOf(100), thumbnailOf(lighter + 1)), 1.0);
 }
 
 // The measure behind "unchanged", on everyday pairs of screens taken the way a tick takes them.

@@ -10,13 +10,10 @@
 class PrivateDBus
 {
 public:
-    // arguments choose the configuration (a bus of the session kind by default); activated
-    // services get environment.
+    // arguments choose the configuration; activated services get environment.
     explicit PrivateDBus(const QStringList &arguments = {QStringLiteral("--session")},
         const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
     ~PrivateDBus();
-    PrivateDBus(const PrivateDBus &) = delete;
-    PrivateDBus &operator=(const PrivateDBus &) = delete;
 
     [[nodiscard]] bool isRunning() const { return !m_address.isEmpty(); }
     [[nodiscard]] QString errorText() const { return m_error; }
@@ -25,10 +22,8 @@ public:
     // A new private connection; closed when the daemon object goes.
     [[nodiscard]] QDBusConnection connect(const QString &name);
 
-    // ActiveChanged of a screen saver interface (org.freedesktop.ScreenSaver, org.gnome.ScreenSaver)
-    // from its object path; true once the daemon has it.
+    // A screen saver interface's ActiveChanged from its object path; true once the daemon has it.
     bool sendScreenSaverActive(const QString &interface, bool active);
-    // logind's PrepareForSleep.
     bool sendPrepareForSleep(bool sleeping);
 
     // Returns once the daemon has handled everything the connection sent before, match rules included.

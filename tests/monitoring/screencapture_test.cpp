@@ -11,11 +11,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-QImage decoded(const std::optional<QByteArray> &data)
-{
-    return data ? QImage::fromData(*data, "PNG") : QImage();
-}
-
 // Noise defeats every filter and run, so a wrong byte order or row stride shows at once.
 QImage noise(int width, int height, QImage::Format format = QImage::Format_RGB32)
 {
@@ -30,7 +25,8 @@ QImage noise(int width, int height, QImage::Format format = QImage::Format_RGB32
 
 void expectLosslessRoundTrip(const QImage &source)
 {
-    const QImage decodedImage = decoded(PngEncoder::encode(source));
+    const std::optional<QByteArray> png = PngEncoder::encode(source);
+    const QImage decodedImage = QImage::fromData(png.value_or(QByteArray()), "PNG");
     ASSERT_EQ(decodedImage.size(), source.size());
     EXPECT_FALSE(decodedImage.hasAlphaChannel());
     EXPECT_EQ(decodedImage.convertToFormat(QImage::Format_RGB32), source.convertToFormat(QImage::Format_RGB32))

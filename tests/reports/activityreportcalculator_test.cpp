@@ -19,14 +19,10 @@ ActivitySnapshot active(const QString &category, const QString &project = u"Webs
     return recordAt(nine, category, project);
 }
 
-// Statistics as label, seconds and percentage, in order.
 QStringList statsOf(const QList<LabelTimeStat> &stats)
 {
-    QStringList rows;
-    for (const LabelTimeStat &stat : stats) {
-        rows.append(u"%1 %2 %3"_s.arg(stat.name).arg(stat.seconds).arg(stat.percentage, 0, 'f', 4));
-    }
-    return rows;
+    return mapped(stats,
+        [](const LabelTimeStat &s) { return u"%1 %2 %3"_s.arg(s.name).arg(s.seconds).arg(s.percentage, 0, 'f', 4); });
 }
 } // namespace
 
@@ -74,7 +70,6 @@ TEST(DailyReportJsonTest, RoundTripsAndRequiresEveryKeyAndWholeSeconds)
     EXPECT_EQ(QJsonDocument(json.value(u"projects"_s).toArray().at(0).toObject()).toJson(QJsonDocument::Compact),
         R"({"name":"Website","percentage":60,"seconds":5400})");
     EXPECT_EQ(DailyReport::fromJson(json), report);
-    EXPECT_EQ(qHash(*DailyReport::fromJson(json)), qHash(report));
     for (const QString &key : json.keys()) {
         QJsonObject missing = json;
         missing.remove(key);

@@ -2,6 +2,7 @@
 
 #include "fakeclock.h"
 #include "files.h"
+#include "records.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -20,15 +21,6 @@ DailyReport reportFor(const QString &date, const QString &summary = u"A quiet da
         .categories = {LabelTimeStat {u"Coding"_s, 60, 100.0}},
         .summary = summary,
         .generatedAt = QDateTime(QDate(2026, 3, 10), QTime(0, 1))};
-}
-
-QStringList datesOf(const QList<DailyReport> &reports)
-{
-    QStringList dates;
-    for (const DailyReport &report : reports) {
-        dates.append(report.date);
-    }
-    return dates;
 }
 } // namespace
 
@@ -53,13 +45,12 @@ TEST(DailyReportStoreTest, KeepsOneReportPerDayInDateOrderAndSetsAnUnreadableFil
         EXPECT_TRUE(store.upsert(reportFor(date)));
     }
     EXPECT_TRUE(store.upsert(reportFor(u"2026-03-09"_s, u"Finalised again."_s)));
-    EXPECT_EQ(datesOf(store.reports()), (QStringList {u"2026-03-08"_s, u"2026-03-09"_s, u"2026-03-10"_s}));
+    EXPECT_EQ(
+        mapped(store.reports(), &DailyReport::date), (QStringList {u"2026-03-08"_s, u"2026-03-09"_s, u"2026-03-10"_s}));
     EXPECT_EQ(store.fetch(u"2026-03-09"_s)->summary, u"Finalised again."_s);
-    EXPECT_FALSE(readBytes(file).contains('\n'));
     EXPECT_EQ(DailyReportStore(file, &log).reports(), store.reports());
 
-    // A folder in place of the file makes the atomic rename fail: the report stays in memory, not
-    // counted as saved, and the next upsert catches up.
+    // A failed rename keeps the report in memory, not counted as saved; the next upsert catches up.
     QFile::remove(file);
     QDir().mkpath(file);
     EXPECT_FALSE(store.upsert(reportFor(u"2026-03-11"_s)));

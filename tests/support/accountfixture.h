@@ -20,8 +20,7 @@
 
 #include <memory>
 
-// The real account services under a temporary home, against a stand-in backend that accepts
-// every call until a test routes it otherwise.
+// The real account services against a stand-in backend that accepts every call unless routed otherwise.
 class AccountFixture : public ::testing::Test
 {
 protected:

@@ -2,7 +2,6 @@
 
 #include "monitoring/screengrabber.h"
 
-// A real grab, counted.
 class CountingGrabber final : public ScreenGrabber
 {
 public:

@@ -30,9 +30,7 @@
 #include <algorithm>
 #include <memory>
 
-// The monitor and the services under it on real parts: settings and stores in a temporary home,
-// the model client against a stand-in Ollama, a still screen and a fake clock. The fixture built
-// on it brings the screen events and decides when the parts are built.
+// The monitor and the services under it on real parts, a stand-in Ollama, a still screen and a fake clock.
 class MonitorRig : public ::testing::Test
 {
 protected:
@@ -85,8 +83,7 @@ protected:
         snapshotStore
             = std::make_unique<ActivitySnapshotStore>(paths.snapshotsFile(), logManager.get(), settings.get(), &clock);
         reportStore = std::make_unique<DailyReportStore>(paths.dailyReportsFile(), logManager.get());
-        llm = std::make_unique<LLMService>(&nam, settings.get(), logManager.get(),
-            ollamaUrl.isEmpty() ? ollama.url() : ollamaUrl, &clock, llmTimeouts);
+        llm = std::make_unique<LLMService>(&nam, settings.get(), logManager.get(), ollama.url(), &clock, llmTimeouts);
         llm->configure();
         reportService = std::make_unique<DailyReportService>(
             llm.get(), logManager.get(), settings.get(), &clock, paths.exportRoot);
@@ -161,7 +158,6 @@ protected:
     AppPaths paths;
     FakeClock clock {QDateTime(QDate(2026, 3, 9), QTime(10, 0))};
     StandInServer ollama;
-    QUrl ollamaUrl; // the stand-in's when empty
     const StandInServer::Reply goodAnalysis;
     StandInServer::Reply analysis;
     StandInServer::Reply summary;

@@ -4,6 +4,8 @@
 
 #include <QStringList>
 
+#include <functional>
+
 // A record as an analysed tick stores it.
 inline ActivitySnapshot recordAt(const QDateTime &timestamp, const QString &category = QStringLiteral("Coding"),
     const QString &project = QStringLiteral("Website"), const QString &description = QStringLiteral("Working"),
@@ -25,11 +27,19 @@ inline ActivitySnapshot markerAt(const QDateTime &timestamp, ScreenState state)
         .activityDescription = ActivitySnapshot::screenStateMarker(state)};
 }
 
+// What f (a function or a member) makes of each item, in order.
+template<typename List, typename F>
+QStringList mapped(const List &items, F f)
+{
+    QStringList result;
+    for (const auto &item : items) {
+        result.append(std::invoke(f, item));
+    }
+    return result;
+}
+
 inline QStringList descriptionsOf(const QList<ActivitySnapshot> &records)
 {
-    QStringList descriptions;
-    for (const ActivitySnapshot &record : records) {
-        descriptions.append(record.activityDescription.value_or(QString()));
-    }
-    return descriptions;
+    return mapped(
+        records, [](const ActivitySnapshot &record) { return record.activityDescription.value_or(QString()); });
 }

@@ -4,6 +4,8 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <algorithm>
+
 StandInServer::StandInServer(QObject *parent) : QObject(parent)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &StandInServer::onNewConnection);
@@ -28,19 +30,11 @@ void StandInServer::on(const QByteArray &method, const QByteArray &path, Handler
     m_routes.insert(method + ' ' + path, std::move(handler));
 }
 
-void StandInServer::on(const QByteArray &method, const QByteArray &path, Reply reply)
-{
-    on(method, path, [reply](const Request &) { return reply; });
-}
-
 QList<StandInServer::Request> StandInServer::requestsTo(const QByteArray &path) const
 {
     QList<Request> result;
-    for (const Request &request : m_requests) {
-        if (request.path == path) {
-            result.append(request);
-        }
-    }
+    std::copy_if(m_requests.cbegin(), m_requests.cend(), std::back_inserter(result),
+        [&path](const Request &request) { return request.path == path; });
     return result;
 }
 

@@ -2,6 +2,8 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QList>
 #include <QObject>
 #include <QTcpServer>
@@ -9,8 +11,7 @@
 
 #include <functional>
 
-// A real HTTP server on 127.0.0.1 that stands in for Ollama or the backend: it records every
-// request and answers from a script.
+// A real HTTP server on 127.0.0.1 standing in for Ollama or the backend; it records every request.
 class StandInServer : public QObject
 {
     Q_OBJECT
@@ -22,6 +23,7 @@ public:
         QByteArray query; // without the '?'
         QHash<QByteArray, QByteArray> headers; // names in lower case
         QByteArray body;
+        [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     };
 
     struct Reply
@@ -42,7 +44,10 @@ public:
     [[nodiscard]] QUrl url() const;
     // Routes by "METHOD /path"; an unknown route answers 404.
     void on(const QByteArray &method, const QByteArray &path, Handler handler);
-    void on(const QByteArray &method, const QByteArray &path, Reply reply);
+    void on(const QByteArray &method, const QByteArray &path, Reply reply)
+    {
+        on(method, path, [reply](const Request &) { return reply; });
+    }
     [[nodiscard]] QList<Request> requests() const { return m_requests; }
     [[nodiscard]] QList<Request> requestsTo(const QByteArray &path) const;
     void clearRequests() { m_requests.clear(); }
