@@ -1,5 +1,4 @@
 #include "app/appdelegate.h"
-#include "app/launchtarget.h"
 #include "ui/aboutmodel.h"
 #include "ui/activitylabelstyle.h"
 #include "ui/launchatloginmodel.h"
@@ -28,17 +27,6 @@ QByteArray contentOf(const QString &path)
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
-
-class CountingTarget final : public LaunchTarget
-{
-public:
-    QCoro::Task<> configure() override
-    {
-        ++calls;
-        co_return;
-    }
-    int calls = 0;
-};
 } // namespace
 
 TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
@@ -307,28 +295,6 @@ TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
     EXPECT_EQ(ReportViewModel::projectChartColor(9), ReportViewModel::projectChartColor(1));
 }
 
-// Once, however often the panel is wired again.
-TEST(AppDelegateTest, ConfiguresOnceWhicheverOfPanelAndLaunchComesSecond)
-{
-    for (const bool panelFirst : {true, false}) {
-        SCOPED_TRACE(panelFirst ? "panel first" : "launch first");
-        AppDelegate delegate;
-        CountingTarget monitor;
-        const auto wire = [&] { wireAppDelegate(&delegate, &monitor); };
-        const auto launch = [&] { delegate.applicationDidFinishLaunching(); };
-        panelFirst ? wire() : launch();
-        QCoreApplication::processEvents();
-        EXPECT_EQ(monitor.calls, 0);
-        panelFirst ? launch() : wire();
-        QCoreApplication::processEvents();
-        EXPECT_EQ(monitor.calls, 1);
-        wire(); // the panel is built again later
-        delegate.configureIfNeeded();
-        QCoreApplication::processEvents();
-        EXPECT_EQ(monitor.calls, 1);
-    }
-}
-
 // The launch makes the palette light and delivers the URLs opened before it, in order.
 TEST(AppDelegateTest, LaunchForcesALightPaletteAndDeliversEarlierUrls)
 {
@@ -346,5 +312,4 @@ TEST(AppDelegateTest, LaunchForcesALightPaletteAndDeliversEarlierUrls)
     EXPECT_EQ(delivered.size(), 3);
     EXPECT_GT(QGuiApplication::palette().color(QPalette::Window).lightness(), 200);
     EXPECT_LT(QGuiApplication::palette().color(QPalette::WindowText).lightness(), 60);
-    EXPECT_FALSE(delegate.applicationShouldTerminateAfterLastWindowClosed());
 }
