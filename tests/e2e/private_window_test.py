@@ -46,7 +46,10 @@ class PrivateWindow(desktop.Desktop):
         with open(os.path.join(self.home, ".config", "Tamlo", "Tamlo.conf")) as f:
             check("pausedUntil=" in f.read(), "the pause's end was not stored")
         self.screenshot("e2e-private-2-paused")
-        self.still_running()
+        # Quit, from the panel's header.
+        self.click(panel, 295, 25)
+        wait_for("Tamlo to quit", lambda: self.app.poll() is not None, 15)
+        check(self.app.returncode == 0, "tamlo quit with status %s" % self.app.returncode)
 
 
 if __name__ == "__main__":

@@ -184,6 +184,9 @@ TEST(SingleInstanceTest, SecondProcessHandsOverToTheFirstAndACrashedOnesSocketIs
     EXPECT_TRUE(send(SingleInstance::openUrlMessage(url)));
     ASSERT_EQ(received.count(), 1);
     EXPECT_EQ(SingleInstance::urlFromMessage(received.first().first().toString()), url);
+    // The longest message taken is 64 KiB, its line feed included.
+    EXPECT_TRUE(send(SingleInstance::openUrlMessage(url).leftJustified(64 * 1024 - 1, u'x')));
+    EXPECT_FALSE(send(SingleInstance::openUrlMessage(url).leftJustified(64 * 1024, u'x')));
 }
 
 // Closed, the panel only hides; hidden for the delay it is released, to be built afresh when shown.
