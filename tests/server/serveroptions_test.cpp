@@ -1,6 +1,8 @@
 #include "server/serveroptions.h"
 #include "server/smtpmailer.h"
 
+#include "files.h"
+
 #include <QFile>
 #include <QProcess>
 #include <QTcpServer>
@@ -58,13 +60,10 @@ TEST(ServerOptionsTest, BadValuesAreRefusedWithExitCode2AndCommandsKeepTheirArgu
 TEST(ServerOptionsTest, SmtpSettingsComeFromTheFileOrTheFlagsAndTheSenderIsAMailbox)
 {
     QTemporaryDir dir;
-    QFile file(dir.filePath(u"smtp.ini"_s));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(
+    const QString file = dir.filePath(u"smtp.ini"_s);
+    writeBytes(file,
         "host=smtp.example.org\nport=465\nsecurity=tls\nuser=tamlo\npassword=s3cret\nfrom=Tamlo <tamlo@example.org>\n");
-    file.close();
-    const SmtpSettings smtp
-        = parse({u"--smtp-config"_s, file.fileName(), u"--smtp-security"_s, u"starttls"_s}).options->smtp;
+    const SmtpSettings smtp = parse({u"--smtp-config"_s, file, u"--smtp-security"_s, u"starttls"_s}).options->smtp;
     EXPECT_EQ(std::tuple(smtp.host, smtp.port, smtp.security, smtp.user, smtp.password),
         std::tuple(u"smtp.example.org"_s, 465, SmtpSettings::Security::StartTls, u"tamlo"_s, u"s3cret"_s));
     EXPECT_EQ(smtp.from, (Mailbox {u"Tamlo"_s, u"tamlo@example.org"_s}));

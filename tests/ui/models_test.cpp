@@ -7,6 +7,7 @@
 #include "ui/tamlotheme.h"
 #include "ui/trackingpreferencesmodel.h"
 
+#include "files.h"
 #include "uirig.h"
 
 #include <QClipboard>
@@ -21,12 +22,6 @@ using namespace Qt::StringLiterals;
 namespace {
 using MainScreenModelTest = UiRig;
 using SettingsModelsTest = UiRig;
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 } // namespace
 
 TEST(MainScreenBannerTest, KeywordsAreCaseSensitiveAndPermissionComesFirst)
@@ -69,8 +64,8 @@ TEST_F(MainScreenModelTest, ExportsAskOneAtATimeAndEachSavesItsOwnContent)
     EXPECT_EQ(main->pendingSaveFileName(), u"Tamlo_Daily_Report_2026-03-09.csv"_s);
     main->completeExport(QUrl::fromLocalFile(home.filePath(u"report.csv"_s)));
     EXPECT_EQ(main->pendingSaveFileName(), QString());
-    EXPECT_TRUE(contentOf(home.filePath(u"log.csv"_s)).contains("Editing"));
-    EXPECT_TRUE(contentOf(home.filePath(u"report.csv"_s)).startsWith("Date,"));
+    EXPECT_TRUE(readBytes(home.filePath(u"log.csv"_s)).contains("Editing"));
+    EXPECT_TRUE(readBytes(home.filePath(u"report.csv"_s)).startsWith("Date,"));
     EXPECT_TRUE(messages().contains(u"✅ Daily report exported"_s));
 
     main->exportTodayLogs();
@@ -164,7 +159,7 @@ TEST_F(SettingsModelsTest, LaunchAtLoginWritesTheAutostartEntryAndRevertsOnFailu
     LaunchAtLoginModel toggle(&autostart, false);
     EXPECT_FALSE(toggle.launchAtLogin());
     toggle.setLaunchAtLogin(true);
-    EXPECT_TRUE(contentOf(autostart.entryPath()).contains("Exec=tamlo\n"));
+    EXPECT_TRUE(readBytes(autostart.entryPath()).contains("Exec=tamlo\n"));
     // Turned off outside the program: the next showing follows.
     QFile entry(autostart.entryPath());
     ASSERT_TRUE(entry.open(QIODevice::Append));
