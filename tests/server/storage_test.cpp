@@ -42,6 +42,22 @@ TEST_F(StorageTest, UploadsUpsertByIdVerbatimInOrderAndRecordTheDevice)
         std::tuple(deviceA, u"America/New_York"_s, 3000, true));
 }
 
+// A statement failing mid-upload takes back what the upload wrote, and leaves the next one free to go through.
+TEST_F(StorageTest, AFailedUploadWritesNothingAndTheNextGoesThrough)
+{
+    const ServerUser ada = storage->createUser(adaMail, std::nullopt, 1000);
+    const auto rename = [&](const QString &from, const QString &to) {
+        ASSERT_TRUE(QSqlQuery(storage->database()).exec(u"ALTER TABLE %1 RENAME TO %2"_s.arg(from, to)));
+    };
+    const SyncUpload day = upload({{u"2026-11-16"_s, {snapshot(idA, u"2026-11-16T09:30:12Z"_s)}}});
+    rename(u"user_days"_s, u"elsewhere"_s);
+    EXPECT_THROW(storage->storeUpload(ada.id, day, 2000), StorageError);
+    rename(u"elsewhere"_s, u"user_days"_s);
+    EXPECT_TRUE(storage->days(ada.id).isEmpty());
+    storage->storeUpload(ada.id, day, 3000);
+    EXPECT_EQ(storage->days(ada.id).size(), 1);
+}
+
 // Only a database server has a connection to lose, so only the PostgreSQL run has this test.
 class LostConnection : public BackendTest
 {

@@ -242,16 +242,6 @@ TEST(ActivityCardTest, ChipsNoteAndDescriptionOfEachKindOfRecord)
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
 }
 
-TEST(ActivityLabelStyleTest, FirstMatchingKeywordGroupDecides)
-{
-    const std::pair<QString, QColor> rows[] = {{u"CODING"_s, TamloTheme::blue()},
-        {u"Development research"_s, TamloTheme::blue()}, {u"Email"_s, TamloTheme::indigo()},
-        {u"Messaging"_s, TamloTheme::green()}, {u"Other"_s, TamloTheme::secondary()}};
-    for (const auto &[label, color] : rows) {
-        EXPECT_EQ(ActivityLabelStyle::color(label), color) << label.toStdString();
-    }
-}
-
 // The ring's segments run on without normalising; a bar is clamped, its label keeps the number.
 TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
 {
