@@ -65,6 +65,8 @@ protected:
 
 TEST_F(LLMServiceTest, KeepsOnlyAKnownChoiceOfModelAndCachesTheInstalledListThirtySecondsNeverEmpty)
 {
+    settings.setString(SettingsKey::selectedOllamaModel, u"qwen3-vl:4b"_s);
+    service.configure();
     settings.setString(SettingsKey::selectedOllamaModel, u"llava:7b"_s);
     service.configure();
     EXPECT_EQ(service.localModelName(), u"qwen3-vl:2b"_s);

@@ -32,6 +32,7 @@ TEST_F(WebTest, FormPostsWithoutTheirOwnSessionsTokenAreRefusedAndChangeNothing)
     EXPECT_TRUE(storage->userByEmail(adaMail).has_value());
     EXPECT_EQ(post(u"/sync"_s, {{u"csrf"_s, formToken(u"/sync"_s)}}).status, 303);
     EXPECT_EQ(storage->syncRequestedAt(adaId), clock.now().toMSecsSinceEpoch());
+    EXPECT_EQ(post(u"/export"_s, {{u"csrf"_s, formToken(u"/sync"_s)}}).status, 404) << "a page that takes no form";
 
     // Before signing in, a sign-in post, and a mailed link's, needs the token its own form set in this browser.
     Client stranger(base);
