@@ -172,7 +172,7 @@ TEST_F(PresenceTest, TheDesktopsSourcesAreAskedInOrderAndNoAnswerIsSaidOnce)
 }
 
 // A grey that moves by the tolerance and no more has not visibly changed.
-TEST(ScreenChangeTest, AGreyThatMovesByTheToleranceAndNoMoreHasNotChanged)
+TEST(ScreenChangeTest, AGreyThatMovesByTheToleranceAndNoMoreHasNotChangedAndAnyPixelFormatReadsAlike)
 {
     const auto thumbnailOf = [](int grey) {
         QImage screen(64, 32, QImage::Format_RGB32);
@@ -182,6 +182,9 @@ TEST(ScreenChangeTest, AGreyThatMovesByTheToleranceAndNoMoreHasNotChanged)
     const int lighter = 100 + ScreenChangeDetector::greyTolerance;
     EXPECT_EQ(ScreenChangeDetector::changedShare(thumbnailOf(100), thumbnailOf(lighter)), 0.0);
     EXPECT_EQ(ScreenChangeDetector::changedShare(thumbnailOf(100), thumbnailOf(lighter + 1)), 1.0);
+    const QImage colour = ScreenPairs::paint({});
+    EXPECT_EQ(ScreenThumbnail::of(colour.convertToFormat(QImage::Format_RGB888), {}).grey,
+        ScreenThumbnail::of(colour, {}).grey);
 }
 
 // The measure behind "unchanged", on everyday pairs of screens taken the way a tick takes them.
