@@ -4,6 +4,7 @@
 #include "platform/traypanel.h"
 #include "platform/wlrscreencopygrabber.h"
 
+#include "files.h"
 #include "monitorrig.h"
 #include "privatedbus.h"
 
@@ -27,11 +28,6 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-QColor blockColor(int column, int row)
-{
-    return QColor::fromHsv((column * 4 + row) * 360 / 16, 200, 220);
-}
-
 constexpr auto ownerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
 
 // sway on two headless outputs (as nobody when we are root, which it refuses), pipewire, and session
@@ -191,11 +187,8 @@ private:
 
     void writeFile(const QString &name, const QString &text) const
     {
-        QFile file(path(name));
-        if (file.open(QIODevice::WriteOnly)) {
-            file.write(text.toUtf8());
-        }
-        file.setPermissions(file.permissions() | QFile::ReadOther);
+        writeBytes(path(name), text.toUtf8());
+        QFile::setPermissions(path(name), QFile::permissions(path(name)) | QFile::ReadOther);
     }
 
     [[nodiscard]] QString firstMatch(const QString &pattern) const

@@ -70,11 +70,6 @@ struct XDisplay
 
 XDisplay *display = nullptr;
 
-QColor blockColor(int column, int row)
-{
-    return QColor::fromHsv((column * 4 + row) * 360 / 16, 200, 220);
-}
-
 class PatternWindow : public QRasterWindow
 {
 protected:

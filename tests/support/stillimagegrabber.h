@@ -7,6 +7,12 @@
 
 #include <optional>
 
+// The colour of a test grid's block, as the X11 and Wayland tests paint and expect it.
+inline QColor blockColor(int column, int row)
+{
+    return QColor::fromHsv((column * 4 + row) * 360 / 16, 200, 220);
+}
+
 // A screen that always shows the same picture, or fails the way it is told to.
 class StillImageGrabber final : public ScreenGrabber
 {

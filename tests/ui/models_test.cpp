@@ -277,7 +277,6 @@ TEST(ReportViewModelTest, DurationRingAndBarsFollowTheReport)
         EXPECT_DOUBLE_EQ(ring[index].toMap().value(u"start"_s).toDouble(), start);
         EXPECT_DOUBLE_EQ(ring[index].toMap().value(u"end"_s).toDouble(), end);
     }
-    EXPECT_EQ(ReportViewModel::projectChartColor(9), ReportViewModel::projectChartColor(1));
 }
 
 // The launch makes the palette light and delivers the URLs opened before it, in order.
