@@ -52,8 +52,11 @@ TEST_F(AuthServiceTest, ExchangesTheTokenKeepsTheSessionAcrossARestartAndLogoutF
     EXPECT_FALSE(restarted->currentUser().has_value());
     EXPECT_FALSE(QFile::exists(m_paths.credentialsFile()));
     EXPECT_EQ(m_backend.requests().size(), 2);
-    restarted->logout(); // nothing left to remove
     EXPECT_FALSE(makeService()->isAuthenticated());
+    storeSession();
+    KeychainService(m_paths.credentialsDir, u"mirevon.Tamlo"_s)
+        .setValue(uR"({"id":"u1","email":5,"name":"A"})"_s, u"userData"_s);
+    EXPECT_FALSE(makeService()->isAuthenticated()) << "a stored address that is no text";
 }
 
 TEST_F(AuthServiceTest, EveryRejectionShowsItsText)

@@ -1,4 +1,3 @@
-// What starts the sync besides the timers: the session restored at launch, a sign-in, and tamlo:// links.
 #include "account/sessionsync.h"
 #include "account/urlrouter.h"
 #include "accountfixture.h"

@@ -42,7 +42,6 @@ TEST(ActivitySnapshotTest, JsonCountsFrom2001LeavesOutAbsentFieldsAndRejectsMiss
     }
 }
 
-// A note naming a project is covered where it counts: the reports, the compacted log, the upload.
 TEST(ActivitySnapshotTest, TheModelsProjectIsTrimmedAndOnlyTheExactMarkersAreInactive)
 {
     const ActivitySnapshot snapshot {.projectName = u"  Side Quest "_s, .userNote = u"lunch with friends"_s};
@@ -73,7 +72,6 @@ TEST(UserPreferencesTest, ListsSplitOnCommasAndLineEndsAndLabelsTakeTheListsSpel
     }
 }
 
-// Values kept across runs are the monitor's and the first-run walk's to show.
 TEST(SettingsTest, AnEditOfTheFileAppliesToTheNextReadAndAHandWrittenListStaysOneString)
 {
     QTemporaryDir home;

@@ -128,7 +128,6 @@ struct Desktop
         return true;
     }
 
-    // portalDir, when given, replaces the portal's list of backends.
     [[nodiscard]] std::unique_ptr<PrivateDBus> bus(const QString &portalDir = {}) const
     {
         QProcessEnvironment environment = busEnvironment;
@@ -155,7 +154,6 @@ struct Desktop
         return tool.waitForFinished(10000) && tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
     }
 
-    // Pictures anywhere a portal could leave one, and the wlr backend's fixed file.
     [[nodiscard]] QStringList pictures() const
     {
         QStringList found;

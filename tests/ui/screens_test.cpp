@@ -91,6 +91,13 @@ protected:
         return item && item->isVisible();
     }
 
+    [[nodiscard]] bool showsText(const QString &text) const
+    {
+        const QList<QQuickItem *> items = m_view->rootObject()->findChildren<QQuickItem *>();
+        return std::any_of(
+            items.cbegin(), items.cend(), [&](auto *i) { return i->isVisible() && i->property("text") == text; });
+    }
+
     static void waitForCheck(QObject *model, const char *property)
     {
         EXPECT_TRUE(QTest::qWaitFor([&] { return !model->property(property).toBool(); }, 10000)) << property;
@@ -353,6 +360,7 @@ TEST_F(SignInScreensTest, EachPhaseOfTheSignInThenTheMainScreen)
     verify(StandInServer::Reply {.status = 410});
     EXPECT_EQ(phases, (QList<Phase> {Phase::Verifying, Phase::Login}));
     EXPECT_TRUE(login->errorText().startsWith(u"This sign-in link has expired."_s));
+    EXPECT_TRUE(showsText(login->errorText()));
     capture(u"signin-2-login-error"_s);
 
     // "Create an account" opens registration and changes nothing else; "Log in" drops the message.
