@@ -147,7 +147,6 @@ protected:
         return isPrivate && !grabbed;
     }
 
-    // Event log messages, oldest first, once the log has caught up.
     [[nodiscard]] QStringList messages() const
     {
         QTest::qWait(0);

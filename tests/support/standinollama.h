@@ -8,7 +8,6 @@
 
 // Bodies the stand-in server answers with where a test plays Ollama.
 namespace StandInOllama {
-// GET /api/tags listing the given models.
 inline QByteArray tagsBody(const QStringList &names)
 {
     QJsonArray models;
@@ -19,7 +18,6 @@ inline QByteArray tagsBody(const QStringList &names)
     return QJsonDocument(QJsonObject {{QStringLiteral("models"), models}}).toJson(QJsonDocument::Compact);
 }
 
-// POST /api/chat whose assistant message is content, word for word.
 inline QByteArray chatBody(const QString &content)
 {
     const QJsonObject message {
@@ -29,7 +27,6 @@ inline QByteArray chatBody(const QString &content)
         .toJson(QJsonDocument::Compact);
 }
 
-// POST /api/chat whose assistant message is the given JSON object, as the model writes it.
 inline QByteArray chatBody(const QJsonObject &content)
 {
     return chatBody(QString::fromUtf8(QJsonDocument(content).toJson(QJsonDocument::Compact)));

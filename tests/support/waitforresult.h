@@ -29,7 +29,6 @@ QCoro::Task<TaskOutcome<T>> outcomeOf(QCoro::Task<T> task)
     co_return outcome;
 }
 
-// Awaits task and returns its value, or rethrows what it threw.
 template<typename T>
 T waitForResult(QCoro::Task<T> task)
 {

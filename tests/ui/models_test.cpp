@@ -8,6 +8,7 @@
 #include "ui/trackingpreferencesmodel.h"
 
 #include "files.h"
+#include "records.h"
 #include "uirig.h"
 
 #include <QClipboard>
@@ -89,6 +90,10 @@ TEST_F(MainScreenModelTest, RecordsFromBeforeARestartThenTheDayClosedWhilePaused
     EXPECT_TRUE(!main->noteFieldEnabled() && main->showNoteHint());
     main->setPendingNote(u"hello"_s);
     EXPECT_FALSE(main->addNoteEnabled());
+    snapshotStore->add(recordAt(clock.now().addSecs(-30)));
+    main->setSelectedTab(1);
+    main->setSelectedTab(0);
+    EXPECT_EQ(main->report()->activeSeconds(), 60) << "the report shows the records as they are when it opens";
 
     clock.advance(24 * 3600);
     QCoro::waitFor(monitor->checkDailyReset());
