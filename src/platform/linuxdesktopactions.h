@@ -8,7 +8,7 @@
 #include <optional>
 
 // The browser through the desktop's URL handler, and the privacy page of the desktop in use where
-// one is known: GNOME's Settings, KDE's System Settings.
+// one is known: GNOME's Settings, KDE's systemsettings.
 class LinuxDesktopActions final : public DesktopActions
 {
 public:
