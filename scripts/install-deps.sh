@@ -19,6 +19,8 @@ packages=(
     postgresql
     clang libclang-rt-14-dev
     libcurl4-openssl-dev python3-aiosmtpd python3-selenium chromium chromium-driver
+    # The end-to-end tests' screenshots of the X display
+    python3-pil
     # A system tray on Xvfb for the tests of a desktop with one.
     trayer
     # GNOME's interface font, whose digits differ in width: figures must line up all the same.

@@ -15,13 +15,13 @@ import re
 import shutil
 import signal
 import socket
-import struct
 import subprocess
 import sys
 import tempfile
 import threading
 import time
-import zlib
+
+from PIL import ImageGrab
 
 OLLAMA_ADDRESS = ("127.0.0.1", 11434)
 EMAIL = "ada@example.org"
@@ -104,29 +104,6 @@ class OllamaHandler(http.server.BaseHTTPRequestHandler):
         self.reply(entry, self.path == "/api/chat" and {
             "model": "qwen3-vl:2b", "created_at": "2026-01-01T00:00:00Z", "done": True, "done_reason": "stop",
             "message": {"role": "assistant", "content": json.dumps(content)}})
-
-
-def xwd_to_png(xwd, png_path):
-    """Converts xwd's 24/32-bit TrueColor dump (what Xvfb gives) to PNG."""
-    fields = struct.unpack(">25I", xwd[:100])
-    header_size, width, height, byte_order, bits, line_bytes = (fields[i] for i in (0, 4, 5, 7, 11, 12))
-    size = bits // 8
-    check(size in (3, 4) and fields[14:17] == (0xFF0000, 0xFF00, 0xFF), "xwd dump of a format unknown here")
-    pixels, rows = xwd[header_size + 12 * fields[19]:], []
-    # Little-endian pixels are blue, green, red(, pad) in memory; big-endian ones the reverse.
-    order = (2, 1, 0) if byte_order == 0 else (size - 3, size - 2, size - 1)
-    for y in range(height):
-        line, rgb = pixels[y * line_bytes:y * line_bytes + width * size], bytearray(width * 3)
-        for colour, offset in enumerate(order):
-            rgb[colour::3] = line[offset::size]
-        rows.append(b"\0" + bytes(rgb))
-
-    def chunk(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-
-    with open(png_path, "wb") as out:
-        out.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-                  + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
 
 
 class Desktop:
@@ -274,10 +251,8 @@ class Desktop:
         return names - {""}
 
     def screenshot(self, name):
-        dump = self.run("xwd", "-root", "-silent", text=False)
-        check(dump.returncode == 0, "xwd failed: %r" % dump.stderr)
         os.makedirs(self.args.out, exist_ok=True)
-        xwd_to_png(dump.stdout, os.path.join(self.args.out, name + ".png"))
+        ImageGrab.grab(xdisplay=self.env["DISPLAY"]).save(os.path.join(self.args.out, name + ".png"))
 
     def click(self, window, x, y):
         self.run("xdotool", "mousemove", "--window", window, str(x), str(y), "click", "1", check=True)
@@ -311,7 +286,7 @@ def main(run_class, options=("tamlo", "server", "out")):
         print("SKIPPED: 127.0.0.1:11434 is taken (a real Ollama?) or this run has no network of its own, "
               "which only root gets", flush=True)
         sys.exit(77)
-    missing = [t for t in ("Xvfb", "dbus-daemon", "dbus-send", "xwd") + run_class.tools if not shutil.which(t)]
+    missing = [t for t in ("Xvfb", "dbus-daemon", "dbus-send") + run_class.tools if not shutil.which(t)]
     # The panel is read over the accessibility bus, which the session bus starts on demand.
     missing += ["at-spi2-core"] * (not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"))
     if missing:
