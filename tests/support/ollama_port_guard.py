@@ -10,30 +10,23 @@ and goes on. Tests that need the address start it in a network of their own.
 """
 
 import os
+import re
 import shutil
 import signal
 import socket
+import subprocess
 import sys
 import time
 
 
 def connecting_program(peer_port):
     """The command line of the local process whose socket has that source port, or "?"."""
+    listing = subprocess.run(["ss", "-Htnp", "src", "127.0.0.1:%d" % peer_port], capture_output=True, text=True)
     try:
-        with open("/proc/net/tcp") as table:
-            rows = [line.split() for line in table.readlines()[1:]]
-        inode = next(r[9] for r in rows if int(r[1].split(":")[1], 16) == peer_port)
-    except (OSError, StopIteration):
+        with open("/proc/%s/cmdline" % re.findall(r"pid=(\d+)", listing.stdout)[0], "rb") as f:
+            return f.read().replace(b"\0", b" ").decode(errors="replace").strip()
+    except (IndexError, OSError):
         return "?"
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            fds = "/proc/%s/fd/" % pid
-            if any(os.readlink(fds + fd) == "socket:[%s]" % inode for fd in os.listdir(fds)):
-                with open("/proc/%s/cmdline" % pid, "rb") as f:
-                    return f.read().replace(b"\0", b" ").decode(errors="replace").strip()
-        except OSError:
-            continue
-    return "?"
 
 
 def hold(state):
