@@ -21,8 +21,8 @@ import time
 
 def connecting_program(peer_port):
     """The command line of the local process whose socket has that source port, or "?"."""
-    listing = subprocess.run(["ss", "-Htnp", "src", "127.0.0.1:%d" % peer_port], capture_output=True, text=True)
     try:
+        listing = subprocess.run(["ss", "-Htnp", "src", "127.0.0.1:%d" % peer_port], capture_output=True, text=True)
         with open("/proc/%s/cmdline" % re.findall(r"pid=(\d+)", listing.stdout)[0], "rb") as f:
             return f.read().replace(b"\0", b" ").decode(errors="replace").strip()
     except (IndexError, OSError):
